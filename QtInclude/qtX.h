@@ -1,0 +1,67 @@
+#pragma once
+
+#include <typeinfo>
+#include <vector>
+
+#include "basekit/qtxAll.h"
+
+/// The common base of the numbered errors: catch it for package and stream errors alike.
+class VANTRY_EXPORT qtXbase : public qtxAll {
+public:
+    /// Root code 2, level 1; `text` is copied.
+    explicit qtXbase(const char* text);
+    qtXbase(const qtXbase& other);
+    qtXbase& operator=(const qtXbase& other);
+    ~qtXbase() override;
+
+    const char* BaseString() const override;
+
+    /// The text, cut to 1023 characters; SpecificString() has all of it.
+    const char* Text() const { return message; }
+
+private:
+    char message[1024];
+};
+
+/// Wraps one string argument of a qtX<T>; a qtString converts to it by itself.
+class VANTRY_EXPORT StringProxy {
+public:
+    StringProxy(const qtString& text);
+    ~StringProxy();
+    StringProxy(const StringProxy& other);
+    StringProxy& operator=(const StringProxy& other);
+
+    const qtString& Text() const { return string; }
+
+private:
+    qtString string;
+};
+
+/// An error with a number and up to two string arguments. `T` only names the family:
+/// qtX<Hpack> are package errors (hpack/HpackErrors.h), qtX<HioErr> stream errors
+/// (hpack/HioErrors.h); the numbers, and what the arguments are, stand there.
+template <class T>
+class VANTRY_EXPORT qtX : public qtXbase {
+public:
+    qtX(const char* text, int errorNumber) : qtXbase(text), number(errorNumber) {}
+    qtX(const char* text, int errorNumber, const StringProxy& argument) : qtX(text, errorNumber) {
+        arguments.reserve(1);
+        arguments.push_back(argument.Text());
+    }
+    qtX(const char* text, int errorNumber, const StringProxy& first, const StringProxy& second)
+        : qtX(text, errorNumber) {
+        arguments.reserve(2);
+        arguments.push_back(first.Text());
+        arguments.push_back(second.Text());
+    }
+
+    /// The name that the platform's run-time type information gives `T`: "5Hpack", "6HioErr".
+    const char* BaseString() const override { return typeid(T).name(); }
+
+    int Number() const { return number; }
+    const std::vector<qtString>& Arguments() const { return arguments; }
+
+private:
+    int number;
+    std::vector<qtString> arguments;
+};

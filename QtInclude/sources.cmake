@@ -1,0 +1,5 @@
+vantry_sources(
+    SOURCES
+        qtX.cpp
+    HEADERS
+        qtX.h)

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "basekit/Export.h"
+
+extern "C" {
+/// Writes the version of the loaded library, "1.0.0.79.0", and a NUL into `buffer`.
+/// @param buffer room for 11 bytes
+VANTRY_EXPORT void GetVantryVersion(char* buffer);
+
+/// The same text under a second name.
+VANTRY_EXPORT void GetQuoVersion(char* buffer);
+}

@@ -1,0 +1,5 @@
+vantry_sources(
+    SOURCES
+        VantryVersion.cpp
+    HEADERS
+        VantryVersion.h)

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "basekit/Export.h"
+#include "basekit/qtString.h"
+
+namespace TraceSubsystem {
+/// The parts of a program that trace lines come from.
+enum Subsystems : int {
+    registry = 9,
+};
+}  // namespace TraceSubsystem
+
+/// Names the source file that traces. Each file that does owns one such object, at file scope.
+class VANTRY_EXPORT Trace_file {
+public:
+    Trace_file(TraceSubsystem::Subsystems subsystem, const char* path);
+
+    TraceSubsystem::Subsystems Subsystem() const { return subsystem; }
+    const char* Path() const { return path.c_str(); }
+
+private:
+    TraceSubsystem::Subsystems subsystem;
+    qtString path;
+};
+
+/// Receives a trace line: where it comes from and its formatted text, without a line end.
+using TraceSink = void (*)(const Trace_file& file, int line, const char* text);
+
+/// Sends trace lines to `sink` from now on; null restores the default. The default drops them,
+/// unless the environment variable BASEKIT_TRACE is set when a line comes: "stderr" writes to
+/// standard error, anything else is the path of a file to append to. Safe to call from any thread.
+/// @return the sink that it replaces, null for the default.
+VANTRY_EXPORT TraceSink SetTraceSink(TraceSink sink);
+
+/// Traces one line, formatted as by printf. A text of any length comes out whole. It never throws.
+/// @param detail0, level, detail1 describe the call; they do not change what is written
+/// @param line the source line of the call
+/// @param file the calling file's trace object
+VANTRY_EXPORT void tracef(unsigned char detail0, int level, int line, Trace_file& file,
+                          unsigned char detail1, const char* format, ...)
+    __attribute__((format(printf, 6, 7)));

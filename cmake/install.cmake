@@ -1,0 +1,30 @@
+# `cmake --install` gives a prefix that find_package(Vantry) and `pkg-config vantry` work from.
+include(CMakePackageConfigHelpers)
+
+set(VANTRY_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Vantry)
+
+install(TARGETS basekit vantry
+    EXPORT VantryTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+install(EXPORT VantryTargets NAMESPACE Vantry:: DESTINATION ${VANTRY_CMAKE_DIR}
+    COMPONENT development)
+
+configure_package_config_file(cmake/VantryConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/VantryConfig.cmake INSTALL_DESTINATION ${VANTRY_CMAKE_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/VantryConfigVersion.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES
+        ${PROJECT_BINARY_DIR}/VantryConfig.cmake
+        ${PROJECT_BINARY_DIR}/VantryConfigVersion.cmake
+    DESTINATION ${VANTRY_CMAKE_DIR} COMPONENT development)
+
+# Install folders may be given relative to the prefix or absolute; pkg-config must find both.
+cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_LIBDIR BASE_DIRECTORY "\${prefix}"
+    OUTPUT_VARIABLE VANTRY_PC_LIBDIR)
+cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_INCLUDEDIR BASE_DIRECTORY "\${prefix}"
+    OUTPUT_VARIABLE VANTRY_PC_INCLUDEDIR)
+configure_file(cmake/vantry.pc.in ${PROJECT_BINARY_DIR}/vantry.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/vantry.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

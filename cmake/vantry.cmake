@@ -1,0 +1,24 @@
+# The library itself: each folder lists its sources in its own sources.cmake.
+add_library(vantry SHARED)
+add_library(Vantry::vantry ALIAS vantry)
+
+set_target_properties(vantry PROPERTIES
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${VANTRY_SOVERSION})
+target_link_libraries(vantry PUBLIC basekit)
+target_link_libraries(vantry PRIVATE $<BUILD_INTERFACE:vantry_options>)
+
+# vantry_sources(SOURCES a.cpp HEADERS a.h): headers are installed by the path
+# that they are included by.
+function(vantry_sources)
+    cmake_parse_arguments(PARSE_ARGV 0 arg "" "" "SOURCES;HEADERS")
+    list(TRANSFORM arg_SOURCES PREPEND ${CMAKE_CURRENT_LIST_DIR}/)
+    list(TRANSFORM arg_HEADERS PREPEND ${CMAKE_CURRENT_LIST_DIR}/)
+    target_sources(vantry PRIVATE ${arg_SOURCES})
+    target_sources(vantry PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR}
+        FILES ${arg_HEADERS})
+endfunction()
+
+foreach(folder QtInclude hpack lpstring VexUnix Vantry)
+    include(${folder}/sources.cmake)
+endforeach()

@@ -1,0 +1,1 @@
+vantry_sources()
