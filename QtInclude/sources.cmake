@@ -1,5 +1,7 @@
 vantry_sources(
     SOURCES
+        SegBuf.cpp
         qtX.cpp
     HEADERS
+        SegBuf.h
         qtX.h)

@@ -1,1 +1,21 @@
-vantry_sources()
+vantry_sources(
+    SOURCES
+        Generic32.cpp
+        Hfile32.cpp
+        Hio.cpp
+        Hmemory.cpp
+        Hpack.cpp
+        HpackIndex.cpp
+        ReadPastEnd.cpp
+        qtPtrLight.cpp
+    HEADERS
+        Generic32.h
+        Hfile32.h
+        Hio.h
+        HioErrors.h
+        Hmemory.h
+        Hpack.h
+        HpackErrors.h
+        HpackFormat.h
+        qtPackDiet.h
+        qtPtrLight.h)

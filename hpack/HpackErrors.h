@@ -1,0 +1,31 @@
+#pragma once
+
+/// The errors of packages, qtX<Hpack>: numbers and texts. The first argument, where there is one,
+/// is the name of the stream: the file name, or "qtBuffer".
+namespace HpackErrors {
+
+enum Number : int {
+    noIndex = 0,          ///< opening for update what has no index; argument: stream
+    indexUnreadable = 1,  ///< the index can not be read; argument: stream
+    mode = 2,             ///< an open mode other than 'r', 'w', 'u'; no argument
+    format = 3,           ///< not a package; argument: stream
+    key = 4,              ///< an item that is missing or damaged; arguments: stream, key
+    notUpdating = 5,      ///< the package is not open in mode 'u'; argument: stream
+    oldFormat = 6,        ///< an old header has no room for it; argument: stream
+};
+
+inline constexpr const char* inputHasNoIndex = "Input file does not have an index";
+/// The stream's name follows.
+inline constexpr const char* cannotReadIndex = "Cannot read file index: ";
+inline constexpr const char* invalidMode = "Invalid open mode";
+/// The stream's name follows.
+inline constexpr const char* notExpectedFormat = "Input file is not in expected format: ";
+/// The key follows these three.
+inline constexpr const char* missingKey = "Missing key in index: ";
+inline constexpr const char* invalidItem = "Key points to invalid item: ";
+inline constexpr const char* wrongItem = "Key points to wrong item: ";
+inline constexpr const char* notOpenForUpdate = "File is not open in update mode";
+inline constexpr const char* oldFormatID = "Old file format - ID cannot be set";
+inline constexpr const char* oldFormatState = "Old file format - state cannot be set";
+
+}  // namespace HpackErrors

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <type_traits>
+
+// Packed integers: a fixed number of bytes, most significant first, the same on every machine.
+//
+//     char bytes[4];
+//     qtPackUssDiet<unsigned int>(300, bytes);   // 00 00 01 2c
+//     unsigned int value;
+//     qtUnpackUssDiet(value, bytes);             // 300
+//
+// The size depends on the type alone. A reader has to know which type comes next: there is no tag,
+// no length and no terminator. The functions keep no state; any number of threads may call them.
+
+/// The packed size of an integer type in bytes: its own size, but 8 for long and unsigned long,
+/// which then have zero bytes in front where the machine's long is shorter.
+template <class T>
+constexpr int qtPackedSize = std::is_same_v<T, long> || std::is_same_v<T, unsigned long>
+                                 ? 8
+                                 : static_cast<int>(sizeof(T));
+
+/// @return the packed size of `T`; the value is not looked at and need not be set.
+template <class T>
+constexpr int qtGetPackedSizeDiet(const T& /*value*/) {
+    return qtPackedSize<T>;
+}
+
+/// Writes the packed form of `value` at `out`, which must have room for it.
+/// @return the number of bytes written, the packed size of `T`
+template <class T>
+constexpr int qtPackUssDiet(T value, char* out) {
+    constexpr int size = qtPackedSize<T>;
+    constexpr int own = static_cast<int>(sizeof(T));
+    const auto bits = static_cast<unsigned long long>(value);
+    for (int i = 0; i < size; ++i) {
+        const int fromEnd = size - 1 - i;
+        out[i] = fromEnd < own
+                     ? static_cast<char>(static_cast<unsigned char>(bits >> (8 * fromEnd)))
+                     : '\0';
+    }
+    return size;
+}
+
+/// Reads the packed form at `in` into `value`. A bool is true for any byte but 0.
+/// @return the number of bytes consumed, the packed size of `T`
+template <class T>
+constexpr int qtUnpackUssDiet(T& value, const char* in) {
+    constexpr int size = qtPackedSize<T>;
+    unsigned long long bits = 0;
+    for (int i = size - static_cast<int>(sizeof(T)); i < size; ++i) {
+        bits = bits << 8 | static_cast<unsigned char>(in[i]);
+    }
+    value = static_cast<T>(bits);
+    return size;
+}

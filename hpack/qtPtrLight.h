@@ -1,0 +1,95 @@
+#pragma once
+
+#include <memory>
+#include <utility>
+
+#include "basekit/Export.h"
+
+/// What all qtPtrLight<T> share: the holders of their counts.
+class VANTRY_EXPORT qtPtrLightBase {
+public:
+    /// Counts the references; deleting it deletes the object.
+    class VANTRY_EXPORT m_CountAux {
+    public:
+        m_CountAux();
+        virtual ~m_CountAux() noexcept(false);
+        m_CountAux(const m_CountAux&) = delete;
+        m_CountAux& operator=(const m_CountAux&) = delete;
+
+        int count = 1;
+    };
+
+    /// Knows the type that its object was created as.
+    template <class T>
+    class m_TCountAux : public m_CountAux {
+    public:
+        explicit m_TCountAux(T* newObject) : object(newObject) {}
+        // Not a std::unique_ptr: that would end the process when a stream's destructor throws.
+        ~m_TCountAux() noexcept(false) override { delete object; }
+
+    private:
+        T* object;
+    };
+};
+
+/// A counted pointer that owns its object, as qtPtr does, but counts without a lock: all pointers
+/// to one object have to stay in one thread.
+template <class T>
+class qtPtrLight : public qtPtrLightBase {
+public:
+    /// Points nowhere.
+    qtPtrLight() = default;
+
+    /// Takes over a newly created object of `T` or of a class derived from it (null gives an empty
+    /// pointer).
+    /// @throws std::bad_alloc when there is no memory for the count; the object is then deleted.
+    template <class U>
+    explicit qtPtrLight(U* newObject) {
+        std::unique_ptr<U> owned(newObject);
+        if (newObject != nullptr) {
+            holder = new m_TCountAux<U>(newObject);
+            object = owned.release();
+        }
+    }
+
+    qtPtrLight(const qtPtrLight& other) : holder(other.holder), object(other.object) {
+        if (holder != nullptr) {
+            ++holder->count;
+        }
+    }
+    qtPtrLight(qtPtrLight&& other) noexcept { Swap(other); }
+
+    /// The former target is released after the new one has been taken. What its destructor throws
+    /// comes out of here, and the pointer then has its new target.
+    qtPtrLight& operator=(const qtPtrLight& other) noexcept(false) {
+        qtPtrLight former(other);
+        Swap(former);
+        return *this;
+    }
+    qtPtrLight& operator=(qtPtrLight&& other) noexcept(false) {
+        qtPtrLight former(std::move(other));
+        Swap(former);
+        return *this;
+    }
+
+    /// A file stream whose closing fails reports that from its destructor, so this may throw too.
+    ~qtPtrLight() noexcept(false) {
+        if (holder != nullptr && --holder->count == 0) {
+            delete holder;
+        }
+    }
+
+    T* Get() const { return object; }
+    T* operator->() const { return object; }
+    T& operator*() const { return *object; }
+    explicit operator bool() const { return object != nullptr; }
+
+private:
+    void Swap(qtPtrLight& other) noexcept {
+        std::swap(holder, other.holder);
+        std::swap(object, other.object);
+    }
+
+    m_CountAux* holder = nullptr;
+    T* object = nullptr;
+};
