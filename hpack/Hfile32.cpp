@@ -151,7 +151,11 @@ void Hfile32::WriteFailed() {
 }
 
 bool Hfile32::MoveTo(off_t offset, int whence) {
-    if (fseeko(file, offset, whence) != 0) {
+    // The C library forgets what it could not write out. Nothing may be written after a gap, so a
+    // flush that fails counts as a failed write.
+    const bool flushed = last != Last::writing || std::fflush(file) == 0;
+    writeFailed = writeFailed || !flushed;
+    if (!flushed || fseeko(file, offset, whence) != 0) {
         Lost();
         return false;
     }

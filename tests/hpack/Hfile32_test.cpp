@@ -1,0 +1,169 @@
+#include "hpack/Hfile32.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <random>
+#include <stdexcept>
+
+#include "hpack/qtPtrLight.h"
+#include "tests/support/Bytes.h"
+#include "tests/support/Errors.h"
+#include "tests/support/TempFolder.h"
+
+namespace {
+
+void Write(Generic32& stream, qtString bytes) {
+    stream.Write(bytes.data(), static_cast<unsigned int>(bytes.size()));
+}
+
+qtString Read(Generic32& stream, unsigned int count) {
+    qtString bytes(count, '#');
+    stream.Read(bytes.data(), count);
+    return bytes;
+}
+
+class Hfile32Test : public testing::Test {
+protected:
+    ~Hfile32Test() noexcept override = default;
+
+    template <class Action>
+    void ExpectFailure(Action action, int number, const qtString& text, bool named = true) {
+        ExpectError<HioErr>(action, number, named ? qtString(text + name) : text, {name});
+    }
+
+    TempFolder folder;
+    qtString name = folder / "file";
+    Hfile32 stream;
+};
+
+TEST_F(Hfile32Test, ModesAndFailures) {
+    ExpectFailure([&] { stream.Open(name, 'x'); }, 5, "Invalid open mode", false);
+    for (const char mode : {'r', 'u'}) {
+        ExpectFailure([&] { stream.Open(name, mode); }, 0, "Cannot open file: ");
+    }
+    ExpectFailure([&] { Read(stream, 0); }, 3, "File is not open for reading", false);
+    ExpectFailure([&] { stream.Seek(0); }, 2, "Invalid file offset in file ");
+    ExpectFailure([&] { stream.Tell(); }, 2, "Invalid file offset in file ");
+    ExpectFailure([&] { stream.SeekEnd(); }, 2, "SeekEnd error in file ");
+    ExpectFailure([&] { Write(stream, "x"); }, 4, "File is not open for writing", false);
+    Write(stream, "silent");
+    stream.Close();
+
+    stream.Open(name, 'w');
+    Write(stream, qtString(250000, 'a'));
+    ExpectFailure([&] { Read(stream, 1); }, 3, "Read error in file ");
+    stream.Close();
+    stream.Close();
+
+    stream.Open(name, 'r');
+    EXPECT_EQ(stream.GetFileSize(), 250000u);
+    EXPECT_EQ(stream.Tell(), 0u);
+    EXPECT_EQ(Read(stream, 250000), qtString(250000, 'a'));
+    EXPECT_EQ(Read(stream, 0), "");
+    ExpectFailure([&] { Read(stream, 1); }, 3, "Read error in file ");
+    ExpectFailure([&] { stream.Seek(-1); }, 2, "Invalid file offset in file ");
+    stream.Seek(249999);
+    EXPECT_EQ(Read(stream, 1), "a");
+    ExpectFailure([&] { Write(stream, "x"); }, 4, "File is not open for writing", false);
+    Write(stream, "silent");
+    stream.Open(name, 'w');
+    stream.Close();
+    EXPECT_EQ(FileBytes(name), "");
+}
+
+// Reads, writes and positioning in any order do what they do to a string.
+TEST_F(Hfile32Test, UpdateInAnyOrderEqualsAModel) {
+    WriteFile(name, "");
+    stream.Open(name, 'u');
+    std::mt19937 random(7);
+    qtString model;
+    std::size_t at = 0;
+    for (int i = 0; i < 20000; ++i) {
+        const auto count = static_cast<unsigned int>(random() % (i % 50 == 0 ? 9000 : 60));
+        switch (random() % 5) {
+            case 0:
+            case 1: {
+                const qtString bytes(count, static_cast<char>('a' + random() % 26));
+                Write(stream, bytes);
+                model.resize(std::max(model.size(), at + count), '\0');
+                model.replace(at, count, bytes);
+                at += count;
+                break;
+            }
+            case 2:
+                if (at + count <= model.size()) {
+                    ASSERT_EQ(Read(stream, count), model.substr(at, count)) << "step " << i;
+                    at += count;
+                } else {
+                    ExpectFailure([&] { Read(stream, count); }, 3, "Read error in file ");
+                    at = stream.Tell();
+                }
+                break;
+            case 3:
+                at = random() % (model.size() + 1);
+                stream.Seek(static_cast<int>(at));
+                break;
+            default:
+                ASSERT_EQ(stream.GetFileSize(), model.size());
+                ASSERT_EQ(stream.Tell(), at);
+                if (random() % 2 == 0) {
+                    at = stream.SeekEnd();
+                }
+        }
+    }
+    stream.Close();
+    EXPECT_EQ(FileBytes(name), model);
+}
+
+TEST_F(Hfile32Test, SeeksBeyondTheEnd) {
+    stream.Open(name, 'w');
+    stream.Seek(0x7fffffff - 1);
+    Write(stream, "x");
+    EXPECT_EQ(stream.SeekEnd(), 0x7fffffffu);
+    stream.Close();
+    ASSERT_EQ(truncate(name.c_str(), off_t{1} << 32), 0);
+    stream.Open(name, 'r');
+    ExpectFailure([&] { stream.SeekEnd(); }, 2, "SeekEnd error in file ");
+}
+
+// /dev/full takes what fits into a buffer and fails when that is written out.
+TEST_F(Hfile32Test, OneFaultGivesOneException) {
+    name = "/dev/full";
+    stream.Open(name, 'w');
+    ExpectFailure([&] { Write(stream, qtString(1000000, 'x')); }, 4, "Write error in file ");
+    Write(stream, qtString(1000000, 'x'));
+    EXPECT_NO_THROW(stream.Close());
+
+    stream.Open(name, 'w');
+    Write(stream, "waits in the buffer");
+    ExpectFailure([&] { stream.Close(); }, 1, "Close error in file ");
+    EXPECT_NO_THROW(stream.Close());
+}
+
+TEST_F(Hfile32Test, DestructorReportsUnlessAnExceptionIsOnItsWay) {
+    name = "/dev/full";
+    const auto openWithUnwritten = [&] {
+        auto* const file = new Hfile32;
+        qtPtrLight<Generic32> pointer(file);
+        file->Open(name, 'w');
+        Write(*file, "waits in the buffer");
+        return pointer;
+    };
+    ExpectFailure([&] { const qtPtrLight<Generic32> pointer(openWithUnwritten()); }, 1,
+                  "Close error in file ");
+    ExpectFailure(
+        [&] {
+            qtPtrLight<Generic32> pointer(openWithUnwritten());
+            pointer = qtPtrLight<Generic32>();
+        },
+        1, "Close error in file ");
+    EXPECT_THROW(
+        {
+            const qtPtrLight<Generic32> pointer(openWithUnwritten());
+            throw std::runtime_error("first");
+        },
+        std::runtime_error);
+}
+
+}  // namespace

@@ -1,0 +1,454 @@
+#include "hpack/Hpack.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "hpack/Hfile32.h"
+#include "tests/support/Bytes.h"
+#include "tests/support/Errors.h"
+#include "tests/support/TempFolder.h"
+
+namespace {
+
+// The package of one item that the format's description shows.
+const qtString example =
+    Hex("4a5b6c66 00000021 00000000 00 00 0000"
+        "4a5b6c73 00000002 6162 00000003 78797a"
+        "4a5b6c72 00000001 00000002 6162 00000010");
+
+qtString Get(Hpack& package, const qtString& key) {
+    qtString body;
+    package.GetItem(key, body);
+    return body;
+}
+
+std::vector<qtString> Keys(const Hpack& package) {
+    std::vector<qtString> keys{"discarded"};
+    package.GetIndex(keys);
+    return keys;
+}
+
+std::pair<unsigned int, unsigned int> DeadSpace(Hpack& package) {
+    unsigned int size = 0;
+    unsigned int dead = 0;
+    package.CalculateDeadSpace(size, dead);
+    return {size, dead};
+}
+
+template <class Action>
+void ExpectFailure(Action action, int number, const qtString& text,
+                   const std::vector<qtString>& arguments) {
+    ExpectError<Hpack>(action, number, text, arguments);
+}
+
+class HpackTest : public testing::Test {
+protected:
+    ~HpackTest() noexcept override = default;
+
+    void Open(const qtString& bytes, char mode) {
+        buffer = NewBuffer(bytes);
+        package.Open(buffer, mode);
+    }
+    void Reopen(char mode) {
+        package.Close();
+        package.Open(buffer, mode);
+    }
+
+    qtPtr<qtBuffer> buffer = NewBuffer();
+    Hpack package;
+};
+
+TEST_F(HpackTest, WritesTheExampleInBufferAndFile) {
+    Open(qtString(500, '#'), 'w');
+    package.AddOrUpdate("ab", "xyz");
+    package.Close();
+    EXPECT_EQ(Bytes(*buffer), example);
+
+    const TempFolder folder;
+    package.Open(folder / "p", 'w');
+    package.AddOrUpdate("ab", "xyz");
+    package.Close();
+    EXPECT_EQ(FileBytes(folder / "p"), example);
+    package.Open(folder / "p", 'r');
+    EXPECT_EQ(Get(package, "ab"), "xyz");
+    package.Close();
+    EXPECT_EQ(FileBytes(folder / "p"), example);
+}
+
+TEST_F(HpackTest, OpeningFailures) {
+    ExpectFailure([&] { Open(example, 'x'); }, 2, "Invalid open mode", {});
+    EXPECT_EQ(Bytes(*buffer), example);
+    ExpectFailure([&] { Open(Hex("4a5b6c67") + qtString(12, '\0'), 'r'); }, 3,
+                  "Input file is not in expected format: qtBuffer", {"qtBuffer"});
+    const qtString noIndex = Hex("4a5b6c66") + qtString(12, '\0');
+    ExpectFailure([&] { Open(noIndex, 'u'); }, 0, "Input file does not have an index",
+                  {"qtBuffer"});
+    Open(noIndex, 'r');
+    EXPECT_TRUE(Keys(package).empty());
+    for (const char mode : {'r', 'u'}) {
+        for (const char* indexOffset : {"00000020", "00000100", "ffffffff", "00000033"}) {
+            ExpectFailure([&] { Open(qtString(example).replace(4, 4, Hex(indexOffset)), mode); }, 1,
+                          "Cannot read file index: qtBuffer", {"qtBuffer"});
+        }
+    }
+    qtPtr<qtBuffer> none;
+    ExpectError<HioErr>([&] { package.Open(none, 'w'); }, 0, "Cannot open file: qtBuffer",
+                        {"qtBuffer"});
+
+    // A file that can not be opened leaves what is open.
+    Open(example, 'r');
+    ExpectError<HioErr>([&] { package.Open("/nowhere/p", 'r'); }, 0, "Cannot open file: /nowhere/p",
+                        {"/nowhere/p"});
+    EXPECT_EQ(Get(package, "ab"), "xyz");
+}
+
+// The buffer may go the moment that opening has failed or Close() has returned.
+TEST_F(HpackTest, LetsGoOfTheBuffer) {
+    for (const char mode : {'r', 'u', 'x'}) {
+        EXPECT_THROW(Open("no package", mode), qtxAll);
+        buffer = qtPtr<qtBuffer>();
+        EXPECT_THROW(Get(package, "a"), qtX<Hpack>);
+        package.Close();
+    }
+    buffer = NewBuffer();
+    {
+        Hpack open;
+        open.Open(buffer, 'w');
+        open.AddOrUpdate("a", "1");
+        buffer = NewBuffer(example);
+        // Neither saved nor closed; the new opening is not disturbed by the former one.
+        open.Open(buffer, 'u');
+        open.AddOrUpdate("a", "1");
+        open.Open(buffer, 'r');
+    }
+    EXPECT_EQ(Bytes(*buffer).substr(0, example.size()), example);
+}
+
+TEST_F(HpackTest, ClosedPackageRefuses) {
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_TRUE(Keys(package).empty());
+        const qtString name(round == 0 ? "" : "qtBuffer");
+        ExpectFailure([&] { Get(package, "ab"); }, 4, "Missing key in index: ab", {name, "ab"});
+        EXPECT_THROW(package.AddOrUpdate("a", "1"), qtX<HioErr>);
+        EXPECT_THROW(package.SetState(1), qtX<HioErr>);
+        ExpectFailure([&] { package.Delete("a"); }, 5, "File is not open in update mode", {name});
+        ExpectFailure([&] { DeadSpace(package); }, 5, "File is not open in update mode", {name});
+        package.Close();
+        Open(example, 'u');
+        package.Close();
+    }
+    EXPECT_EQ(Bytes(*buffer), example);
+}
+
+TEST_F(HpackTest, ReadsIntoEveryDestination) {
+    Open("", 'w');
+    const qtString large(40000, 'q');
+    package.AddOrUpdate("large", large);
+    package.AddOrUpdate("", "");
+    Reopen('r');
+    EXPECT_EQ(Get(package, "large"), large);
+    EXPECT_EQ(Get(package, ""), "");
+
+    qtBuffer bytes;
+    package.GetItem("large", bytes);
+    EXPECT_EQ(Bytes(bytes), large);
+    package.GetItem("", bytes);
+    EXPECT_EQ(bytes.Length(), 0u);
+
+    SegBuf segments;
+    package.GetItem("", segments);
+    EXPECT_EQ(segments.segments.size(), 0u);
+    package.GetItem("large", segments);
+    ASSERT_EQ(segments.segments.size(), 3u);
+    EXPECT_EQ(segments.size, 40000u);
+    EXPECT_EQ(qtString(segments.segments[2], 40000 - 2 * 16360), large.substr(2 * 16360));
+    package.GetItem("", segments);
+    EXPECT_EQ(segments.size, 40000u);
+
+    Open("", 'w');
+    package.AddAtOffset("copy", segments, 0);
+    package.AddAtOffset("bytes", *NewBuffer("b"), 0);
+    Reopen('r');
+    EXPECT_EQ(Get(package, "copy"), large);
+    EXPECT_EQ(Get(package, "bytes"), "b");
+    SegBuf reserved;
+    reserved.reserve = 100;
+    Open("", 'w');
+    package.AddOrUpdate("k", qtString(16300, 'k'));
+    package.GetItem("k", reserved);
+    EXPECT_EQ(reserved.segments.size(), 2u);
+    EXPECT_EQ(reserved.size, 16400u);
+}
+
+TEST_F(HpackTest, ReserveAndRelocateWithExactOffsets) {
+    Open("", 'w');
+    package.AddOrUpdate("a", "123");
+    EXPECT_EQ(package.GetIndexSpace(), 17u);
+    Reopen('u');
+    EXPECT_EQ(buffer->Length(), 49u);
+    package.AddOrUpdate("a", "12345");
+    unsigned int offset = 0;
+    unsigned int size = 0;
+    package.GetKeyInfo("a", offset, size);
+    EXPECT_EQ(offset, 49u);
+    EXPECT_EQ(size, 5u);
+    EXPECT_EQ(DeadSpace(package), std::pair(67u, 16u));
+    package.AddOrUpdate("b", "");
+    EXPECT_EQ(DeadSpace(package), std::pair(67u + 13 + 26, 16u + 17));
+    EXPECT_EQ(Bytes(*buffer).substr(4, 4), Hex("00000050"));
+    package.AddOrUpdate("a", "1");
+    EXPECT_EQ(DeadSpace(package), std::pair(106u, 33u + 4));
+    package.Delete("b");
+    EXPECT_EQ(DeadSpace(package), std::pair(106u, 37u + 13 + 9));
+    // The reservation lasts as long as the package is open.
+    package.AddOrUpdate("c", "");
+    EXPECT_EQ(DeadSpace(package), std::pair(119u, 59u - 9));
+    package.Delete("c");
+    Reopen('u');
+    package.AddOrUpdate("d", "");
+    EXPECT_EQ(DeadSpace(package), std::pair(119u + 13 + 26, 50u + 9 + 13 - 9 + 26));
+    package.Delete("none");
+    package.GetKeyInfo("none", offset, size);
+    EXPECT_EQ(offset + size, 0u);
+}
+
+TEST_F(HpackTest, EmptyPackage) {
+    Open("", 'w');
+    Reopen('u');
+    EXPECT_EQ(Bytes(*buffer), Hex("4a5b6c66 00000010 00000000 00000000 4a5b6c72 00000000"));
+    EXPECT_EQ(package.GetIndexSpace(), 8u);
+    EXPECT_EQ(DeadSpace(package), std::pair(24u, 0u));
+}
+
+TEST_F(HpackTest, KeysAscendByteByByte) {
+    Open("", 'w');
+    const std::vector<qtString> sorted{"",
+                                       Hpack::MakeStringKey(1),
+                                       Hpack::MakeStringKey(256),
+                                       "a",
+                                       qtString("a\0", 2),
+                                       "ab",
+                                       "b",
+                                       "\x7f",
+                                       "\x80"};
+    for (std::size_t i = sorted.size(); i-- > 0;) {
+        package.AddOrUpdate(sorted[i], sorted[i]);
+    }
+    EXPECT_EQ(Keys(package), sorted);
+    Reopen('r');
+    EXPECT_EQ(Keys(package), sorted);
+    EXPECT_EQ(Hpack::MakeStringKey(300), Hex("0000012c"));
+    for (const qtString& key : sorted) {
+        EXPECT_EQ(Get(package, key), key);
+    }
+}
+
+TEST_F(HpackTest, UpdatingNeedsItsMode) {
+    const auto expectRefused = [&](auto action) {
+        ExpectFailure(action, 5, "File is not open in update mode", {"qtBuffer"});
+    };
+    for (const char mode : {'r', 'w'}) {
+        Open(example, mode);
+        expectRefused([&] { package.Delete("ab"); });
+        expectRefused([&] { package.Rename("ab", "c"); });
+        expectRefused([&] { package.SaveIndex(); });
+        expectRefused([&] { DeadSpace(package); });
+    }
+    Open(example, 'r');
+    ExpectError<HioErr>([&] { package.AddOrUpdate("ab", "1"); }, 4,
+                        "Hio buffer is not open for writing", {"qtBuffer"});
+    EXPECT_EQ(Get(package, "ab"), "xyz");
+
+    const TempFolder folder;
+    package.Open(folder / "p", 'w');
+    package.AddOrUpdate("a", "1");
+    ExpectError<HioErr>([&] { package.AddOrUpdate("a", "2"); }, 3,
+                        "Read error in file " + (folder / "p"), {folder / "p"});
+}
+
+TEST_F(HpackTest, RenameMovesOneItem) {
+    Open(example, 'u');
+    package.AddOrUpdate("other", "1");
+    package.Rename("ab", "c");
+    package.Rename("c", "c");
+    unsigned int offset = 0;
+    unsigned int size = 0;
+    package.GetKeyInfo("c", offset, size);
+    EXPECT_EQ(offset, 16u);
+    package.Rename("c", "longer");
+    package.GetKeyInfo("longer", offset, size);
+    EXPECT_EQ(offset, static_cast<unsigned int>(example.size()) + 12 + 5 + 1);
+    package.Rename("longer", "other");
+    EXPECT_EQ(Keys(package), std::vector<qtString>{"other"});
+    EXPECT_EQ(Get(package, "other"), "xyz");
+    ExpectFailure([&] { package.Rename("gone", "x"); }, 4, "Missing key in index: gone",
+                  {"qtBuffer", "gone"});
+    Reopen('r');
+    EXPECT_EQ(Get(package, "other"), "xyz");
+}
+
+TEST_F(HpackTest, EntriesThatLeadAstray) {
+    Open("", 'w');
+    package.AddOrUpdate("aa", "1");
+    package.AddOrUpdate("bb", "22");
+    package.AddOrUpdate("c", "3");
+    package.Close();
+    const qtString bytes = Bytes(*buffer);
+    const std::size_t entry = bytes.find(Hex("00000002 6161 00000010")) + 6;
+    const auto lead = [&](const char* offset) {
+        Open(qtString(bytes).replace(entry, 4, Hex(offset)), 'u');
+    };
+    const std::vector<qtString> arguments{"qtBuffer", "aa"};
+    unsigned int offset = 0;
+    unsigned int size = 0;
+    const auto expectInfoInvalid = [&] {
+        ExpectFailure([&] { package.GetKeyInfo("aa", offset, size); }, 4,
+                      "Key points to invalid item: aa", arguments);
+        ExpectFailure([&] { package.AddOrUpdate("aa", "x"); }, 4, "Key points to invalid item: aa",
+                      arguments);
+    };
+
+    lead("0000001f");  // another key of the same length
+    ExpectFailure([&] { Get(package, "aa"); }, 4, "Key points to wrong item: aa", arguments);
+    package.GetKeyInfo("aa", offset, size);
+    EXPECT_EQ(std::pair(offset, size), std::pair(0x1fu, 2u));
+    lead("0000002f");  // another key of another length
+    ExpectFailure([&] { Get(package, "aa"); }, 4, "Key points to wrong item: aa", arguments);
+    expectInfoInvalid();
+    for (const char* nowhere : {"00000000", "00000011"}) {
+        lead(nowhere);
+        ExpectFailure([&] { Get(package, "aa"); }, 4, "Key points to invalid item: aa", arguments);
+        expectInfoInvalid();
+        ExpectFailure([&] { package.Rename("aa", "x"); }, 4, "Key points to invalid item: aa",
+                      arguments);
+    }
+    lead("fffffff0");
+    ExpectError<HioErr>([&] { Get(package, "aa"); }, 2, "Invalid seek in Hio buffer", {"qtBuffer"});
+    EXPECT_EQ(Get(package, "bb"), "22");
+}
+
+TEST_F(HpackTest, IdentityAndState) {
+    unsigned int id = 1;
+    unsigned short word = 1;
+    unsigned char flags = 1;
+    unsigned char state = 1;
+    bool old = true;
+    const auto expect = [&](unsigned int i, unsigned int w, unsigned int f, unsigned int s,
+                            bool o) {
+        package.GetFileID(id, word, flags, old);
+        package.GetState(state);
+        EXPECT_EQ(std::tuple(id, word, flags, state, old), std::tuple(i, w, f, s, o));
+    };
+    Open("", 'w');
+    expect(0, 0, 0, 0, false);
+    package.SetState(9);
+    package.SetFileID(0x01020304, 0x0506, 0x07);
+    package.AddOrUpdate("ab", "xyz");
+    Reopen('u');
+    EXPECT_EQ(Bytes(*buffer).substr(8, 8), Hex("01020304 07 09 0506"));
+    expect(0x01020304, 0x0506, 0x07, 9, false);
+    const qtString before = Bytes(*buffer);
+    package.SetState(10);
+    EXPECT_EQ(Bytes(*buffer), qtString(before).replace(13, 1, "\x0a"));
+
+    EXPECT_EQ(DeadSpace(package).second, 0u);
+    for (const bool unicode : {true, false}) {
+        package.SetOldID(unicode);
+        EXPECT_EQ(Bytes(*buffer).substr(0, 4), Hex(unicode ? "4a5b6c70" : "4a5b6c71"));
+        expect(0, 0, unicode ? 0x80 : 0, 10, true);
+        const qtString frozen = Bytes(*buffer);
+        ExpectFailure([&] { package.SetFileID(1, 1, 1); }, 6, "Old file format - ID cannot be set",
+                      {"qtBuffer"});
+        ExpectFailure([&] { package.SetState(1); }, 6, "Old file format - state cannot be set",
+                      {"qtBuffer"});
+        EXPECT_EQ(Bytes(*buffer), frozen);
+        EXPECT_EQ(DeadSpace(package).second, 8u);
+        Reopen('u');
+        expect(0, 0, unicode ? 0x80 : 0, 0, true);
+        package.SetOldID(unicode);
+        package.SetOldID(!unicode);
+        Reopen('u');
+        expect(0, 0, unicode ? 0 : 0x80, 0, true);
+        package.Close();
+        buffer = NewBuffer(before);
+        package.Open(buffer, 'u');
+        package.SetState(10);
+    }
+
+    Open(example, 'r');
+    EXPECT_THROW(package.SetFileID(5, 6, 7), qtX<HioErr>);
+    EXPECT_THROW(package.SetState(8), qtX<HioErr>);
+    expect(5, 6, 7, 8, false);
+    EXPECT_THROW(package.SetOldID(true), qtX<HioErr>);
+    expect(5, 6, 7, 8, false);
+}
+
+TEST_F(HpackTest, OldHeadersOfEightBytesWorkInEveryWay) {
+    const qtString rest = example.substr(16, 17);
+    const qtString old =
+        Hex("4a5b6c70 00000019") + rest + Hex("4a5b6c72 00000001 00000002 6162 00000008");
+    Open(old, 'u');
+    EXPECT_EQ(DeadSpace(package), std::pair(static_cast<unsigned int>(old.size()), 0u));
+    package.AddOrUpdate("c", "new");
+    Reopen('u');
+    EXPECT_EQ(Get(package, "ab"), "xyz");
+    EXPECT_EQ(Get(package, "c"), "new");
+    EXPECT_EQ(DeadSpace(package).second, 18u);
+}
+
+// Records and index end below 2^31; a sparse file gets there without its bytes.
+TEST_F(HpackTest, RefusesToPassTheLastOffset) {
+    const TempFolder folder;
+    const qtString name = folder / "p";
+    WriteFile(name, example);
+    constexpr unsigned int limit = 0x7fffffff;
+    const unsigned int room = 100;
+    ASSERT_EQ(truncate(name.c_str(), limit - room), 0);
+    package.Open(name, 'u');
+    const unsigned int fixed = 12 + 1 + 18 + 9;  // record head, key, index block of two
+    ExpectError<HioErr>([&] { package.AddOrUpdate("c", qtString(room - fixed + 1, 'x')); }, 4,
+                        "Write error in file " + name, {name});
+    package.AddOrUpdate("c", qtString(room - fixed, 'x'));
+    ExpectError<HioErr>([&] { package.AddOrUpdate("d", ""); }, 4, "Write error in file " + name,
+                        {name});
+    package.AddOrUpdate("ab", "in");
+    package.Close();
+    package.Open(name, 'r');
+    EXPECT_EQ(Keys(package), (std::vector<qtString>{"ab", "c"}));
+    EXPECT_EQ(Get(package, "c"), qtString(room - fixed, 'x'));
+    EXPECT_EQ(Get(package, "ab"), "in");
+    Hfile32 file;
+    file.Open(name, 'r');
+    EXPECT_EQ(file.SeekEnd(), limit);
+}
+
+TEST_F(HpackTest, ErrorsAreCaughtByEveryBase) {
+    const auto missing = [&] { Get(package, "x"); };
+    EXPECT_THROW(missing(), qtX<Hpack>);
+    EXPECT_THROW(missing(), qtXbase);
+    try {
+        missing();
+    } catch (const qtxAll& error) {
+        EXPECT_STREQ(error.BaseString(), "5Hpack");
+    }
+    try {
+        package.SetState(1);
+    } catch (const qtxAll& error) {
+        EXPECT_STREQ(error.BaseString(), "6HioErr");
+    }
+}
+
+TEST_F(HpackTest, WhatClosingFindsIsReported) {
+    EXPECT_THROW(
+        {
+            Hpack open;
+            open.Open("/dev/full", 'w');
+        },
+        qtX<HioErr>);
+    package.Open("/dev/full", 'w');
+    EXPECT_THROW(package.Close(), qtX<HioErr>);
+    package.Delete("still open");
+    EXPECT_NO_THROW(package.Close());
+}
+
+}  // namespace

@@ -1,0 +1,27 @@
+#include "tests/support/Allocations.h"
+
+#include <cstdlib>
+#include <new>
+
+std::atomic<std::size_t> Allocations::largest{0};
+std::atomic<long> Allocations::untilFailure{-1};
+
+void* operator new(std::size_t size) {
+    if (size > Allocations::largest) {
+        Allocations::largest = size;
+    }
+    const bool fails = Allocations::untilFailure >= 0 && Allocations::untilFailure-- == 0;
+    void* const block = fails ? nullptr : std::malloc(size);
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    return block;
+}
+
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+
+void operator delete(void* block, std::size_t /*size*/) noexcept {
+    std::free(block);
+}
