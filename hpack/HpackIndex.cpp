@@ -94,7 +94,8 @@ std::uint32_t HpackIndex::ReadAhead(std::uint32_t expected, std::uint32_t availa
     }
     const std::uint64_t average = order.empty() ? 0 : used / order.size() + 1;
     const std::uint64_t left = (expected - order.size()) * average;
-    return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(left, pieceSize, available));
+    return static_cast<std::uint32_t>(
+        std::min<std::uint64_t>(std::max<std::uint64_t>(left, pieceSize), available));
 }
 
 // Takes the entry at `used`, which has `length` bytes.

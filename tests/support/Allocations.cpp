@@ -18,6 +18,10 @@ void* operator new(std::size_t size) {
     return block;
 }
 
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return std::malloc(size);
+}
+
 void operator delete(void* block) noexcept {
     std::free(block);
 }
