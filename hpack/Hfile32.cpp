@@ -1,26 +1,25 @@
 #include "hpack/Hfile32.h"
 
+#include <fcntl.h>
 #include <stdio_ext.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <exception>
 
-// No single call of the C library transfers more, whatever the count.
+// No single call of the system transfers more, whatever the count.
 static constexpr unsigned int maxChunk = 100000;
 
-static const char* StandardMode(char mode) {
-    switch (mode) {
-        case 'r':
-            return "rbe";
-        case 'w':
-            return "wbe";
-        case 'u':
-            return "r+be";
-        default:
-            return nullptr;
-    }
-}
+static constexpr std::size_t writeBufferSize = 65536;
+
+// What is read at a new place is mostly one record: little more than its head is fetched ahead.
+// What is read on from there gets twice as much each time.
+static constexpr std::size_t firstFetch = 2048;
+static constexpr std::size_t maxFetch = 65536;
+static constexpr std::int64_t noPlace = -1;
 
 Hfile32::~Hfile32() noexcept(false) {
     if (std::uncaught_exceptions() == 0) {
@@ -38,20 +37,31 @@ void Hfile32::Open(const qtString& fileName, char mode) {
     Close();
     name = fileName;
     writeFailed = false;
-    const char* const standardMode = StandardMode(mode);
-    if (standardMode == nullptr) {
+    if (mode != 'r' && mode != 'w' && mode != 'u') {
         Fail(HioErrors::mode, HioErrors::invalidMode);
     }
-    file = std::fopen(name.c_str(), standardMode);
+    const int flags = mode == 'r' ? O_RDONLY : mode == 'u' ? O_RDWR : O_WRONLY | O_CREAT | O_TRUNC;
+    const int descriptor = open(name.c_str(), flags | O_CLOEXEC, 0666);
+    // The C library only writes: where it may read it does so at every positioning.
+    file = descriptor < 0 ? nullptr : fdopen(descriptor, mode == 'r' ? "rb" : "wb");
     if (file == nullptr) {
+        if (descriptor >= 0) {
+            close(descriptor);
+        }
         FailNamed(HioErrors::open, HioErrors::cannotOpen);
     }
     // A stream has one thread; the C library need not lock its own for each call.
     __fsetlocking(file, FSETLOCKING_BYCALLER);
+    if (mode != 'r') {
+        writeBuffer.reset(new char[writeBufferSize]);
+        std::setvbuf(file, writeBuffer.get(), _IOFBF, writeBufferSize);
+    }
     readOnly = mode == 'r';
     position = 0;
+    written = 0;
+    unflushed = false;
     atEnd = mode == 'w';
-    last = Last::positioning;
+    ForgetFetched();
 }
 
 unsigned int Hfile32::Tell() {
@@ -62,19 +72,17 @@ unsigned int Hfile32::Tell() {
 }
 
 void Hfile32::Seek(int offset) {
-    if (file == nullptr) {
+    if (file == nullptr || offset < 0) {
         FailNamed(HioErrors::position, HioErrors::seekFailed);
     }
-    if (offset == position && last != Last::failure) {
-        return;
-    }
-    if (!MoveTo(offset, SEEK_SET)) {
-        FailNamed(HioErrors::position, HioErrors::seekFailed);
+    if (offset != position) {
+        position = offset;
+        atEnd = false;
     }
 }
 
 unsigned int Hfile32::SeekEnd() {
-    if (file == nullptr || (!atEnd && !MoveTo(0, SEEK_END)) || position > off_t{UINT32_MAX}) {
+    if (file == nullptr || (!atEnd && !MoveToEnd()) || position > std::int64_t{UINT32_MAX}) {
         FailNamed(HioErrors::position, HioErrors::seekEndFailed);
     }
     return static_cast<unsigned int>(position);
@@ -95,9 +103,11 @@ void Hfile32::Write(char* data, unsigned int count) {
         writeFailed = true;
         Fail(HioErrors::write, HioErrors::notOpenForWriting);
     }
-    if (!TurnTo(Last::writing)) {
+    if (position != written && fseeko(file, position, SEEK_SET) != 0) {
         WriteFailed();
     }
+    ForgetFetched();
+    unflushed = true;
     while (count != 0) {
         const unsigned int chunk = std::min(count, maxChunk);
         if (std::fwrite(data, 1, chunk, file) != chunk) {
@@ -107,22 +117,17 @@ void Hfile32::Write(char* data, unsigned int count) {
         data += chunk;
         count -= chunk;
     }
+    written = position;
 }
 
 void Hfile32::Read(char* data, unsigned int count) {
     if (file == nullptr) {
         Fail(HioErrors::read, HioErrors::notOpenForReading);
     }
-    if (!TurnTo(Last::reading)) {
-        FailNamed(HioErrors::read, HioErrors::readFailed);
-    }
+    Flush();
     while (count != 0) {
         const unsigned int chunk = std::min(count, maxChunk);
-        if (std::fread(data, 1, chunk, file) != chunk) {
-            Lost();
-            FailNamed(HioErrors::read, HioErrors::readFailed);
-        }
-        position += chunk;
+        ReadChunk(data, chunk);
         data += chunk;
         count -= chunk;
     }
@@ -134,6 +139,7 @@ void Hfile32::Close() {
     }
     const bool closed = std::fclose(file) == 0;
     file = nullptr;
+    writeBuffer.reset();
     readOnly = true;
     if (!closed && !writeFailed) {
         FailNamed(HioErrors::close, HioErrors::closeFailed);
@@ -144,41 +150,87 @@ void Hfile32::FailNamed(HioErrors::Number number, const char* text) const {
     Fail(number, (text + name).c_str());
 }
 
+// The C library forgets what it could not write out, and nothing may be written behind a gap: the
+// stream takes no more writes.
 void Hfile32::WriteFailed() {
     writeFailed = true;
-    Lost();
+    unflushed = false;
+    atEnd = false;
     FailNamed(HioErrors::write, HioErrors::writeFailed);
 }
 
-bool Hfile32::MoveTo(off_t offset, int whence) {
-    // The C library forgets what it could not write out. Nothing may be written after a gap, so a
-    // flush that fails counts as a failed write.
-    const bool flushed = last != Last::writing || std::fflush(file) == 0;
-    writeFailed = writeFailed || !flushed;
-    if (!flushed || fseeko(file, offset, whence) != 0) {
-        Lost();
+void Hfile32::Flush() {
+    if (unflushed && std::fflush(file) != 0) {
+        WriteFailed();
+    }
+    unflushed = false;
+}
+
+void Hfile32::ForgetFetched() {
+    fetchedStart = noPlace;
+    fetchedEnd = noPlace;
+}
+
+bool Hfile32::MoveToEnd() {
+    Flush();
+    if (fseeko(file, 0, SEEK_END) != 0) {
         return false;
     }
-    position = whence == SEEK_SET ? offset : ftello(file);
-    atEnd = whence == SEEK_END;
-    last = Last::positioning;
+    written = ftello(file);
+    position = written;
+    atEnd = true;
     return true;
 }
 
-bool Hfile32::TurnTo(Last next) {
-    // The C library wants a positioning call between reading and writing.
-    if (last != next && last != Last::positioning && !MoveTo(position, SEEK_SET)) {
-        return false;
+void Hfile32::ReadChunk(char* data, std::size_t count) {
+    while (count != 0) {
+        std::size_t taken = TakeFetched(data, count);
+        if (taken == 0) {
+            const bool onward = position == fetchedEnd;
+            fetchSize = onward ? std::min(2 * fetchSize, maxFetch) : firstFetch;
+            if (count >= fetchSize) {
+                taken = ReadAt(data, count);
+                fetchedStart = position + static_cast<std::int64_t>(taken);
+                fetchedEnd = fetchedStart;
+            } else {
+                Fetch();
+                continue;
+            }
+        }
+        position += static_cast<std::int64_t>(taken);
+        atEnd = false;
+        data += taken;
+        count -= taken;
     }
-    last = next;
-    return true;
 }
 
-void Hfile32::Lost() {
-    const off_t where = ftello(file);
-    if (where >= 0) {
-        position = where;
+std::size_t Hfile32::TakeFetched(char* data, std::size_t count) const {
+    if (position < fetchedStart || position >= fetchedEnd) {
+        return 0;
     }
-    atEnd = false;
-    last = Last::failure;
+    const std::size_t taken = std::min(count, static_cast<std::size_t>(fetchedEnd - position));
+    std::memcpy(data, readBuffer.get() + (position - fetchedStart), taken);
+    return taken;
+}
+
+void Hfile32::Fetch() {
+    if (readBuffer == nullptr) {
+        readBuffer.reset(new char[maxFetch]);
+    }
+    ForgetFetched();
+    const std::size_t length = ReadAt(readBuffer.get(), fetchSize);
+    fetchedStart = position;
+    fetchedEnd = position + static_cast<std::int64_t>(length);
+}
+
+// Reads at the current offset, but does not move. @return how many bytes, at least 1
+std::size_t Hfile32::ReadAt(char* data, std::size_t count) const {
+    ssize_t length = 0;
+    do {
+        length = pread(fileno(file), data, count, position);
+    } while (length < 0 && errno == EINTR);
+    if (length <= 0) {
+        FailNamed(HioErrors::read, HioErrors::readFailed);
+    }
+    return static_cast<std::size_t>(length);
 }

@@ -1,12 +1,13 @@
 #pragma once
 
-#include <sys/types.h>
-
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
+#include <memory>
 
 #include "hpack/Generic32.h"
 
-/// A stream over a file, through the C library's buffered I/O.
+/// A stream over a file, buffered.
 ///
 /// After the first write that fails the stream stops writing and stops reporting, so that one
 /// fault gives one exception even where the caller's clean-up goes on to write and close. Written
@@ -32,9 +33,10 @@ public:
     /// @throws qtX<HioErr> 2 when no file is open
     unsigned int Tell() override;
     /// Offsets beyond the end can be reached.
-    /// @throws qtX<HioErr> 2 "Invalid file offset in file NAME"
+    /// @throws qtX<HioErr> 2 "Invalid file offset in file NAME" for a negative one
     void Seek(int offset) override;
-    /// @throws qtX<HioErr> 2 "SeekEnd error in file NAME", also for files of 4 GiB or more
+    /// @throws qtX<HioErr> 2 "SeekEnd error in file NAME", also for files of 4 GiB or more; 4 when
+    ///         what waited can not be written
     unsigned int SeekEnd() override;
     /// @throws what SeekEnd() and Seek() throw
     unsigned int GetFileSize() override;
@@ -42,7 +44,8 @@ public:
     ///         first write that fails since Open(); later ones do nothing
     void Write(char* data, unsigned int count) override;
     /// @throws qtX<HioErr> 3 "File is not open for reading"; or "Read error in file NAME" when
-    ///         fewer than `count` bytes were there, which have then been read
+    ///         fewer than `count` bytes were there, which have then been read; 4 when what waited
+    ///         can not be written
     void Read(char* data, unsigned int count) override;
     /// Closes the file; does nothing when none is open.
     /// @throws qtX<HioErr> 1 "Close error in file NAME", unless a write has failed before; the file
@@ -50,20 +53,29 @@ public:
     void Close() override;
 
 private:
-    enum class Last { positioning, reading, writing, failure };
-
     [[noreturn]] void FailNamed(HioErrors::Number number, const char* text) const;
-    bool MoveTo(off_t offset, int whence);
-    bool TurnTo(Last next);
     [[noreturn]] void WriteFailed();
-    void Lost();
+    void Flush();
+    bool MoveToEnd();
+    void ReadChunk(char* data, std::size_t count);
+    std::size_t TakeFetched(char* data, std::size_t count) const;
+    void Fetch();
+    std::size_t ReadAt(char* data, std::size_t count) const;
+    void ForgetFetched();
 
+    // The C library holds the file and buffers what is written; what is read passes it by, since
+    // it would fill its buffer anew at every positioning. Offsets have one width whatever a
+    // program that includes this has chosen for its own.
     bool readOnly = true;
     bool writeFailed = false;
+    bool unflushed = false;  // written bytes may wait in the C library's buffer
+    bool atEnd = false;      // position is known to be the end of the file
     std::FILE* file = nullptr;
-    // Where the next transfer goes. Positioning makes the C library give up its buffer, so a call
-    // whose result is known is not made.
-    off_t position = 0;
-    bool atEnd = false;  // position is the end of the file
-    Last last = Last::positioning;
+    std::int64_t position = 0;  // where the next transfer goes
+    std::int64_t written = 0;   // where the C library is
+    std::unique_ptr<char[]> writeBuffer;
+    std::unique_ptr<char[]> readBuffer;  // the file's bytes from fetchedStart to fetchedEnd
+    std::int64_t fetchedStart = 0;
+    std::int64_t fetchedEnd = 0;
+    std::size_t fetchSize = 0;
 };
