@@ -93,31 +93,30 @@ const std::vector<Operation>& Operations() {
     return operations;
 }
 
-// Items other than the one that was written over are there with their bodies, or are what the
-// operation makes of them.
-void ExpectSaved(Hpack& package, const Operation& operation) {
-    qtPtr<qtBuffer> buffer = NewBuffer(SavedPackage());
-    Hpack done;
-    done.Open(buffer, 'u');
-    operation.run(done);
-    for (const auto& [key, body] : saved) {
-        if (key == operation.inPlace) {
-            continue;
-        }
-        qtString found;
-        try {
-            package.GetItem(key, found);
-        } catch (const qtX<Hpack>& error) {
-            qtString afterwards;
-            EXPECT_THROW(done.GetItem(key, afterwards), qtX<Hpack>) << error.ErrorString();
-            continue;
-        }
-        if (found != body) {
-            qtString afterwards;
-            done.GetItem(key, afterwards);
-            EXPECT_EQ(found, afterwards) << operation.name << " lost " << key;
+Contents Read(Hpack& package, const Operation& operation) {
+    Contents contents;
+    std::vector<qtString> keys;
+    package.GetIndex(keys);
+    for (const qtString& key : keys) {
+        if (key != operation.inPlace) {
+            package.GetItem(key, contents[key]);
         }
     }
+    contents.erase("after");
+    return contents;
+}
+
+// The package holds what was saved or what the operation makes of that, apart from an item that was
+// being written over.
+void ExpectBeforeOrAfter(Hpack& package, const Operation& operation) {
+    qtPtr<qtBuffer> buffer = NewBuffer(SavedPackage());
+    Hpack other;
+    other.Open(buffer, 'u');
+    const Contents before = Read(other, operation);
+    operation.run(other);
+    const Contents after = Read(other, operation);
+    const Contents now = Read(package, operation);
+    EXPECT_TRUE(now == before || now == after) << operation.name << " lost an item";
 }
 
 TEST(HpackFault, EveryStreamCallOfEveryOperation) {
@@ -141,13 +140,13 @@ TEST(HpackFault, EveryStreamCallOfEveryOperation) {
                     EXPECT_EQ(error.Arguments(), std::vector<qtString>{"faulty"});
                 }
                 stream->FailAfter(-1, false);
-                ExpectSaved(package, operation);
+                ExpectBeforeOrAfter(package, operation);
                 package.AddOrUpdate("after", "all");
                 package.Close();
 
                 Hpack again;
                 again.Open(buffer, 'u');
-                ExpectSaved(again, operation);
+                ExpectBeforeOrAfter(again, operation);
                 qtString body;
                 again.GetItem("after", body);
                 EXPECT_EQ(body, "all");
@@ -197,10 +196,10 @@ TEST(HpackFault, EveryAllocationOfEveryOperation) {
                 failed = true;
             }
             Allocations::untilFailure = -1;
-            ExpectSaved(package, operation);
+            ExpectBeforeOrAfter(package, operation);
             package.Close();
             package.Open(buffer, 'r');
-            ExpectSaved(package, operation);
+            ExpectBeforeOrAfter(package, operation);
         }
     }
 }
