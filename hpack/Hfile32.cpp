@@ -23,11 +23,11 @@ static constexpr std::int64_t noPlace = -1;
 
 Hfile32::~Hfile32() noexcept(false) {
     if (std::uncaught_exceptions() == 0) {
-        Close();
+        Hfile32::Close();
         return;
     }
     try {
-        Close();
+        Hfile32::Close();
     } catch (const qtX<HioErr>&) {
         // The exception on its way says what went wrong first.
     }

@@ -60,15 +60,9 @@ public:
     qtPtrLight(qtPtrLight&& other) noexcept { Swap(other); }
 
     /// The former target is released after the new one has been taken. What its destructor throws
-    /// comes out of here, and the pointer then has its new target.
-    qtPtrLight& operator=(const qtPtrLight& other) noexcept(false) {
-        qtPtrLight former(other);
-        Swap(former);
-        return *this;
-    }
-    qtPtrLight& operator=(qtPtrLight&& other) noexcept(false) {
-        qtPtrLight former(std::move(other));
-        Swap(former);
+    /// comes out of the assignment, and the pointer then has its new target.
+    qtPtrLight& operator=(qtPtrLight other) noexcept {
+        Swap(other);
         return *this;
     }
 
