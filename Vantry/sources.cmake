@@ -1,5 +1,12 @@
 vantry_sources(
     SOURCES
+        CTProgress.cpp
+        Progress.cpp
+        qtGeneric2.cpp
         VantryVersion.cpp
     HEADERS
+        CTProgress.h
+        Progress.h
+        qtAtomic.h
+        qtGeneric2.h
         VantryVersion.h)

@@ -1,0 +1,200 @@
+#include "Vantry/CTProgress.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <climits>
+#include <csignal>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace {
+
+void ExpectPhase(const CTProgress& progress, unsigned int phaseNum, const std::string& status,
+                 int total, int current, bool finishState, bool running, bool interrupted) {
+    CTProgress::ProgressData data{"#", -1, -1, !finishState, !running, !interrupted};
+    progress.GetPhaseData(phaseNum, data);
+    EXPECT_EQ(data.status, status) << phaseNum;
+    EXPECT_EQ(data.total, total) << phaseNum;
+    EXPECT_EQ(data.current, current) << phaseNum;
+    EXPECT_EQ(data.finishState, finishState) << phaseNum;
+    EXPECT_EQ(data.running, running) << phaseNum;
+    EXPECT_EQ(data.interrupted, interrupted) << phaseNum;
+}
+
+void ExpectNumbers(const CTProgress& progress, int finished, int total) {
+    EXPECT_EQ(progress.GetFinishedPhaseCount(), finished);
+    EXPECT_EQ(progress.GetCurrentPhaseNum(), finished + 1);
+    EXPECT_EQ(progress.GetTotalPhaseCount(), total);
+    EXPECT_EQ(progress.LastPhaseIsFinished(), finished >= total);
+}
+
+TEST(CTProgress, KeepsEveryPhaseOfARun) {
+    CTProgress progress;
+    ExpectNumbers(progress, 0, 1);
+    ExpectPhase(progress, 0, "", 0, 0, false, true, false);
+    progress.SetTotalPhaseCount(3);
+    progress.SetStatus("one");
+    progress.SetTotal(50);
+    progress.SetCurrent(20);
+    progress.Increment(5);
+    progress.NextPhase(true);
+    EXPECT_EQ(progress.GetTotal() + progress.GetCurrent(), 0);
+    progress.SetInterrupt();
+    progress.EndRun(true);
+    progress.EndRun(false);
+    EXPECT_FALSE(progress.IsRunning() || progress.GetFinishState());
+    progress.NextPhase(true);
+    EXPECT_TRUE(progress.IsRunning() && progress.IsInterrupted());
+    progress.SetStatus("three");
+    progress.SetCurrent(INT_MAX);
+    progress.Increment(0xFFFFFFFF);
+    progress.Increment(3);
+    EXPECT_EQ(progress.GetCurrent(), INT_MIN + 1);
+
+    CTProgress assigned;
+    assigned.NextPhase(false);
+    assigned = progress;
+    assigned = *&assigned;
+    const CTProgress copy(progress);
+    progress.Init();
+    ExpectNumbers(progress, 0, 1);
+    ExpectPhase(progress, 1, "", 0, 0, false, true, false);
+    for (const CTProgress* const kept : {&copy, &std::as_const(assigned)}) {
+        ExpectNumbers(*kept, 2, 3);
+        ExpectPhase(*kept, 1, "one", 50, 25, true, false, false);
+        ExpectPhase(*kept, 2, "", 0, 0, false, false, true);
+        for (const unsigned int running : {0U, 3U, 0xFFFFFFFFU}) {
+            ExpectPhase(*kept, running, "three", 0, INT_MIN + 1, false, true, true);
+        }
+    }
+    assigned.NextPhase(true);
+    EXPECT_TRUE(assigned.LastPhaseIsFinished());
+}
+
+TEST(CTProgress, CutsTheStatusAndEndsIt) {
+    CTProgress progress;
+    for (const std::size_t length : {300U, 256U, 255U, 254U, 3U, 0U}) {
+        const std::string text(length, 'x');
+        progress.SetStatus(text.c_str());
+        char buffer[257];
+        std::memset(buffer, '#', sizeof buffer);
+        progress.GetStatus(buffer);
+        EXPECT_EQ(buffer, text.substr(0, 255));
+        EXPECT_EQ(buffer[256], '#');
+        CTProgress::ProgressData data;
+        progress.GetPhaseData(0, data);
+        std::string whole = text.substr(0, 255);
+        whole.resize(256);
+        EXPECT_EQ(std::string(data.status, 256), whole);
+    }
+}
+
+// Every getter beside every setter. What is asserted are the promises for an observer; that no
+// access is a data race is for the thread sanitizer to tell.
+TEST(CTProgress, ObserverReadsAndStopsTheRunningWorker) {
+    CTProgress progress;
+    progress.Init();
+    // One that looks at one value alone: reading others could order the accesses by chance, and
+    // hide a data race.
+    int (*const getters[])(const CTProgress&) = {
+        [](const CTProgress& p) { return p.GetTotalPhaseCount(); },
+        [](const CTProgress& p) { return int{p.GetFinishState()}; },
+        [](const CTProgress& p) { return p.GetTotal(); },
+    };
+    std::vector<std::thread> readers;
+    for (const auto getter : getters) {
+        readers.emplace_back([&progress, getter] {
+            while (!progress.IsInterrupted()) {
+                EXPECT_GE(getter(progress), 0);
+            }
+        });
+    }
+    std::thread observer([&progress] {
+        int seen = 0;
+        while (progress.IsRunning()) {
+            const int finished = progress.GetFinishedPhaseCount();
+            EXPECT_GE(finished, seen);
+            seen = finished;
+            EXPECT_GT(progress.GetCurrentPhaseNum(), seen);
+            EXPECT_LE(progress.GetCurrent() + progress.GetTotal(), 200);
+            char status[256];
+            progress.GetStatus(status);
+            EXPECT_LE(std::strlen(status), 1U);
+            CTProgress::ProgressData data;
+            progress.GetPhaseData(0, data);
+            EXPECT_TRUE(data.running || data.finishState);
+            if (seen > 0 && !progress.IsInterrupted()) {
+                ExpectPhase(progress, static_cast<unsigned int>(seen), "x", 100, 100, seen % 2 == 0,
+                            false, false);
+            }
+            if (seen >= 200 && progress.GetTotalPhaseCount() >= 200) {
+                progress.SetInterrupt();
+            }
+        }
+        EXPECT_TRUE(progress.GetFinishState());
+    });
+    for (int phase = 1; !progress.IsInterrupted(); ++phase) {
+        progress.SetTotalPhaseCount(phase);
+        progress.SetTotal(100);
+        progress.SetStatus("x");
+        for (int step = 0; step < 50; ++step) {
+            progress.Increment(1);
+        }
+        progress.SetCurrent(100);
+        progress.NextPhase(phase % 2 == 0);
+    }
+    progress.EndRun(true);
+    observer.join();
+    for (std::thread& reader : readers) {
+        reader.join();
+    }
+}
+
+TEST(CTProgress, NoInterruptIsLostWhilePhasesChange) {
+    CTProgress progress;
+    std::atomic<int> round{0};
+    std::atomic<int> interrupted{0};
+    constexpr int rounds = 2000;
+    std::thread observer([&] {
+        for (int mine = 1; mine <= rounds; ++mine) {
+            while (round < mine) {
+                std::this_thread::yield();
+            }
+            progress.SetInterrupt();
+            interrupted = mine;
+        }
+    });
+    int lost = 0;
+    for (int mine = 1; mine <= rounds; ++mine) {
+        progress.Init();
+        round = mine;
+        while (interrupted < mine) {
+            progress.NextPhase(true);
+            if (progress.GetFinishedPhaseCount() % 64 == 0) {
+                std::this_thread::yield();
+            }
+        }
+        lost += progress.IsInterrupted() ? 0 : 1;
+        progress.NextPhase(true);
+        lost += progress.IsInterrupted() ? 0 : 1;
+    }
+    observer.join();
+    EXPECT_EQ(lost, 0);
+}
+
+CTProgress* s_signalled;
+
+TEST(CTProgress, SignalHandlerInterrupts) {
+    CTProgress progress;
+    s_signalled = &progress;
+    const auto former = std::signal(SIGUSR2, [](int) { s_signalled->SetInterrupt(); });
+    std::raise(SIGUSR2);
+    EXPECT_TRUE(progress.IsInterrupted());
+    std::signal(SIGUSR2, former);
+}
+
+}  // namespace

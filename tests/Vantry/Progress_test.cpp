@@ -1,0 +1,162 @@
+#include "Vantry/Progress.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <csignal>
+#include <iterator>
+#include <thread>
+#include <vector>
+
+#include "basekit/process_assert.h"
+
+namespace {
+
+std::vector<qtString> s_reports;
+
+class ProgressTest : public testing::Test {
+protected:
+    ProgressTest() {
+        s_reports.clear();
+        SetAssertSink([](const char* expression, const char* file, int line, const char* function) {
+            EXPECT_STREQ(file, "Vantry/Progress.cpp");
+            EXPECT_GT(line, 0);
+            s_reports.push_back(qtString(expression) + " in " + function);
+        });
+    }
+    ~ProgressTest() override { SetAssertSink(nullptr); }
+
+    void ExpectCounts(unsigned int numOfPhases, unsigned int phase, unsigned int range,
+                      unsigned int steps, const char* name) const {
+        EXPECT_EQ(progress.numOfPhases, numOfPhases);
+        EXPECT_EQ(progress.phase, phase);
+        EXPECT_EQ(progress.progressRange, range);
+        EXPECT_EQ(progress.progress, steps);
+        EXPECT_EQ(progress.phaseName, name);
+        EXPECT_FALSE(progress.stopRequested);
+    }
+
+    Progress progress;
+    const char* const label = "label";
+};
+
+TEST_F(ProgressTest, CountsAndReportsWhatIsOutOfRange) {
+    ExpectCounts(0, 0, 0, 0, nullptr);
+    progress.SetNumOfPhases(3, 100, label);
+    ExpectCounts(3, 0, 100, 0, label);
+    for (unsigned int phase = 1; phase <= 3; ++phase) {
+        progress.SetProgress(7);
+        progress.IncPhase(50 + phase, "next");
+        EXPECT_EQ(progress.phase, phase);
+    }
+    for (unsigned int step = 1; step <= 53; ++step) {
+        progress.IncProgress();
+    }
+    EXPECT_TRUE(s_reports.empty());
+
+    progress.IncProgress();
+    EXPECT_EQ(progress.progress, 54U);
+    progress.SetProgress(0xFFFFFFFF);
+    progress.IncPhase(0, label);
+    ExpectCounts(3, 4, 0, 0, label);
+    progress.SetProgress(0xFFFFFFFF);
+    progress.SetPhase(9, 2, nullptr);
+    ExpectCounts(3, 9, 2, 0, nullptr);
+    const qtString step = "!progressRange || progress<=progressRange in void Progress::";
+    const qtString phase = "!numOfPhases || phase<=numOfPhases in void Progress::";
+    EXPECT_EQ(s_reports,
+              (std::vector<qtString>{step + "IncProgress()", step + "SetProgress(unsigned int)",
+                                     phase + "IncPhase(unsigned int, const char*)",
+                                     phase + "SetPhase(unsigned int, unsigned int, const char*)"}));
+    progress.SetNumOfPhases(0, 0, label);
+    progress.SetPhase(1000, 0, label);
+    EXPECT_EQ(s_reports.size(), 4U);
+}
+
+TEST_F(ProgressTest, OneRequestStopsOneUpdateThatChangesNothing) {
+    void (*const updates[])(Progress&) = {
+        [](Progress& p) { p.SetPhase(9, 9, "other"); }, [](Progress& p) { p.IncPhase(9, "other"); },
+        [](Progress& p) { p.SetProgress(99); },         [](Progress& p) { p.IncProgress(); },
+        [](Progress& p) { p.StopProgressOnRequest(); },
+    };
+    for (const auto update : updates) {
+        progress.SetNumOfPhases(3, 100, label);
+        progress.IncPhase(10, label);
+        progress.SetProgress(5);
+        progress.stopRequested = true;
+        try {
+            update(progress);
+            ADD_FAILURE() << "not stopped";
+        } catch (const qtxProgress& stopped) {
+            EXPECT_NE(dynamic_cast<const qtxProgressCancel*>(&stopped), nullptr);
+            EXPECT_STREQ(stopped.BaseString(), "Progress");
+            EXPECT_STREQ(stopped.SpecificString(), "");
+            EXPECT_EQ(stopped.ErrorCode(), 10UL);
+            EXPECT_EQ(stopped.ErrorLevel(), 2UL);
+            EXPECT_STREQ(stopped.File(), "Vantry/Progress.cpp");
+            EXPECT_GT(stopped.Line(), 0);
+        }
+        ExpectCounts(3, 1, 10, 5, label);
+        EXPECT_NO_THROW(update(progress));
+    }
+    EXPECT_EQ(s_reports.size(), 2U);
+
+    progress.SetNumOfPhases(2, 10, label);
+    progress.IncPhase(8, label);
+    progress.IncProgress();
+    progress.stopRequested = true;
+    progress.SetProgressRange(4);
+    ExpectCounts(2, 1, 4, 0, label);
+    progress.stopRequested = true;
+    progress.SetNumOfPhases(2, 10, label);
+    ExpectCounts(2, 0, 10, 0, label);
+}
+
+// Each reader looks at one member alone: reading another one could order its accesses by chance,
+// and hide a data race from the thread sanitizer.
+TEST_F(ProgressTest, OtherThreadsReadAndStop) {
+    bool (*const readers[])(const Progress&) = {
+        [](const Progress& p) { return p.phase >= 3; },
+        [](const Progress& p) { return p.progress > 0; },
+        [](const Progress& p) { return p.progressRange == 2000; },
+        [](const Progress& p) { return qtString(p.phaseName) == "work"; },
+    };
+    progress.SetNumOfPhases(0, 0, label);
+    std::atomic<std::size_t> waiting{std::size(readers)};
+    std::vector<std::thread> observers;
+    for (const auto reader : readers) {
+        observers.emplace_back([this, reader, &waiting] {
+            while (!reader(progress)) {
+                std::this_thread::yield();
+            }
+            if (--waiting == 0) {
+                progress.stopRequested = true;
+            }
+        });
+    }
+    EXPECT_THROW(
+        for (;;) {
+            progress.IncPhase(2000, "work");
+            for (int step = 0; step < 1000; ++step) {
+                progress.IncProgress();
+            }
+        },
+        qtxProgressCancel);
+    for (std::thread& observer : observers) {
+        observer.join();
+    }
+}
+
+Progress* s_signalled;
+
+TEST_F(ProgressTest, SignalHandlerStops) {
+    s_signalled = &progress;
+    const auto former = std::signal(SIGUSR1, [](int) { s_signalled->stopRequested = true; });
+    progress.IncProgress();
+    std::raise(SIGUSR1);
+    EXPECT_THROW(progress.IncProgress(), qtxProgressCancel);
+    EXPECT_EQ(progress.progress, 1U);
+    std::signal(SIGUSR1, former);
+}
+
+}  // namespace
