@@ -1,1 +1,6 @@
-vantry_sources()
+vantry_sources(
+    SOURCES
+        LpString.cpp
+    HEADERS
+        LpString.h
+        qtTokenize.h)

@@ -1,0 +1,75 @@
+#include "lpstring/LpString.h"
+
+#include <gtest/gtest.h>
+
+#include "lpstring/qtTokenize.h"
+
+namespace {
+
+using Texts = std::vector<qtString>;
+
+template <class... Separators>
+Texts Split(const LpCString& source, const Separators&... separators) {
+    std::vector<LpCString> tokens = {"left from before"};
+    LpTokenize(source, tokens, separators...);
+    Texts texts;
+    for (const LpCString& token : tokens) {
+        EXPECT_GE(token.Data(), source.Data());
+        texts.push_back(token.ToString());
+    }
+    return texts;
+}
+
+template <class... Separators>
+std::vector<qtWString> SplitWide(const LpWString& source, const Separators&... separators) {
+    std::vector<LpWString> tokens = {L"left from before"};
+    LpTokenize(source, tokens, separators...);
+    std::vector<qtWString> texts;
+    for (const LpWString& token : tokens) {
+        texts.push_back(token.ToString());
+    }
+    return texts;
+}
+
+TEST(LpTokenize, SplitsAsDocumented) {
+    EXPECT_EQ(Split(""), Texts{});
+    EXPECT_EQ(Split(LpCString()), Texts{});
+    EXPECT_EQ(Split(" \t\n\v\f\r"), Texts{});
+    EXPECT_EQ(Split("  alpha  beta "), (Texts{"alpha", "beta"}));
+    EXPECT_EQ(Split("a\xA0z"), (Texts{"a\xA0z"}));
+    EXPECT_EQ(Split(",a,,b,", ','), (Texts{"a", "b"}));
+    EXPECT_EQ(Split("x, y;z", qtString(", ;")), (Texts{"x", "y", "z"}));
+    EXPECT_EQ(Split("whole", qtString()), Texts{"whole"});
+    EXPECT_EQ(Split("", qtString()), Texts{});
+    const qtString withNul("a\0b,c", 5);
+    EXPECT_EQ(Split(withNul, ','), (Texts{withNul.substr(0, 3), "c"}));
+    EXPECT_EQ(Split(withNul, qtString("\0,", 2)), (Texts{"a", "b", "c"}));
+    EXPECT_EQ(SplitWide(L"  alpha\x2003 beta "), (std::vector<qtWString>{L"alpha\x2003", L"beta"}));
+    EXPECT_EQ(SplitWide(L",a,,b,", L','), (std::vector<qtWString>{L"a", L"b"}));
+    EXPECT_EQ(SplitWide(L"x\x20AC y\x2603z", qtWString(L" \x2603")),
+              (std::vector<qtWString>{L"x\x20AC", L"y", L"z"}));
+}
+
+TEST(LpTokenize, SourceMayBeAnElementOfTheTokens) {
+    std::vector<LpCString> tokens = {"one two three"};
+    LpTokenize(tokens[0], tokens);
+    ASSERT_EQ(tokens.size(), 3u);
+    EXPECT_EQ(tokens[2].ToString(), "three");
+}
+
+TEST(qtTokenize, SplitsAsDocumented) {
+    const auto split = [](const qtString& source, const qtString& separators) {
+        Texts tokens = {"left from before"};
+        qtTokenize(source, tokens, separators);
+        return tokens;
+    };
+    EXPECT_EQ(split(",a,,b,", ","), (Texts{"a", "b"}));
+    EXPECT_EQ(split(qtString("a b\0c d", 7), " "), (Texts{"a", "b"}));
+    EXPECT_EQ(split("a b", qtString("\0 ", 2)), Texts{"a b"});
+    EXPECT_EQ(split("whole \xFF", ""), Texts{"whole \xFF"});
+    EXPECT_EQ(split("a\xFFz", "\xFF"), (Texts{"a", "z"}));
+    EXPECT_EQ(split("", ""), Texts{});
+    EXPECT_EQ(split("\r\n\n", "\r\n"), Texts{});
+}
+
+}  // namespace
