@@ -1,7 +1,10 @@
 vantry_sources(
     SOURCES
+        CpuLevel.cpp
+        Poly_Hash.cpp
         SegBuf.cpp
         qtX.cpp
     HEADERS
+        Poly_Hash.h
         SegBuf.h
         qtX.h)

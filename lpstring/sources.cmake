@@ -1,6 +1,8 @@
 vantry_sources(
     SOURCES
         LpString.cpp
+        LpStringHash.cpp
     HEADERS
         LpString.h
+        LpStringHash.h
         qtTokenize.h)

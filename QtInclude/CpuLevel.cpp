@@ -1,0 +1,42 @@
+#include "QtInclude/CpuLevel.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <string_view>
+
+static CpuLevel ProcessorLevel() {
+    __builtin_cpu_init();
+    if (!__builtin_cpu_supports("sse4.1") || !__builtin_cpu_supports("ssse3") ||
+        !__builtin_cpu_supports("pclmul")) {
+        return CpuLevel::Generic;
+    }
+    if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("bmi") ||
+        !__builtin_cpu_supports("vpclmulqdq")) {
+        return CpuLevel::Clmul128;
+    }
+    if (!__builtin_cpu_supports("avx512f") || !__builtin_cpu_supports("avx512bw") ||
+        !__builtin_cpu_supports("avx512vl") || !__builtin_cpu_supports("avx512vbmi2")) {
+        return CpuLevel::Clmul256;
+    }
+    return CpuLevel::Clmul512;
+}
+
+static CpuLevel AllowedLevel() {
+    const char* const value = std::getenv("VANTRY_CPU");
+    const std::string_view cap = value == nullptr ? "" : value;
+    if (cap == "generic") {
+        return CpuLevel::Generic;
+    }
+    if (cap == "clmul128") {
+        return CpuLevel::Clmul128;
+    }
+    if (cap == "clmul256") {
+        return CpuLevel::Clmul256;
+    }
+    return CpuLevel::Clmul512;
+}
+
+CpuLevel GetCpuLevel() {
+    static const CpuLevel level = std::min(ProcessorLevel(), AllowedLevel());
+    return level;
+}

@@ -1,0 +1,126 @@
+#include "QtInclude/Poly_Hash.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+#include "lpstring/LpStringHash.h"
+
+namespace {
+
+// The judge: division of one bit after the other.
+std::uint32_t Divide(int degree, std::uint32_t polynomial, std::uint32_t remainder,
+                     const qtString& bytes) {
+    const std::uint32_t mask = 0xFFFFFFFFu >> (32 - degree);
+    remainder &= mask;
+    for (const char c : bytes) {
+        for (int bit = 7; bit >= 0; --bit) {
+            const bool overflows = (remainder >> (degree - 1) & 1) != 0;
+            remainder = (remainder << 1 & mask) | (static_cast<unsigned char>(c) >> bit & 1u);
+            remainder ^= overflows ? polynomial & mask : 0;
+        }
+    }
+    return remainder;
+}
+
+qtString RandomBytes(std::mt19937& random, std::size_t count) {
+    qtString bytes(count, '\0');
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(random()); });
+    return bytes;
+}
+
+TEST(PolyHash, KnownValues) {
+    const Poly_Hash<32>& hash = LpStringHash::s_polyHash;
+    const std::pair<qtString, unsigned int> known[] = {{"", 0x1},
+                                                       {"a", 0x161},
+                                                       {"abc", 0x1616263},
+                                                       {"abcd", 0xa1626765},
+                                                       {"hello world", 0xdf1a7dd9}};
+    for (const auto& [text, value] : known) {
+        EXPECT_EQ(hash.Hash(text), value) << text;
+    }
+    EXPECT_EQ(hash.Degree(), 32);
+    EXPECT_EQ(hash.Mask(), 0xFFFFFFFFu);
+    EXPECT_EQ(hash.InitialValue(), 1u);
+    const std::pair<unsigned char, unsigned int> entries[] = {
+        {0, 0},          {1, 0xc0000401},    {2, 0x40000c03},
+        {3, 0x80000802}, {0x80, 0x40036cdb}, {0xFF, 0x80024892}};
+    for (const auto& [byte, value] : entries) {
+        EXPECT_EQ(hash.TableEntry(byte), value);
+    }
+}
+
+TEST(PolyHash, InitRefusesDegreesAndChangesNothing) {
+    const std::pair<int, const char*> refused[] = {
+        {7, "Initiation error, requested size (7) is smaller than 8\n"},
+        {0, "Initiation error, requested size (0) is smaller than 8\n"},
+        {33, "Initiation error, requested size (33) is greater than 32\n"},
+        {-1, "Initiation error, requested size (-1) is greater than 32\n"}};
+    Poly_Hash<32> hash(8, 0x171, 0x12345);
+    for (const auto& [degree, text] : refused) {
+        try {
+            hash.Init(degree, 1, 1);
+            FAIL() << degree;
+        } catch (const xPoly_Hash& error) {
+            EXPECT_NE(dynamic_cast<const xPoly_HashInitErr*>(&error), nullptr);
+            EXPECT_STREQ(error.SpecificString(), text);
+            EXPECT_STREQ(error.BaseString(), "Poly_Hash");
+            EXPECT_EQ(error.ErrorCode(), 8u);
+            EXPECT_EQ(error.ErrorLevel(), 1u);
+            EXPECT_STREQ(error.File(), "QtInclude/Poly_Hash.cpp");
+        }
+        EXPECT_THROW((Poly_Hash<32>(degree, 1, 1)), xPoly_HashInitErr);
+    }
+    // Bits above the degree were cut when it was made.
+    EXPECT_EQ(hash.Degree(), 8);
+    EXPECT_EQ(hash.Mask(), 0xFFu);
+    EXPECT_EQ(hash.InitialValue(), 0x45u);
+    EXPECT_EQ(hash.TableEntry(1), 0x71u);
+}
+
+TEST(PolyHash, EveryDegreeLengthSplitAndAlignmentDivides) {
+    std::mt19937 random(4321);
+    const qtString bytes = RandomBytes(random, 20000);
+    for (int round = 0; round < 3000; ++round) {
+        const int degree = 8 + round % 25;
+        const auto polynomial =
+            static_cast<std::uint32_t>(random() % 2 == 0 ? Hash_primitive_seed[degree] : random());
+        const auto initial = static_cast<std::uint32_t>(random());
+        const std::size_t longest = round % 50 == 0 ? 15000 : round % 4 == 0 ? 1500 : 80;
+        // A copy of its own, for the sanitizer to see reading beyond either end.
+        const qtString text = bytes.substr(random() % 5000, random() % longest);
+        const std::size_t split = random() % (text.size() + 1);
+
+        Poly_Hash<32> hash;
+        hash.Init(degree, polynomial, initial);
+        const std::uint32_t expected = Divide(degree, polynomial, initial, text);
+        ASSERT_EQ(hash.Hash(text), expected) << degree << ' ' << polynomial << ' ' << text.size();
+        const unsigned int first = hash.Hash(text.data(), split);
+        ASSERT_EQ(hash.Extend(first, text.data() + split, text.size() - split), expected);
+        ASSERT_EQ(hash.Extend(~hash.Mask() | first, text.data() + split, text.size() - split),
+                  expected);
+    }
+}
+
+TEST(PolyHash, SharedHashDividesAtEveryShortLength) {
+    std::mt19937 random(99);
+    for (std::size_t length = 0; length < 1300; ++length) {
+        const std::vector<char> memory = [&] {
+            const qtString bytes = RandomBytes(random, length);
+            return std::vector<char>(bytes.begin(), bytes.end());
+        }();
+        const auto start = static_cast<std::uint32_t>(random());
+        ASSERT_EQ(LpStringHash::s_polyHash.Extend(start, memory.data(), length),
+                  Divide(32, 0xc0000401, start, qtString(memory.begin(), memory.end())))
+            << length;
+    }
+}
+
+TEST(PolyHash, UnusedObjectHashesModuloX8) {
+    const Poly_Hash<32> hash;
+    EXPECT_EQ(hash.Hash(""), 0u);
+    EXPECT_EQ(hash.Hash(qtString(5000, 'a') + 'z'), static_cast<unsigned int>('z'));
+}
+
+}  // namespace
