@@ -1,1 +1,5 @@
-vantry_sources()
+vantry_sources(
+    SOURCES
+        VexRegistryUnix.cpp
+    HEADERS
+        VexRegistryUnix.h)

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "basekit/Export.h"
-#include "basekit/qtString.h"
 
 namespace TraceSubsystem {
 /// The parts of a program that trace lines come from.
@@ -10,17 +9,19 @@ enum Subsystems : int {
 };
 }  // namespace TraceSubsystem
 
-/// Names the source file that traces. Each file that does owns one such object, at file scope.
+/// Names the source file that traces. Each file that does owns one such object, at file scope; it
+/// needs no destruction, so that traces work until the process ends.
 class VANTRY_EXPORT Trace_file {
 public:
+    /// @param path must outlive the object
     Trace_file(TraceSubsystem::Subsystems subsystem, const char* path);
 
     TraceSubsystem::Subsystems Subsystem() const { return subsystem; }
-    const char* Path() const { return path.c_str(); }
+    const char* Path() const { return path; }
 
 private:
     TraceSubsystem::Subsystems subsystem;
-    qtString path;
+    const char* path;
 };
 
 /// Receives a trace line: where it comes from and its formatted text, without a line end.

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <string>
+
+#include "basekit/UnixRegistry.h"
+
+/// A test with a registry of its own, in a folder that goes with the test.
+class TemporaryRegistry : public ::testing::Test {
+protected:
+    TemporaryRegistry() {
+        std::string name = (std::filesystem::temp_directory_path() / "registryXXXXXX").string();
+        EXPECT_NE(mkdtemp(name.data()), nullptr);
+        folder = std::filesystem::path(name);
+        Use(folder / "store" / "registry");
+    }
+    ~TemporaryRegistry() override { std::filesystem::remove_all(folder); }
+
+    /// Makes `path`, which has no suffix, the registry.
+    void Use(const std::filesystem::path& path) {
+        setenv("BASEKIT_REGISTRY", path.c_str(), 1);
+        database = path.string() + ".db";
+    }
+
+    static std::string Read(const std::filesystem::path& path) {
+        std::ifstream file(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    static void Write(const std::filesystem::path& path, const std::string& content) {
+        std::ofstream(path, std::ios::binary) << content;
+    }
+
+    using Records = std::map<std::string, std::string>;
+
+    /// All records of the registry. @return false when it can not be read to its end
+    static bool ReadAll(Records& records, UnixRegistry& store) {
+        return store.ForEach([&](const qtString& key, const char* data, unsigned length) {
+            EXPECT_TRUE(records.emplace(key, std::string(data, length)).second);
+        });
+    }
+
+    static Records ReadAll() {
+        Records records;
+        UnixRegistry store;
+        EXPECT_TRUE(store.Open(false) && ReadAll(records, store)) << UnixRegistry::LastError();
+        return records;
+    }
+
+    static bool Set(UnixRegistry& store, const std::string& key, const std::string& value) {
+        return store.SetKey(key, value.data(), static_cast<unsigned>(value.size()));
+    }
+
+    static bool Set(const std::string& key, const std::string& value) {
+        UnixRegistry store;
+        return store.Open(true) && Set(store, key, value);
+    }
+
+    std::filesystem::path folder;
+    std::filesystem::path database;
+};

@@ -1,0 +1,90 @@
+#include "basekit/qtEncryptor.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "TemporaryRegistry.h"
+
+namespace {
+
+using qtEncryptorTest = TemporaryRegistry;
+namespace fs = std::filesystem;
+
+TEST_F(qtEncryptorTest, DecryptsWhatItEncryptedAndNothingElse) {
+    EXPECT_THROW(qtEncryptor().Decrypt("no key yet"), qtxAll);
+    qtString all(256, '\0');
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        all[i] = static_cast<char>(i);
+    }
+    for (const qtString& plain : {qtString(), qtString("secret"), all}) {
+        const qtString encrypted = qtEncryptor().Encrypt(plain);
+        EXPECT_EQ(encrypted.size(), plain.size() + 40);
+        EXPECT_NE(encrypted, qtEncryptor().Encrypt(plain)) << "each time another nonce";
+        EXPECT_EQ(qtEncryptor().Decrypt(encrypted), plain);
+        for (std::size_t i = 0; i < encrypted.size(); ++i) {
+            qtString altered = encrypted;
+            altered[i] ^= 1;
+            EXPECT_THROW(qtEncryptor().Decrypt(altered), qtxEncryptor);
+            EXPECT_THROW(qtEncryptor().Decrypt(encrypted.substr(0, i)), qtxEncryptor);
+        }
+    }
+
+    const fs::path key = fs::path(database).replace_extension(".key");
+    EXPECT_EQ(fs::status(key).permissions(), fs::perms(0600));
+    const qtString encrypted = qtEncryptor().Encrypt("secret");
+    const std::string bytes = Read(key);
+    for (const std::string& other : {std::string(32, 'k'), bytes.substr(1), bytes + "x"}) {
+        Write(key, other);
+        EXPECT_THROW(qtEncryptor().Decrypt(encrypted), qtxEncryptor);
+    }
+    EXPECT_THROW(qtEncryptor().Encrypt("secret"), qtxEncryptor) << "no key is ever replaced";
+    fs::remove(key);
+    fs::create_directories(key / "in the way");
+    try {
+        qtEncryptor().Encrypt("secret");
+        FAIL();
+    } catch (const qtxAll& error) {
+        EXPECT_STREQ(error.SpecificString(),
+                     ("Cannot use key file " + key.string() + ": Is a directory").c_str());
+        EXPECT_STREQ(error.File(), "basekit/qtEncryptor.cpp");
+    }
+}
+
+TEST_F(qtEncryptorTest, ProcessesThatStartTogetherMakeOneKey) {
+    for (int round = 0; round < 10; ++round) {
+        fs::remove_all(database.parent_path());
+        int start[2];
+        ASSERT_EQ(pipe(start), 0);
+        std::vector<pid_t> children;
+        for (int i = 0; i < 4; ++i) {
+            children.push_back(fork());
+            if (children.back() == 0) {
+                close(start[1]);
+                char byte;
+                (void)!read(start[0], &byte, 1);
+                const qtString name = (folder / std::to_string(i)).string();
+                Write(name.c_str(), qtEncryptor().Encrypt("secret"));
+                _exit(0);
+            }
+        }
+        close(start[0]);
+        close(start[1]);
+        for (std::size_t i = 0; i < children.size(); ++i) {
+            waitpid(children[i], nullptr, 0);
+            EXPECT_EQ(qtEncryptor().Decrypt(Read(folder / std::to_string(i))), "secret");
+        }
+    }
+}
+
+TEST_F(qtEncryptorTest, WipeOverwrites) {
+    qtString text("secret");
+    const char* const bytes = text.data();
+    qtEncryptor::Wipe(text);
+    EXPECT_TRUE(text.empty());
+    EXPECT_EQ(bytes[3], '\0');
+}
+
+}  // namespace
