@@ -25,6 +25,14 @@ cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_LIBDIR BASE_DIRECTORY "\${prefix}"
     OUTPUT_VARIABLE VANTRY_PC_LIBDIR)
 cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_INCLUDEDIR BASE_DIRECTORY "\${prefix}"
     OUTPUT_VARIABLE VANTRY_PC_INCLUDEDIR)
+# The prefix is told from where the file lies, as it may be chosen at installation; not so when the
+# folder of the libraries has nothing to do with it.
+if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+    set(VANTRY_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
+else()
+    file(RELATIVE_PATH up /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+    cmake_path(APPEND VANTRY_PC_PREFIX "\${pcfiledir}" ${up})
+endif()
 configure_file(cmake/vantry.pc.in ${PROJECT_BINARY_DIR}/vantry.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vantry.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

@@ -4,7 +4,9 @@ add_library(Vantry::vantry ALIAS vantry)
 
 set_target_properties(vantry PROPERTIES
     VERSION ${PROJECT_VERSION}
-    SOVERSION ${VANTRY_SOVERSION})
+    SOVERSION ${VANTRY_SOVERSION}
+    # The base layer lies beside it, wherever the prefix is moved to.
+    INSTALL_RPATH "$ORIGIN")
 target_link_libraries(vantry PUBLIC basekit)
 target_link_libraries(vantry PRIVATE $<BUILD_INTERFACE:vantry_options>)
 

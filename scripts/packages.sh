@@ -1,0 +1,91 @@
+# Sourced by the other scripts: the Debian packages that the project needs, and their installation.
+# Nothing is asked of a mirror when all of them are there.
+# shellcheck shell=bash disable=SC2034
+
+packages_build=(g++ cmake ninja-build pkgconf libdb5.3-dev libsodium-dev libcli11-dev
+    nlohmann-json3-dev libgtest-dev)
+packages_check=(clang-format clang-tidy)
+# amd64's libdb5.3-dev has the header for both.
+packages_i386=(g++-multilib libdb5.3:i386 libsodium-dev:i386 libgtest-dev:i386)
+# Runs 32-bit programs where the kernel does not.
+packages_emulator=(qemu-user)
+
+# packages_missing NAME...: those that are not installed, one a line.
+packages_missing() {
+    local name native installed
+    native=$(dpkg --print-architecture)
+    installed=$(dpkg-query -W -f '${Package}:${Architecture} ${db:Status-Status}\n' |
+        sed -n 's/ installed$//p')
+    for name in "$@"; do
+        case $name in
+            *:*) grep -qxF -e "$name" <<<"$installed" ;;
+            *) grep -qxF -e "$name:$native" -e "$name:all" <<<"$installed" ;;
+        esac || echo "$name"
+    done
+}
+
+packages_as_root() {
+    if ((EUID == 0)); then
+        "$@"
+    else
+        sudo "$@"
+    fi
+}
+
+packages_apt() {
+    packages_as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -o Acquire::Retries=2 \
+        -o Acquire::http::Timeout=20 -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 "$@"
+}
+
+# packages_install NAME...: installs what is missing, and tries again where a mirror has a bad
+# moment. PACKAGES_ATTEMPTS (3) bounds that.
+packages_install() {
+    local -a missing
+    local attempt
+    if ! command -v dpkg-query >/dev/null; then
+        echo "This is no Debian system: these packages, or what has their role here, are needed: $*" >&2
+        return 0
+    fi
+    mapfile -t missing < <(packages_missing "$@")
+    if ((${#missing[@]} == 0)); then
+        return 0
+    fi
+    if ((EUID != 0)) && ! command -v sudo >/dev/null; then
+        echo "Missing packages; as root, run: apt-get install ${missing[*]}" >&2
+        return 1
+    fi
+    echo "Installing ${missing[*]}"
+    for ((attempt = 1; attempt <= ${PACKAGES_ATTEMPTS:-3}; ++attempt)); do
+        ((attempt == 1)) || sleep $((5 * attempt))
+        # An update that fails in part may still know all that is needed.
+        packages_apt update || true
+        if packages_apt install --no-install-recommends -y "${missing[@]}"; then
+            return 0
+        fi
+    done
+    echo "Could not install ${missing[*]}" >&2
+    return 1
+}
+
+# packages_install_i386: what builds 32-bit programs beside the native ones. A mirror may not have
+# it, so it is tried once, and the system's list of architectures is left as it was.
+packages_install_i386() {
+    local added=0
+    if [[ $(dpkg --print-architecture 2>/dev/null) != amd64 ]]; then
+        echo "not an amd64 Debian system" >&2
+        return 1
+    fi
+    if [[ -z $(packages_missing "${packages_i386[@]}") ]]; then
+        return 0
+    fi
+    if ! dpkg --print-foreign-architectures | grep -qx i386; then
+        packages_as_root dpkg --add-architecture i386 || return 1
+        added=1
+    fi
+    PACKAGES_ATTEMPTS=1 packages_install "${packages_i386[@]}" && return 0
+    if ((added)); then
+        packages_as_root dpkg --remove-architecture i386
+        packages_apt update || true
+    fi
+    return 1
+}

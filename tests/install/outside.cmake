@@ -1,0 +1,38 @@
+# Builds the project in outside/ in one way, runs it and compares what it prints.
+cmake_minimum_required(VERSION 3.25)
+set(outside ${CMAKE_CURRENT_LIST_DIR}/outside)
+file(REMOVE_RECURSE ${build})
+file(MAKE_DIRECTORY ${build})
+
+if(way STREQUAL PkgConfig)
+    find_program(pkg_config pkg-config)
+    if(NOT pkg_config)
+        message("skipped: there is no pkg-config")
+        return()
+    endif()
+    # The prefix alone, so that a copy that is installed on this system can not help.
+    set(ENV{PKG_CONFIG_LIBDIR} ${prefix}/${libdir}/pkgconfig)
+    execute_process(COMMAND ${pkg_config} --cflags --libs vantry
+        OUTPUT_VARIABLE options COMMAND_ERROR_IS_FATAL ANY)
+    separate_arguments(options UNIX_COMMAND "${options}")
+    separate_arguments(flags UNIX_COMMAND "${flags}")
+    execute_process(
+        COMMAND ${compiler} -std=c++17 ${flags} ${outside}/main.cpp -o ${build}/outside ${options}
+            -Wl,-rpath,${prefix}/${libdir}
+        COMMAND_ERROR_IS_FATAL ANY)
+else()
+    execute_process(
+        COMMAND ${CMAKE_COMMAND} -G Ninja -S ${outside} -B ${build}
+            -D way=${way} -D source=${source} -D CMAKE_PREFIX_PATH=${prefix}
+            -D CMAKE_CXX_COMPILER=${compiler} "-DCMAKE_CXX_FLAGS=${flags}"
+            -D CMAKE_LIBRARY_ARCHITECTURE=${architecture}
+        COMMAND_ERROR_IS_FATAL ANY)
+    execute_process(COMMAND ${CMAKE_COMMAND} --build ${build} COMMAND_ERROR_IS_FATAL ANY)
+endif()
+
+execute_process(COMMAND ${emulator} ${build}/outside
+    OUTPUT_VARIABLE printed COMMAND_ERROR_IS_FATAL ANY)
+set(expected "1.0.0.79.0\nqtxGeneric: Invalid path size\n6HioErr: Cannot open file: \n")
+if(NOT printed STREQUAL expected)
+    message(FATAL_ERROR "printed\n${printed}instead of\n${expected}")
+endif()
