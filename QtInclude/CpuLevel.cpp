@@ -7,11 +7,11 @@
 static CpuLevel ProcessorLevel() {
     __builtin_cpu_init();
     if (!__builtin_cpu_supports("sse4.1") || !__builtin_cpu_supports("ssse3") ||
-        !__builtin_cpu_supports("pclmul")) {
+        !__builtin_cpu_supports("popcnt") || !__builtin_cpu_supports("pclmul")) {
         return CpuLevel::Generic;
     }
     if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("bmi") ||
-        !__builtin_cpu_supports("vpclmulqdq")) {
+        !__builtin_cpu_supports("bmi2") || !__builtin_cpu_supports("vpclmulqdq")) {
         return CpuLevel::Clmul128;
     }
     if (!__builtin_cpu_supports("avx512f") || !__builtin_cpu_supports("avx512bw") ||

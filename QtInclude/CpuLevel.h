@@ -3,8 +3,8 @@
 /// The vector instructions that the fast paths choose from; each level includes those before it.
 enum class CpuLevel {
     Generic,   ///< what the compiler may use anyway
-    Clmul128,  ///< SSE4.1, SSSE3, carry-less multiplication
-    Clmul256,  ///< AVX2, BMI, carry-less multiplication of 256 bits
+    Clmul128,  ///< SSE4.1, SSSE3, POPCNT, carry-less multiplication
+    Clmul256,  ///< AVX2, BMI, BMI2, carry-less multiplication of 256 bits
     Clmul512,  ///< AVX-512 F, BW, VL, VBMI2, carry-less multiplication of 512 bits
 };
 

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "QtInclude/PolyRemainder.h"
+
 xPoly_Hash::~xPoly_Hash() = default;
 
 const char* xPoly_Hash::BaseString() const {
@@ -14,8 +16,8 @@ template <int N>
 void Poly_Hash<N>::ThrowInitErr(int value) {
     const bool small = value >= 0 && value < smallestDegree;
     char text[100];
-    std::snprintf(text, sizeof text, "Initiation error, requested size (%i) is %s than %i\n",
-                  value, small ? "smaller" : "greater", small ? smallestDegree : N);
+    std::snprintf(text, sizeof text, "Initiation error, requested size (%i) is %s than %i\n", value,
+                  small ? "smaller" : "greater", small ? smallestDegree : N);
     xPoly_HashInitErr error(8, text, 1);
     error.SetFileInfo(QT_FILE_INFO);
     throw error;
@@ -41,11 +43,38 @@ unsigned int Poly_Hash<N>::Hash(const qtString& bytes) const {
 
 template <int N>
 unsigned int Poly_Hash<N>::Extend(unsigned int hash, const char* bytes, std::size_t count) const {
-    std::uint32_t remainder = hash & mask;
-    for (const char* const end = bytes + count; bytes != end; ++bytes) {
-        remainder = Step(remainder, static_cast<unsigned char>(*bytes));
+    // For degree 32 the entry is the polynomial; smaller ones have no bit so high.
+    if (table[1] == sharedPolynomial) {
+        return sharedRemainder.load(std::memory_order_relaxed)(hash, bytes, count);
     }
-    return remainder;
+    return ExtendOther(hash & mask, bytes, count);
+}
+
+// Apart from Extend, which needs no stack frame without it.
+template <int N>
+[[gnu::noinline]] std::uint32_t Poly_Hash<N>::ExtendOther(std::uint32_t hash, const char* bytes,
+                                                          std::size_t count) const {
+    const PolyRemainder& remainder = GetPolyRemainder();
+    if (count < remainder.pays) {
+        return StepBytes(hash, bytes, count);
+    }
+    // P * x^(32 - degree) is of degree 32 and a multiple of P.
+    hash = remainder.divide(table[1] << (32 - degree), hash, bytes, count);
+    if (degree == 32) {
+        return hash;
+    }
+    const std::uint32_t bigEndian = __builtin_bswap32(hash);
+    return StepBytes(0, reinterpret_cast<const char*>(&bigEndian), sizeof bigEndian);
+}
+
+template <int N>
+std::uint32_t Poly_Hash<N>::StepBytes(std::uint32_t hash, const char* bytes,
+                                      std::size_t count) const {
+    for (const char* const end = bytes + count; bytes != end; ++bytes) {
+        hash =
+            (hash << 8 & mask) ^ table[hash >> (degree - 8)] ^ static_cast<unsigned char>(*bytes);
+    }
+    return hash;
 }
 
 template class Poly_Hash<32>;

@@ -81,7 +81,7 @@ public:
     /// The hash of the empty string.
     unsigned int InitialValue() const { return initialValue; }
     /// The remainder of byte(x) * x^degree modulo P(x).
-    unsigned int TableEntry(unsigned char byte) const { return table[byte]; }
+    constexpr unsigned int TableEntry(unsigned char byte) const { return table[byte]; }
 
 private:
     enum : int { smallestDegree = 8 };
@@ -106,9 +106,9 @@ private:
         }
     }
 
-    std::uint32_t Step(std::uint32_t hash, unsigned char byte) const {
-        return (hash << 8 & mask) ^ table[hash >> (degree - 8)] ^ byte;
-    }
+    std::uint32_t ExtendOther(std::uint32_t hash, const char* bytes, std::size_t count) const;
+    // The definition of the hash: a step for each byte.
+    std::uint32_t StepBytes(std::uint32_t hash, const char* bytes, std::size_t count) const;
 
     int degree = smallestDegree;
     std::uint32_t table[256] = {};

@@ -1,6 +1,10 @@
 vantry_sources(
     SOURCES
         CpuLevel.cpp
+        PolyRemainder.cpp
+        PolyRemainderClmul128.cpp
+        PolyRemainderClmul256.cpp
+        PolyRemainderClmul512.cpp
         Poly_Hash.cpp
         SegBuf.cpp
         qtX.cpp
@@ -8,3 +12,11 @@ vantry_sources(
         Poly_Hash.h
         SegBuf.h
         qtX.h)
+
+# The library chooses among these when it is loaded.
+set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/PolyRemainderClmul128.cpp
+    PROPERTIES COMPILE_OPTIONS "-mpclmul;-msse4.1")
+set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/PolyRemainderClmul256.cpp
+    PROPERTIES COMPILE_OPTIONS "-mpclmul;-mvpclmulqdq;-mavx2;-mbmi;-mbmi2")
+set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/PolyRemainderClmul512.cpp
+    PROPERTIES COMPILE_OPTIONS "-mpclmul;-mvpclmulqdq;-mavx512bw;-mavx512vl;-mbmi;-mbmi2")

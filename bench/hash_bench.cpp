@@ -1,0 +1,101 @@
+// Poly_Hash beside other checks of a string, and beside reading the same memory. VANTRY_CPU
+// chooses what the library uses.
+#include <benchmark/benchmark.h>
+#include <isa-l/crc.h>
+#include <xxhash.h>
+#include <zlib.h>
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "lpstring/LpStringHash.h"
+
+namespace {
+
+const std::vector<char>& Bytes() {
+    static const std::vector<char> bytes = [] {
+        std::mt19937 random(1);
+        std::vector<char> made(16 << 20);
+        for (char& byte : made) {
+            byte = static_cast<char>(random());
+        }
+        return made;
+    }();
+    return bytes;
+}
+
+template <class Function>
+void Measure(benchmark::State& state, const Function& function) {
+    const char* bytes = Bytes().data();
+    const auto count = static_cast<std::size_t>(state.range(0));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(bytes);
+        benchmark::DoNotOptimize(function(bytes, count));
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(count) * state.iterations());
+}
+
+std::uint64_t Sum(const char* bytes, std::size_t count) {
+    std::uint64_t sums[8] = {};
+    for (std::size_t i = 0; i + sizeof sums <= count; i += sizeof sums) {
+        std::uint64_t words[8];
+        std::memcpy(words, bytes + i, sizeof words);
+        for (std::size_t k = 0; k < 8; ++k) {
+            sums[k] += words[k];
+        }
+    }
+    std::uint64_t sum = 0;
+    for (const std::uint64_t part : sums) {
+        sum += part;
+    }
+    return sum;
+}
+
+void Shared(benchmark::State& state) {
+    Measure(state, [](const char* bytes, std::size_t count) {
+        return LpStringHash::s_polyHash.Hash(bytes, count);
+    });
+}
+
+void OtherPolynomial(benchmark::State& state) {
+    const Poly_Hash<32> hash(31, Hash_primitive_seed[31], 1);
+    Measure(state, [&](const char* bytes, std::size_t count) { return hash.Hash(bytes, count); });
+}
+
+void Zlib(benchmark::State& state) {
+    Measure(state, [](const char* bytes, std::size_t count) {
+        return crc32(0, reinterpret_cast<const Bytef*>(bytes), static_cast<uInt>(count));
+    });
+}
+
+void IsaL(benchmark::State& state) {
+    Measure(state, [](const char* bytes, std::size_t count) {
+        return crc32_gzip_refl(0, reinterpret_cast<const unsigned char*>(bytes), count);
+    });
+}
+
+void Xxh3(benchmark::State& state) {
+    Measure(state, [](const char* bytes, std::size_t count) { return XXH3_64bits(bytes, count); });
+}
+
+void ReadOnlySum(benchmark::State& state) {
+    Measure(state, Sum);
+}
+
+void Sizes(benchmark::internal::Benchmark* bench) {
+    for (const std::int64_t size : {8, 32, 256, 4 << 10, 64 << 10, 1 << 20, 16 << 20}) {
+        bench->Arg(size);
+    }
+}
+
+BENCHMARK(Shared)->Apply(Sizes);
+BENCHMARK(OtherPolynomial)->Apply(Sizes);
+BENCHMARK(Zlib)->Apply(Sizes);
+BENCHMARK(IsaL)->Apply(Sizes);
+BENCHMARK(Xxh3)->Apply(Sizes);
+BENCHMARK(ReadOnlySum)->Apply(Sizes);
+
+}  // namespace
+
+BENCHMARK_MAIN();
