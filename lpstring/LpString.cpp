@@ -1,7 +1,9 @@
 #include "lpstring/LpString.h"
 
-#include <cctype>
+#include <algorithm>
 #include <cwctype>
+
+#include "lpstring/TokenEdges.h"
 
 namespace {
 
@@ -26,19 +28,58 @@ void Split(const View source, std::vector<View>& tokens, const IsSeparator& isSe
     }
 }
 
+// Piece by piece, whose edges stay in the cache until they have become tokens.
+void SplitBytes(const LpCString source, std::vector<LpCString>& tokens, const ByteSet& separators) {
+    constexpr std::uint32_t pieceBytes = 2048;
+    std::uint32_t edges[1 + pieceBytes + edgesSlack];
+    std::size_t open = 0;  // 1 if edges[0] is the start of a token whose end is still to come
+    bool inToken = false;
+    const TokenEdges& way = GetTokenEdges();
+
+    tokens.clear();
+    for (std::uint32_t position = 0; position < source.Length();) {
+        const char* const piece = source.Data() + position;
+        const std::uint32_t count = std::min(source.Length() - position, pieceBytes);
+        std::size_t found =
+            open + way.find(separators, piece, count, position, inToken, edges + open);
+        position += count;
+        const std::uint32_t rest = source.Length() - position;
+        if (rest == 0 && inToken) {
+            edges[found++] = source.Length();
+        }
+        // A vector that has to grow does so once.
+        if (tokens.capacity() - tokens.size() < found / 2) {
+            bool inTokenThen = inToken;
+            const std::size_t later = way.count(separators, piece + count, rest, inTokenThen);
+            tokens.reserve(tokens.size() + (found + later + 1) / 2);
+        }
+        for (std::size_t i = 0; i + 1 < found; i += 2) {
+            tokens.emplace_back(source.Data() + edges[i], edges[i + 1] - edges[i]);
+        }
+        open = found % 2;
+        edges[0] = edges[found - open];
+    }
+}
+
 }  // namespace
 
 void LpTokenize(const LpCString& source, std::vector<LpCString>& tokens) {
-    Split(source, tokens, [](char c) { return isascii(c) != 0 && std::isspace(c) != 0; });
+    SplitBytes(source, tokens, ByteSet::AsciiWhiteSpace());
 }
 
 void LpTokenize(const LpCString& source, std::vector<LpCString>& tokens, char separator) {
-    Split(source, tokens, [separator](char c) { return c == separator; });
+    ByteSet separators;
+    separators.Add(separator);
+    SplitBytes(source, tokens, separators);
 }
 
 void LpTokenize(const LpCString& source, std::vector<LpCString>& tokens,
                 const qtString& separators) {
-    Split(source, tokens, [&](char c) { return separators.find(c) != qtString::npos; });
+    ByteSet set;
+    for (const char c : separators) {
+        set.Add(c);
+    }
+    SplitBytes(source, tokens, set);
 }
 
 void LpTokenize(const LpWString& source, std::vector<LpWString>& tokens) {

@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <clocale>
+#include <cwctype>
+#include <random>
+
 #include "lpstring/qtTokenize.h"
 
 namespace {
@@ -48,6 +53,88 @@ TEST(LpTokenize, SplitsAsDocumented) {
     EXPECT_EQ(SplitWide(L",a,,b,", L','), (std::vector<qtWString>{L"a", L"b"}));
     EXPECT_EQ(SplitWide(L"x\x20AC y\x2603z", qtWString(L" \x2603")),
               (std::vector<qtWString>{L"x\x20AC", L"y", L"z"}));
+}
+
+// The judge: one character after the other.
+template <class String, class IsSeparator>
+std::vector<String> Walk(const String& text, const IsSeparator& isSeparator) {
+    std::vector<String> tokens;
+    bool inToken = false;
+    for (const auto c : text) {
+        const bool separator = isSeparator(c);
+        if (!separator && !inToken) {
+            tokens.emplace_back();
+        }
+        if (!separator) {
+            tokens.back() += c;
+        }
+        inToken = !separator;
+    }
+    return tokens;
+}
+
+TEST(LpTokenize, AgreesWithAWalkOnAnyBytes) {
+    std::mt19937 random(2024);
+    for (int round = 0; round < 2000; ++round) {
+        // All bytes at times; few of them make long tokens and runs of separators.
+        const unsigned int kinds = round % 3 == 0 ? 256 : 1 + random() % 8;
+        const auto first = static_cast<unsigned int>(random());
+        const auto byte = [&] { return static_cast<char>(first + random() % kinds * 37); };
+        const std::size_t longest = round % 20 == 0 ? 7000 : 300;
+        // Memory of its own, for the sanitizer to see reading beyond either end.
+        std::vector<char> memory(random() % longest);
+        std::generate(memory.begin(), memory.end(), byte);
+        const LpCString source(memory.data(), static_cast<std::uint32_t>(memory.size()));
+        const qtString text(memory.begin(), memory.end());
+
+        const char one = byte();
+        qtString set(random() % 20, '\0');
+        std::generate(set.begin(), set.end(), byte);
+        ASSERT_EQ(Split(source, one), Walk(text, [&](char c) { return c == one; })) << round;
+        ASSERT_EQ(Split(source, set),
+                  Walk(text, [&](char c) { return set.find(c) != qtString::npos; }))
+            << round;
+        ASSERT_EQ(Split(source),
+                  Walk(text, [](char c) { return isascii(c) != 0 && std::isspace(c) != 0; }))
+            << round;
+    }
+}
+
+TEST(LpTokenize, FollowsTheLocaleOfTheThread) {
+    qtWString wide;
+    for (wchar_t c = 1; c < 0x3100; ++c) {
+        wide += {L'x', c};
+    }
+    wide += {static_cast<wchar_t>(-1), static_cast<wchar_t>(0x7FFFFFFF)};
+    const auto split = [&wide] {
+        EXPECT_EQ(SplitWide(wide), Walk(wide, [](wchar_t c) {
+                      return std::iswspace(static_cast<std::wint_t>(c)) != 0;
+                  }));
+        return SplitWide(wide).size();
+    };
+    const std::size_t plain = split();
+    const locale_t unicode = newlocale(LC_ALL_MASK, "C.UTF-8", nullptr);
+    ASSERT_NE(unicode, nullptr);
+    const locale_t before = uselocale(unicode);
+    EXPECT_GT(split(), plain);
+    EXPECT_EQ(Split("a\xC2\xA0z b"), (Texts{"a\xC2\xA0z", "b"}));
+    uselocale(before);
+    freelocale(unicode);
+}
+
+TEST(LpTokenize, GrowsOnce) {
+    const qtString text = [] {
+        qtString words;
+        for (int i = 0; i < 10000; ++i) {
+            words += std::to_string(i) + " ";
+        }
+        return words;
+    }();
+    std::vector<LpCString> tokens;
+    LpTokenize(text, tokens, ' ');
+    EXPECT_EQ(tokens.size(), 10000u);
+    EXPECT_EQ(tokens.capacity(), tokens.size());
+    EXPECT_EQ(tokens[9999].ToString(), "9999");
 }
 
 TEST(LpTokenize, SourceMayBeAnElementOfTheTokens) {
