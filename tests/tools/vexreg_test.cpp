@@ -1,0 +1,178 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "TemporaryRegistry.h"
+#include "basekit/qtEncryptor.h"
+
+#define DB_DBM_HSEARCH 1
+#include <db.h>
+#include <fcntl.h>
+#undef store
+#undef fetch
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class VexregTest : public TemporaryRegistry {
+protected:
+    VexregTest() { fs::current_path(folder); }
+    ~VexregTest() override { fs::current_path("/"); }
+
+    /// Runs a shell command in which `vexreg` is the tool and compares all that comes of it.
+    void Run(const std::string& command, int status, const std::string& out,
+             const std::string& error) {
+        const std::string line = "vexreg() { " VEXREG " \"$@\"; }; { " + command + "; } >out 2>err";
+        const int result = std::system(line.c_str());
+        EXPECT_EQ(WEXITSTATUS(result), status) << command;
+        EXPECT_EQ(Read("out"), out) << command;
+        EXPECT_EQ(Read("err"), error.empty() ? "" : "vexreg: " + error + "\n") << command;
+    }
+    void Done(const std::string& command, const std::string& out = "") { Run(command, 0, out, ""); }
+    void Fails(const std::string& command, const std::string& error) { Run(command, 1, "", error); }
+};
+
+TEST_F(VexregTest, ShowsAndChangesValues) {
+    const std::string where = " (" + database.string() + ")";
+    Fails("vexreg get a", database.string() + ": No such file or directory");
+    Fails("vexreg rm a", database.string() + ": No such file or directory");
+    EXPECT_FALSE(fs::exists(database.parent_path()));
+    Done("vexreg set Pop/Greeting 'hello world'", "Value set\n");
+    Done("vexreg set -- Pop/Offset -5", "Value set\n");
+    Done("vexreg set '\"a\\nb\"' ''", "Value set\n");
+    EXPECT_EQ(ReadAll(),
+              (Records{{"Pop/Greeting", "hello world"}, {"Pop/Offset", "-5"}, {"a\nb", ""}}));
+    Done("vexreg get Pop/Greeting", "key: Pop/Greeting   Value: hello world\n");
+    Done("vexreg get --value Pop/Greeting", "hello world");
+    Fails("vexreg get '\"a\\n\"'", "\"a\\n\": Key not found" + where);
+    Done("vexreg list", "Pop/Greeting\nPop/Offset\n\"a\\nb\"\n");
+    Done("vexreg list -l Pop/O", "Pop/Offset\t-5\n");
+    Done("vexreg list --json '\"a\\n\"'",
+         "[\n  {\"key\":\"\\\"a\\\\nb\\\"\",\"size\":0,\"value\":\"\\\"\\\"\"}\n]\n");
+    Fails("vexreg rm Pop/Offset Pop/Offset", "Pop/Offset: Key not found" + where);
+    Done("vexreg rm '\"a\\nb\"'");
+    EXPECT_EQ(ReadAll(), (Records{{"Pop/Greeting", "hello world"}}));
+
+    Write(database, "no database");
+    const std::string cause =
+        database.string() + ": no registry database, or a damaged one (Invalid argument)";
+    Fails("vexreg get Pop/Greeting", cause);
+    Fails("vexreg set a b", "a: can't open DB (" + cause + ")");
+    Fails("vexreg export file", cause);
+    EXPECT_FALSE(fs::exists("file"));
+    Run("vexreg get", 2, "", "KEY is required (see vexreg get --help)");
+    Run("vexreg get '\"a\\x00\"'", 2, "", "\"a\\x00\": a key with NUL in it needs --value");
+    for (const char* command :
+         {"get", "set", "password", "rm", "list", "dump", "load", "export", "import"}) {
+        Done(std::string("vexreg ") + command + " --help | grep -c -A1 Example", "1\n");
+    }
+}
+
+TEST_F(VexregTest, PasswordsAreReadAndNeverShown) {
+    Done("printf 'secret\\r\\nmore' | vexreg password", "Password set\n");
+    EXPECT_EQ(qtEncryptor().Decrypt(ReadAll()["LogonDatabaseParam"]), "secret");
+    Fails("vexreg password </dev/null", "no password given; nothing was stored");
+    Fails("printf 'a\\0b' | vexreg password", "a password can not have a NUL in it");
+    Fails("yes | tr -d '\\n' | vexreg password", "a password can not have more than 1023 bytes");
+    Fails("echo geheim | vexreg password --kesh k",
+          "Kesh k does not exist. Can not set password (" + database.string() + ")");
+    Done("vexreg set Logon/Keshs/k/DbUserName scott", "Value set\n");
+    Done("echo geheim | vexreg password --kesh k", "Password set\n");
+    EXPECT_EQ(qtEncryptor().Decrypt(ReadAll()["Logon/Keshs/k/DatabaseParam"]), "geheim");
+    Done("vexreg list -l LogonD", "LogonDatabaseParam\t(password)\n");
+    Run("vexreg dump file", 0, "", "passwords left out: 2");
+    EXPECT_EQ(Read("file"), "# vexreg dump 1\nLogon/Keshs/k/DbUserName\tscott\n# end\n");
+    const fs::path key = fs::path(database).replace_extension(".key");
+    Write(key, "short");
+    Fails("echo x | vexreg password",
+          "Cannot set password (Cannot use key file " + key.string() + ": Bad message)");
+}
+
+TEST_F(VexregTest, ExportsAndImports) {
+    ASSERT_TRUE(Set("Pop/Greeting", "hello") && Set("edge", " x") && Set("DatabaseParam", "p"));
+    Write("other", "before");
+    fs::create_symlink("other", "file");
+    Run("vexreg export file", 0, "",
+        "exported 2 keys\n"
+        "vexreg: will not read back the same: edge\n"
+        "vexreg: 1 of the exported records will not read back the same; "
+        "\"vexreg dump\" keeps all");
+    EXPECT_TRUE(fs::is_symlink("file"));
+    const std::string text = Read("other");
+    EXPECT_EQ(text.size(), std::strlen("Pop/Greeting hello\nedge  x\n"));
+    Done("vexreg rm edge");
+    Run("vexreg export", 0, "Pop/Greeting hello\n", "exported 1 keys");
+    Run("vexreg export >/dev/full", 1, "", "cannot write standard output: No space left on device");
+    Run("ulimit -f 1; vexreg set big $(seq -s. 4000) >/dev/null; vexreg export file", 0, "",
+        "big: Cannot set value (" + database.string() +
+            ": File too large)\n"
+            "vexreg: exported 1 keys");
+    EXPECT_EQ(Read("other"), "Pop/Greeting hello\n");
+
+    Write("in", "Pop/Greeting  hallo\nnew 1\nnew 2\nDatabaseParam  p\n");
+    const Records before = ReadAll();
+    Done("vexreg import --dry-run in",
+         "keep\tDatabaseParam\t(password)\nchange\tPop/Greeting\thallo\nadd\tnew\t2\n");
+    EXPECT_EQ(ReadAll(), before);
+    Done("vexreg import - <in", "Imported 4 lines\n");
+    EXPECT_EQ(ReadAll(),
+              (Records{{"Pop/Greeting", "hallo"}, {"new", "2"}, {"DatabaseParam", "p"}}));
+    Write("in", "a 1\n b\nc 3\n");
+    Run("vexreg import --dry-run in", 1, "add\ta\t1\n", "in: invalid line:  b");
+    Fails("vexreg import in", "in: invalid line:  b");
+    Write("in", "");
+    Fails("vexreg import in", "can't read file in (it is empty)");
+    Fails("vexreg import none", "can't read file none (No such file or directory)");
+}
+
+TEST_F(VexregTest, DumpKeepsEveryByte) {
+    std::string all(256, '\0');
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        all[i] = static_cast<char>(i);
+    }
+    for (const auto& [key, value] : Records{
+             {"", "x"}, {all, ""}, {"#a", "\tb "}, {"\"", all}, {"LogonDatabaseParam", "secret"}}) {
+        ASSERT_TRUE(Set(key, value));
+    }
+    const Records model = ReadAll();
+    Done("vexreg dump --with-passwords file");
+    EXPECT_EQ(fs::status("file").permissions(), fs::perms(0600));
+    const std::string text = Read("file");
+    Use(folder / "copy");
+    Write("cut", text.substr(0, text.size() - 7));
+    Fails("vexreg load cut", "cut: the end is missing");
+    Write("bad", "# vexreg dump 1\na\t\"x\n# end\n");
+    Fails("vexreg load bad", "bad:2: a key that begins with a quote must end with one: \"x");
+    Write("bad", "a\tb\n# end\n");
+    Fails("vexreg load bad", "bad: not written by \"vexreg dump\"");
+    EXPECT_FALSE(fs::exists(database));
+    Done("vexreg load file", "loaded 5 keys\n");
+    EXPECT_EQ(ReadAll(), model);
+}
+
+// Bucket pages that lead to themselves, in a database without checksums.
+TEST_F(VexregTest, GivesUpOnADatabaseThatNeverEnds) {
+    fs::create_directories(database.parent_path());
+    DBM* const dbm =
+        dbm_open(fs::path(database).replace_extension().c_str(), O_RDWR | O_CREAT, 0600);
+    const datum key{const_cast<char*>("key"), 3};
+    ASSERT_EQ(dbm_store(dbm, key, key, DBM_REPLACE), 0);
+    dbm_close(dbm);
+    std::string bytes = Read(database);
+    for (std::size_t page = 1; page < bytes.size() / 4096; ++page) {
+        const auto number = static_cast<unsigned>(page);
+        std::memcpy(&bytes[page * 4096 + 16], &number, sizeof number);
+    }
+    Write(database, bytes);
+    const std::string gaveUp =
+        database.string() + ": no answer within 1 s of processor time: the database is damaged";
+    Fails("vexreg list --time-limit 1", gaveUp);
+    Fails("vexreg --time-limit 1 export file", gaveUp);
+    EXPECT_FALSE(fs::exists("file"));
+    EXPECT_EQ(Read(database), bytes);
+}
+
+}  // namespace

@@ -1,0 +1,141 @@
+#include <cstdio>
+#include <iterator>
+#include <string>
+
+#include "tools/common/JsonOutput.h"
+#include "tools/common/KeyText.h"
+#include "tools/common/Tool.h"
+#include "tools/vexreg/Commands.h"
+#include "tools/vexreg/DumpText.h"
+#include "tools/vexreg/Records.h"
+
+namespace {
+
+struct ListOptions {
+    std::string prefix;
+    bool isLong = false;
+    bool json = false;
+};
+
+struct DumpOptions {
+    std::string file;
+    bool withPasswords = false;
+};
+
+struct LoadOptions {
+    std::string file;
+    bool dryRun = false;
+};
+
+}  // namespace
+
+static void ListAsJson(const Records& records) {
+    JsonArrayPrinter printer;
+    for (const auto& record : records) {
+        Json object = {{"key", QuoteKey(record.first)}, {"size", record.second.size()}};
+        object["value"] = IsPassword(record.first) ? Json() : Json(QuoteKey(record.second));
+        printer.Print(object);
+    }
+    printer.End();
+}
+
+static void List(const ListOptions& options) {
+    UnixRegistry store;
+    OpenExisting(store);
+    const Records records = ReadRecords(store, UnquoteKey(options.prefix));
+    if (options.json) {
+        ListAsJson(records);
+        return;
+    }
+    for (const auto& record : records) {
+        const std::string value = options.isLong ? "\t" + ShowValue(record) : "";
+        std::puts((QuoteKey(record.first) + value).c_str());
+    }
+}
+
+static void Dump(const DumpOptions& options) {
+    UnixRegistry store;
+    OpenExisting(store);
+    Records records = ReadRecords(store);
+    std::size_t leftOut = 0;
+    for (auto record = records.begin(); record != records.end();) {
+        const bool leave = IsPassword(record->first) && !options.withPasswords;
+        leftOut += leave ? 1 : 0;
+        record = leave ? records.erase(record) : std::next(record);
+    }
+    const auto print = [&] {
+        const std::string text = DumpRecords(records);
+        std::fwrite(text.data(), 1, text.size(), stdout);
+    };
+    PrintTo(options.file, print, 0600);
+    if (leftOut != 0) {
+        PrintError("passwords left out: " + std::to_string(leftOut));
+    }
+}
+
+static void Load(const LoadOptions& options) {
+    const Records records = ParseDump(ReadWhole(options.file), options.file);
+    if (options.dryRun) {
+        PrintChanges(records);
+        return;
+    }
+    UnixRegistry store;
+    bool done = store.Open(true);
+    if (done) {
+        UnixRegistry::Update update(store);
+        for (const auto& [key, value] : records) {
+            done = done && update.Set(key, value.data(), value.size());
+        }
+        done = done && update.Commit();
+    }
+    if (!done) {
+        throw ToolFailure(options.file + ": nothing was loaded (" + UnixRegistry::LastError() +
+                          ")");
+    }
+    std::printf("loaded %zu keys\n", records.size());
+}
+
+void AddListCommands(CLI::App& app) {
+    const auto list = std::make_shared<ListOptions>();
+    CLI::App& listCommand = AddCommand(app, "list", "Show the keys, in order",
+                                       "Passwords are never shown.\n"
+                                       "\n"
+                                       "Examples:\n"
+                                       "  vexreg list\n"
+                                       "  vexreg list -l Pop/",
+                                       &List, list);
+    listCommand.add_option("PREFIX", list->prefix, "Only the keys that start with it")
+        ->type_name("");
+    CLI::Option* const isLong =
+        listCommand.add_flag("-l,--long", list->isLong, "Show each value behind its key");
+    listCommand.add_flag("--json", list->json, "Show an array of objects")->excludes(isLong);
+
+    const auto dump = std::make_shared<DumpOptions>();
+    CLI::App& dumpCommand =
+        AddCommand(app, "dump", "Write all records as text that keeps every byte",
+                   "A line is a key, a tab and a value, in quotes where they are not printable.\n"
+                   "\n"
+                   "Examples:\n"
+                   "  vexreg dump registry.dump\n"
+                   "  vexreg dump | BASEKIT_REGISTRY=/tmp/copy vexreg load -",
+                   &Dump, dump);
+    dumpCommand.add_option("FILE", dump->file, "The file to write, in one step")
+        ->type_name("")
+        ->default_str("standard output");
+    dumpCommand.add_flag("--with-passwords", dump->withPasswords,
+                         "Passwords too, encrypted as they are stored");
+
+    const auto load = std::make_shared<LoadOptions>();
+    CLI::App& loadCommand = AddCommand(app, "load", "Store all records that dump wrote, or none",
+                                       "Keys that the file does not name stay as they are.\n"
+                                       "\n"
+                                       "Examples:\n"
+                                       "  vexreg load --dry-run registry.dump\n"
+                                       "  vexreg load registry.dump",
+                                       &Load, load);
+    loadCommand.add_option("FILE", load->file, "The file to read; - for standard input")
+        ->required()
+        ->type_name("");
+    loadCommand.add_flag("--dry-run", load->dryRun,
+                         "Only show what would be added, changed and kept");
+}

@@ -1,0 +1,186 @@
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "VexUnix/VexRegistryUnix.h"
+#include "tools/common/KeyText.h"
+#include "tools/common/Tool.h"
+#include "tools/vexreg/Commands.h"
+#include "tools/vexreg/Records.h"
+
+namespace {
+
+struct ExportOptions {
+    std::string file;
+};
+
+struct ImportOptions {
+    std::string file;
+    bool dryRun = false;
+};
+
+// A registry in a folder of its own, which the program uses while it lives.
+class ScratchRegistry {
+public:
+    ScratchRegistry() {
+        folder = (std::filesystem::temp_directory_path() / "vexregXXXXXX").string();
+        if (mkdtemp(folder.data()) == nullptr) {
+            throw SystemFailure("cannot create", folder, errno);
+        }
+        const char* const set = std::getenv(variable);
+        wasSet = set != nullptr;
+        former = wasSet ? set : "";
+        setenv(variable, (folder + "/registry").c_str(), 1);
+    }
+    ~ScratchRegistry() {
+        wasSet ? setenv(variable, former.c_str(), 1) : unsetenv(variable);
+        std::error_code ignored;
+        std::filesystem::remove_all(folder, ignored);
+    }
+    ScratchRegistry(const ScratchRegistry&) = delete;
+    ScratchRegistry& operator=(const ScratchRegistry&) = delete;
+
+private:
+    static constexpr const char* variable = "BASEKIT_REGISTRY";
+    std::string folder;
+    std::string former;
+    bool wasSet = false;
+};
+
+}  // namespace
+
+static constexpr std::string_view whiteSpace = " \t\n\v\f\r";
+
+static bool ReadsBackTheSame(std::string_view key, std::string_view value) {
+    using namespace std::string_view_literals;
+    constexpr auto npos = std::string_view::npos;
+    const auto isWhite = [](char byte) { return whiteSpace.find(byte) != npos; };
+    return !key.empty() && key.find_first_of(" \t\n\v\f\r\0"sv) == npos &&
+           value.find_first_of("\n\r\0"sv) == npos &&
+           (value.empty() || (!isWhite(value.front()) && !isWhite(value.back())));
+}
+
+static void WarnOfLosses(const Records& records) {
+    std::size_t count = 0;
+    for (const auto& [key, value] : records) {
+        if (!IsPassword(key) && !ReadsBackTheSame(key, value)) {
+            PrintError("will not read back the same: " + QuoteKey(key));
+            ++count;
+        }
+    }
+    if (count != 0) {
+        PrintError(std::to_string(count) +
+                   " of the exported records will not read back the same; "
+                   "\"vexreg dump\" keeps all");
+    }
+}
+
+static void Export(const ExportOptions& options) {
+    UnixRegistry store;
+    OpenExisting(store);
+    // Reading it all first finds damage, which the editor does not tell, before a file is touched.
+    const Records records = ReadRecords(store);
+    CvexRegEdit editor;
+    bool done = false;
+    PrintTo(options.file, [&] { done = editor.Export(nullptr); });
+    if (!done) {
+        throw ToolFailure(editor.m_strMessage + " (" + UnixRegistry::LastError() + ")");
+    }
+    PrintError(editor.m_strMessage);
+    WarnOfLosses(records);
+}
+
+// Why a file can not be imported at all; empty when it can.
+static std::string Obstacle(const std::string& file) {
+    std::error_code unknown;
+    if (access(file.c_str(), R_OK) != 0) {
+        return std::strerror(errno);
+    }
+    if (std::filesystem::is_directory(file, unknown)) {
+        return std::strerror(EISDIR);
+    }
+    return std::filesystem::file_size(file, unknown) == 0 ? "it is empty" : "";
+}
+
+static void ImportFrom(const std::string& file, CvexRegEdit& editor) {
+    const std::string path = file == "-" ? "/dev/stdin" : file;
+    const std::string obstacle = Obstacle(path);
+    if (editor.Import(path.c_str())) {
+        return;
+    }
+    if (!obstacle.empty()) {
+        throw ToolFailure(editor.m_strMessage + " (" + obstacle + ")");
+    }
+    const qtString& cause = UnixRegistry::LastError();
+    throw ToolFailure(file + ": " + editor.m_strMessage +
+                      (cause.empty() ? "" : " (" + cause + ")"));
+}
+
+// What the lines amount to is what they leave in an empty registry.
+static void ShowImport(const std::string& file) {
+    Records wanted;
+    std::string failure;
+    {
+        const ScratchRegistry scratch;
+        CvexRegEdit editor;
+        try {
+            ImportFrom(file, editor);
+        } catch (const ToolFailure& error) {
+            failure = error.what();
+        }
+        UnixRegistry store;
+        OpenExisting(store);
+        wanted = ReadRecords(store);
+    }
+    PrintChanges(wanted);
+    if (!failure.empty()) {
+        throw ToolFailure(failure);
+    }
+}
+
+static void Import(const ImportOptions& options) {
+    if (options.dryRun) {
+        ShowImport(options.file);
+        return;
+    }
+    CvexRegEdit editor;
+    ImportFrom(options.file, editor);
+    std::puts(editor.m_strMessage.c_str());
+}
+
+void AddTransferCommands(CLI::App& app) {
+    const auto exporting = std::make_shared<ExportOptions>();
+    CLI::App& exportCommand = AddCommand(
+        app, "export", "Write all records but passwords as lines of text",
+        "A line is a key, a blank and a value. What import would read back otherwise is\n"
+        "named on standard error: line ends, NUL, white space at the ends of a value or\n"
+        "in a key. \"vexreg dump\" keeps everything.\n"
+        "\n"
+        "Examples:\n"
+        "  vexreg export registry.txt\n"
+        "  vexreg export | sort",
+        &Export, exporting);
+    exportCommand.add_option("FILE", exporting->file, "The file to write, in one step")
+        ->type_name("")
+        ->default_str("standard output");
+
+    const auto importing = std::make_shared<ImportOptions>();
+    CLI::App& importCommand =
+        AddCommand(app, "import", "Store the lines of a file that export wrote",
+                   "A bad line stops the import; the lines before it are stored.\n"
+                   "\n"
+                   "Examples:\n"
+                   "  vexreg import --dry-run registry.txt\n"
+                   "  vexreg import registry.txt",
+                   &Import, importing);
+    importCommand.add_option("FILE", importing->file, "The file to read; - for standard input")
+        ->required()
+        ->type_name("");
+    importCommand.add_flag("--dry-run", importing->dryRun,
+                           "Only show what would be added, changed and kept");
+}

@@ -1,0 +1,27 @@
+#include "tools/common/Tool.h"
+#include "tools/vexreg/Commands.h"
+#include "tools/vexreg/DamageGuard.h"
+
+int main(int argc, char** argv) {
+    CLI::App app("Shows and changes the registry: named values that programs share.", "vexreg");
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.footer(
+        "The registry is the database named by BASEKIT_REGISTRY (without its .db), or\n"
+        "$XDG_DATA_HOME/basekit/registry.db, or ~/.local/share/basekit/registry.db.\n"
+        "Keys are any bytes. One that is not printable is shown, and may be given, in quotes:\n"
+        "  vexreg get '\"line\\nend\"'\n"
+        "\n"
+        "Examples:\n"
+        "  vexreg set Pop/Greeting 'hello world'\n"
+        "  vexreg get Pop/Greeting\n"
+        "  vexreg list -l Pop/\n"
+        "  vexreg import --help\n"
+        "\n"
+        "Exit status: 0 done, 1 the operation failed, 2 the command line makes no sense.");
+    AddDamageGuard(app);
+    AddEditCommands(app);
+    AddListCommands(app);
+    AddTransferCommands(app);
+    return RunTool(app, argc, argv);
+}
