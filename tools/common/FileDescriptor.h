@@ -1,7 +1,10 @@
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cstddef>
+#include <string>
 #include <utility>
 
 /// Owns an open file descriptor; -1 is none.
@@ -25,3 +28,14 @@ public:
 private:
     int number;
 };
+
+/// Opens an existing regular file. Nothing else is opened, nor waited for.
+/// @throws ToolFailure
+FileDescriptor OpenRegular(const std::string& path, int flags);
+
+/// Reads up to `count` bytes. @return how many came, 0 at the end
+/// @throws ToolFailure that names `shown`
+std::size_t ReadSome(int descriptor, char* data, std::size_t count, const std::string& shown);
+
+/// Writes all bytes. @throws ToolFailure that names `shown`
+void WriteAll(int descriptor, const char* data, std::size_t count, const std::string& shown);

@@ -1,11 +1,13 @@
 #include "tools/common/Tool.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <new>
+#include <vector>
 
 #include "Vantry/VantryVersion.h"
 #include "basekit/qtxAll.h"
@@ -48,6 +50,45 @@ static void FlushOutput() {
     }
 }
 
+// The parser hands "--" in a command to the level above, where the words behind it mean nothing,
+// and it takes words in brackets apart. So it never sees such words as they are: they come with a
+// mark, which no argument can have, and each option takes that off again.
+static constexpr char wordMark = '\0';
+
+static std::string Unmarked(const std::string& word) {
+    return word.substr(word.rfind(wordMark, 0) == 0 ? 1 : 0);
+}
+
+static std::vector<std::string> WordsInReverse(int argc, char** argv) {
+    std::vector<std::string> words;
+    bool optionsEnded = false;
+    for (int at = 1; at < argc; ++at) {
+        const std::string word = argv[at];
+        if (!optionsEnded && word == "--") {
+            optionsEnded = true;
+            continue;
+        }
+        const bool marked = optionsEnded || word == "++" || word[0] == '[' || word[0] == '{';
+        words.push_back(marked ? wordMark + word : word);
+    }
+    std::reverse(words.begin(), words.end());
+    return words;
+}
+
+static void TakeMarksOff(CLI::App& app) {
+    const CLI::Validator unmark(
+        [](std::string& word) {
+            word = Unmarked(word);
+            return std::string();
+        },
+        "");
+    for (CLI::App* const command : app.get_subcommands({})) {
+        for (CLI::Option* const option : command->get_options()) {
+            option->transform(unmark);
+        }
+    }
+}
+
 static int ParseFailed(const CLI::App& app, const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) {  // --help and --version come this way
         app.exit(error);
@@ -58,7 +99,11 @@ static int ParseFailed(const CLI::App& app, const CLI::ParseError& error) {
     for (const CLI::App* command : app.get_subcommands()) {
         helpOf += " " + command->get_name();
     }
-    PrintError(std::string(error.what()) + " (see " + helpOf + " --help)");
+    std::string reason = error.what();
+    if (const std::vector<std::string> unknown = app.remaining(true); !unknown.empty()) {
+        reason = "unknown word or option " + Unmarked(unknown.front());
+    }
+    PrintError(reason + " (see " + helpOf + " --help)");
     return exitUsage;
 }
 
@@ -71,7 +116,8 @@ static int EndBySignal(int signal) {
 
 static int Run(CLI::App& app, int argc, char** argv) {
     try {
-        app.parse(argc, argv);
+        TakeMarksOff(app);
+        app.parse(WordsInReverse(argc, argv));
         FlushOutput();
         return exitDone;
     } catch (const CLI::ParseError& error) {
