@@ -1,0 +1,91 @@
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+#include "tools/common/KeyText.h"
+#include "tools/hpack/Commands.h"
+#include "tools/hpack/KeyWords.h"
+#include "tools/hpack/PackageFile.h"
+
+namespace {
+
+struct RemoveOptions : PackageOptions {
+    KeyWords words;
+    bool force = false;
+};
+
+struct MoveOptions : PackageOptions {
+    KeyWords words;
+    bool force = false;
+};
+
+}  // namespace
+
+static bool Has(const std::vector<qtString>& keys, const qtString& key) {
+    return std::binary_search(keys.begin(), keys.end(), key);
+}
+
+static void Remove(const RemoveOptions& options) {
+    KeyWords words = options.words;
+    if (words.Empty()) {
+        throw UsageFailure("KEY is required");
+    }
+    const std::vector<qtString> keys = words.TakeKeys();
+    const LockedPackage original(options.package);
+    if (!options.force) {
+        const std::vector<qtString> present = original.Keys();
+        for (const qtString& key : keys) {
+            if (!Has(present, key)) {
+                throw NoSuchItem(options.package, key);
+            }
+        }
+    }
+    ChangePackage(original, options.quiet, [&](Hpack& package, CTProgress&) {
+        for (const qtString& key : keys) {
+            OnPackage(options.package, [&] { package.Delete(key); });
+        }
+    });
+}
+
+static void Move(const MoveOptions& options) {
+    KeyWords words = options.words;
+    const qtString oldKey = words.TakeKey("OLD");
+    const qtString newKey = words.TakeKey("NEW");
+    words.RequireEnd();
+    const LockedPackage original(options.package);
+    const std::vector<qtString> present = original.Keys();
+    if (!Has(present, oldKey)) {
+        throw NoSuchItem(options.package, oldKey);
+    }
+    if (!options.force && Has(present, newKey)) {
+        throw ToolFailure(options.package + ": the item " + QuoteKey(newKey) +
+                          " is already there (--force replaces it)");
+    }
+    ChangePackage(original, options.quiet, [&](Hpack& package, CTProgress&) {
+        OnPackage(options.package, [&] { package.Rename(oldKey, newKey); });
+    });
+}
+
+void AddChangeCommands(CLI::App& app) {
+    const auto remove = std::make_shared<RemoveOptions>();
+    CLI::App& removeCommand =
+        AddCommand(app, "rm", "Take items out of a package",
+                   "All of them or, when one is not there, none. Their bytes become dead space.\n"
+                   "\n"
+                   "Example:\n"
+                   "  hpack rm include.hpk stdio.h sys/types.h",
+                   &Remove, remove);
+    remove->words.AddTo(removeCommand, "KEY", "The items");
+    removeCommand.add_flag("-f,--force", remove->force, "Do not mind items that are not there");
+    remove->AddQuiet(removeCommand);
+
+    const auto move = std::make_shared<MoveOptions>();
+    CLI::App& moveCommand = AddCommand(app, "mv", "Move an item to another key",
+                                       "Examples:\n"
+                                       "  hpack mv letters.hpk alpha a\n"
+                                       "  hpack mv letters.hpk --number 7 seven",
+                                       &Move, move);
+    move->words.AddTo(moveCommand, "KEY", "OLD NEW; a --number is OLD, and a second one is NEW");
+    moveCommand.add_flag("-f,--force", move->force, "Replace an item that has the new key");
+    move->AddQuiet(moveCommand);
+}

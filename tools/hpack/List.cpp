@@ -1,0 +1,196 @@
+#include <cstdio>
+#include <memory>
+
+#include "hpack/HpackFormat.h"
+#include "tools/common/JsonOutput.h"
+#include "tools/common/KeyText.h"
+#include "tools/hpack/Commands.h"
+#include "tools/hpack/KeyWords.h"
+#include "tools/hpack/PackageFile.h"
+
+namespace {
+
+struct ListOptions : PackageOptions {
+    KeyChoice choice;
+    bool isLong = false;
+    bool json = false;
+    bool nul = false;
+};
+
+struct InfoOptions : PackageOptions {
+    bool json = false;
+};
+
+// Places of items, some of which may be damaged: those are reported once and counted.
+class Places {
+public:
+    explicit Places(PackageReader& packageReader) : reader(packageReader) {}
+
+    bool Find(const qtString& key, PackageReader::Place& place) {
+        try {
+            place = reader.Find(key);
+            return true;
+        } catch (const PackageFailure& failure) {
+            PrintError(failure.what());
+            failed = true;
+            return false;
+        }
+    }
+    void FailIfAny() const {
+        if (failed) {
+            throw ReportedFailure();
+        }
+    }
+
+private:
+    PackageReader& reader;
+    bool failed = false;
+};
+
+}  // namespace
+
+static std::string Hex(std::string_view bytes) {
+    constexpr char digits[] = "0123456789abcdef";
+    std::string hex;
+    hex.reserve(bytes.size() * 2);
+    for (const char byte : bytes) {
+        const auto value = static_cast<unsigned char>(byte);
+        hex += digits[value >> 4];
+        hex += digits[value & 15];
+    }
+    return hex;
+}
+
+static void ListAsJson(const std::vector<qtString>& keys, Places& places) {
+    JsonArrayPrinter printer;
+    for (const qtString& key : keys) {
+        Json item = {{"key", QuoteKey(key)}, {"key_hex", Hex(key)}};
+        PackageReader::Place place;
+        const bool found = places.Find(key, place);
+        item["offset"] = found ? Json(place.offset) : Json();
+        item["size"] = found ? Json(place.size) : Json();
+        printer.Print(item);
+    }
+    printer.End();
+}
+
+static void ListAsText(const std::vector<qtString>& keys, Places& places,
+                       const ListOptions& options) {
+    for (const qtString& key : keys) {
+        if (options.isLong) {
+            PackageReader::Place place;
+            if (places.Find(key, place)) {
+                std::printf("%10u %10u  ", place.size, place.offset);
+            } else {
+                std::printf("%10s %10s  ", "?", "?");
+            }
+        }
+        const std::string name = options.nul ? std::string(key) : QuoteKey(key);
+        std::fwrite(name.data(), 1, name.size(), stdout);
+        std::putchar(options.nul ? 0 : '\n');
+    }
+}
+
+static void List(const ListOptions& options) {
+    PackageReader reader(options.package);
+    KeyChoice choice = options.choice;
+    const std::vector<qtString> keys = choice.Choose(reader.Keys());
+    Places places(reader);
+    if (options.json) {
+        ListAsJson(keys, places);
+    } else {
+        ListAsText(keys, places, options);
+    }
+    choice.FailIfUnused(options.package);
+    places.FailIfAny();
+}
+
+static const char* FormatName(bool old, unsigned int flags) {
+    if (!old) {
+        return "current";
+    }
+    return flags == HpackFormat::oldUnicodeFlags ? "old-unicode" : "old-ascii";
+}
+
+// The class tells the dead space of packages that are open for changes; this one is only read.
+static std::int64_t LiveBytes(PackageReader& reader, const std::vector<qtString>& keys, bool old,
+                              std::uint32_t indexOffset, Places& places) {
+    std::int64_t live = old ? HpackFormat::oldHeaderSize : HpackFormat::headerSize;
+    if (indexOffset != 0) {
+        live += reader.Package().GetIndexSpace();
+    }
+    for (const qtString& key : keys) {
+        PackageReader::Place place;
+        if (places.Find(key, place)) {
+            live += HpackFormat::recordOverhead + std::int64_t(key.size()) + place.size;
+        }
+    }
+    return live;
+}
+
+static Json Describe(PackageReader& reader, Places& places) {
+    unsigned int id = 0;
+    unsigned short word = 0;
+    unsigned char flags = 0;
+    unsigned char state = 0;
+    bool old = false;
+    reader.Package().GetFileID(id, word, flags, old);
+    reader.Package().GetState(state);
+    const std::vector<qtString> keys = reader.Keys();
+    const std::uint32_t indexOffset = reader.IndexOffset();
+    const std::int64_t live = LiveBytes(reader, keys, old, indexOffset, places);
+    const std::uint32_t size = reader.Size();
+    return {{"format", FormatName(old, flags)},
+            {"id", id},
+            {"word", word},
+            {"flags", flags},
+            {"state", state},
+            {"items", keys.size()},
+            {"size", size},
+            {"live", live},
+            {"dead", size - live},
+            {"index_offset", indexOffset}};
+}
+
+static void Info(const InfoOptions& options) {
+    PackageReader reader(options.package);
+    Places places(reader);
+    const Json info = Describe(reader, places);
+    if (options.json) {
+        PrintJson(info);
+    } else {
+        for (const auto& [name, value] : info.items()) {
+            const std::string text = value.is_string() ? value.get<std::string>() : value.dump();
+            std::printf("%-12s  %s\n", name.c_str(), text.c_str());
+        }
+    }
+    places.FailIfAny();
+}
+
+void AddListCommands(CLI::App& app) {
+    const auto list = std::make_shared<ListOptions>();
+    CLI::App& listCommand = AddCommand(
+        app, "list", "Show the keys of a package, in order",
+        "A GLOB is a key, in quotes or not, or a pattern in which * also matches slashes.\n"
+        "\n"
+        "Examples:\n"
+        "  hpack list -l include.hpk 'sys/*.h'\n"
+        "  hpack list -0 a.hpk 'tmp/*' | xargs -0 hpack rm --raw a.hpk --",
+        &List, list);
+    list->choice.AddTo(listCommand, "GLOB", "The items to show instead of all");
+    listCommand.add_flag("-l,--long", list->isLong, "Show size and offset before each key");
+    CLI::Option* const json =
+        listCommand.add_flag("--json", list->json, "Show an array of objects");
+    listCommand.add_flag("-0,--null", list->nul, "End keys with NUL, and never quote them")
+        ->excludes(json);
+
+    const auto info = std::make_shared<InfoOptions>();
+    CLI::App& infoCommand = AddCommand(
+        app, "info", "Show what a package is, and its dead space; changes nothing",
+        "live: bytes of the header, the index and the items; dead: bytes that nothing uses.\n"
+        "\n"
+        "Example:\n"
+        "  hpack info --json include.hpk",
+        &Info, info);
+    infoCommand.add_flag("--json", info->json, "Show one object");
+}

@@ -1,0 +1,24 @@
+#include "tools/common/Tool.h"
+#include "tools/hpack/Commands.h"
+
+int main(int argc, char** argv) {
+    CLI::App app("Works with packages: files that hold named items.", "hpack");
+    app.require_subcommand(1);
+    app.footer(
+        "Keys are any bytes. One that is not printable is shown, and may be given, in quotes:\n"
+        "  hpack get a.hpk '\"line\\nend\"'\n"
+        "\n"
+        "Examples:\n"
+        "  hpack create a.hpk /usr/include\n"
+        "  hpack list -l a.hpk 'sys/*'\n"
+        "  hpack get a.hpk sys/types.h\n"
+        "  hpack create --help\n"
+        "\n"
+        "Exit status: 0 done, 1 the operation failed, 2 the command line makes no sense.");
+    AddPackCommands(app);
+    AddListCommands(app);
+    AddGetCommands(app);
+    AddChangeCommands(app);
+    AddIdentityCommands(app);
+    return RunTool(app, argc, argv);
+}
