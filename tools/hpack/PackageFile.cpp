@@ -39,9 +39,8 @@ static std::string OwnReason(int number) {
 }
 
 PackageFailure Explain(const qtX<HioErr>& error, const std::string& shown, int systemError) {
-    const bool impossibleOffset = error.Number() == HioErrors::position && systemError == EINVAL;
-    const std::string reason = systemError == 0 || impossibleOffset ? OwnReason(error.Number())
-                                                                    : std::strerror(systemError);
+    const std::string reason =
+        systemError == 0 ? OwnReason(error.Number()) : std::strerror(systemError);
     return PackageFailure(std::string(What(error.Number())) + ' ' + shown + ": " + reason);
 }
 
