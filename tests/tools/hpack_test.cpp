@@ -1,0 +1,394 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <thread>
+#include <vector>
+
+#include "hpack/Hpack.h"
+#include "hpack/HpackFormat.h"
+#include "support/Bytes.h"
+#include "support/TempFolder.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class HpackToolTest : public ::testing::Test {
+protected:
+    HpackToolTest() { fs::current_path(folder.Path()); }
+    ~HpackToolTest() override { fs::current_path("/"); }
+
+    /// Runs a shell command in which `hpack` is the tool, and compares all that comes of it.
+    static void Run(const std::string& command, int status, const std::string& out,
+                    const std::string& error) {
+        const std::string line =
+            "hpack() { " HPACK " \"$@\"; }; { " + command + "; } >stdout 2>stderr";
+        const int result = std::system(line.c_str());
+        EXPECT_TRUE(WIFEXITED(result)) << command;
+        EXPECT_EQ(WEXITSTATUS(result), status) << command;
+        EXPECT_EQ(std::string(FileBytes("stdout")), out) << command;
+        EXPECT_EQ(std::string(FileBytes("stderr")), error) << command;
+    }
+    static void Done(const std::string& command, const std::string& out = "") {
+        Run(command, 0, out, "");
+    }
+    static void Fails(const std::string& command, const std::string& error, int status = 1) {
+        Run(command, status, "", "hpack: " + error + "\n");
+    }
+    static nlohmann::json JsonOf(const std::string& command) {
+        EXPECT_EQ(std::system((HPACK " " + command + " >json").c_str()), 0) << command;
+        return nlohmann::json::parse(FileBytes("json"));
+    }
+
+    /// All regular files below `root`, with their bytes.
+    static std::map<std::string, std::string> Tree(const fs::path& root) {
+        std::map<std::string, std::string> files;
+        for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root)) {
+            if (entry.is_regular_file() && !entry.is_symlink()) {
+                files[entry.path().lexically_relative(root)] = FileBytes(entry.path().string());
+            }
+        }
+        return files;
+    }
+
+    static void WriteTree(const std::map<std::string, std::string>& files, const fs::path& root) {
+        for (const auto& [name, bytes] : files) {
+            fs::create_directories((root / name).parent_path());
+            WriteFile((root / name).string(), bytes);
+        }
+    }
+
+    static void MakePackage(const char* path, const std::map<std::string, std::string>& items) {
+        Hpack package;
+        package.Open(path, 'w');
+        for (const auto& [key, body] : items) {
+            package.AddAtOffset(key, qtString(body), 0);
+        }
+        package.Close();
+    }
+
+    TempFolder folder;
+};
+
+TEST_F(HpackToolTest, TreeWithOddNamesComesBackAsItWas) {
+    std::string deep;
+    for (int level = 0; level < 60; ++level) {
+        deep += "level" + std::to_string(level) + '/';
+    }
+    std::string large(3'000'000, '\0');
+    for (std::size_t at = 0; at < large.size(); ++at) {
+        large[at] = static_cast<char>(at * at >> 7);
+    }
+    const std::map<std::string, std::string> files = {{"a b", "blank"},
+                                                      {"line\nend", "x"},
+                                                      {"\xff\xfe/\x80", "no text"},
+                                                      {"empty", ""},
+                                                      {"-x", "dash"},
+                                                      {"\"quoted\"", "q"},
+                                                      {"{}", "braces"},
+                                                      {"++", "plus"},
+                                                      {deep + "bottom", "deep"},
+                                                      {std::string(255, 'n'), "long name"},
+                                                      {"large", large}};
+    WriteTree(files, "tree");
+    WriteFile("tree/old.hpk", "former package");
+    fs::create_symlink("a b", "tree/link");
+    ASSERT_EQ(mkfifo("tree/pipe", 0600), 0);
+    chmod("tree/old.hpk", 0640);
+    EXPECT_EQ(std::system(HPACK " create --force tree/old.hpk tree 2>err"), 0);
+    const std::string remarks = FileBytes("err");
+    for (const char* const line : {"hpack: skipped tree/link: a symbolic link\n",
+                                   "hpack: skipped tree/pipe: not a regular file\n",
+                                   "hpack: skipped tree/old.hpk: the package itself\n"}) {
+        EXPECT_NE(remarks.find(line), std::string::npos) << remarks;
+    }
+    struct stat status;
+    ASSERT_EQ(stat("tree/old.hpk", &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640U);
+
+    std::string names;
+    for (const auto& [name, bytes] : files) {
+        names += name + '\0';
+    }
+    Done("hpack list -0 tree/old.hpk", names);
+    Done("hpack extract tree/old.hpk -C new/folder");
+    EXPECT_EQ(Tree("new/folder"), files);
+    Done("hpack extract tree/old.hpk -C new/folder");  // over what is there
+    EXPECT_EQ(Tree("new/folder"), files);
+    // What was listed for scripts goes back in unchanged.
+    Done("hpack list -0 tree/old.hpk | xargs -0 " HPACK " rm --raw tree/old.hpk --");
+    Done("hpack list tree/old.hpk");
+}
+
+TEST_F(HpackToolTest, CommandsDoWhatTheySay) {
+    WriteTree({{"in/a", "1"}, {"in/sub/b", "22"}, {"c", "333"}, {"more/a", "one"}}, ".");
+    Done("hpack create p in c");
+    Done("hpack list p", "a\nc\nsub/b\n");
+    Done("hpack list -l p",
+         "         1         16  a\n         3         30  c\n"
+         "         2         46  sub/b\n");
+    Done("hpack list p 's*b' '\"a\"'", "a\nsub/b\n");
+    Fails("hpack create p in", "cannot create p: it is already there (--force replaces it)");
+    Done("hpack add p more");
+    Done("hpack get p a", "one");
+    Done("hpack put p c </dev/null; hpack get p c");
+    Done("hpack put p c more/a; hpack get p c -o c2; cat c2", "one");
+    Done("hpack get p c -o /dev/stdout | cat", "one");
+    Fails("hpack mv p a c", "p: the item c is already there (--force replaces it)");
+    Done("hpack mv --force p a c; hpack mv p c d; hpack list p", "d\nsub/b\n");
+    Fails("hpack rm p d x", "p: Missing key in index: x");
+    Done("hpack rm p d; hpack rm -f p d; hpack list p", "sub/b\n");
+    Done("hpack id p 0x01020304 1286 7; hpack state p 9; hpack id p; hpack state p",
+         "16909060 1286 7\n9\n");
+    Done("hpack put p --number 7 c; hpack mv p --number 7 --number 8; hpack get p --number 8",
+         "333");
+    Done("hpack list p --number 8", "\"\\x00\\x00\\x00\\x08\"\n");
+}
+
+TEST_F(HpackToolTest, KeysAreGivenAsTheyAreShown) {
+    const std::map<std::string, std::string> shown = {
+        {"plain", "plain"},
+        {"", R"("")"},
+        {" edge", R"(" edge")"},
+        {"\"", R"("\"")"},
+        {"back\\slash", R"(back\slash)"},
+        {"\"\\\n\r\t\x01", R"("\"\\\n\r\t\x01")"},
+        {std::string("\0\0\0\7", 4), R"("\x00\x00\x00\x07")"},
+        {"\xc3\xa9", "\xc3\xa9"},                               // a letter
+        {"\xe2\x80\xae", R"("\xe2\x80\xae")"},                  // turns the direction of writing
+        {"\xc0\xaf\xed\xa0\x80", R"("\xc0\xaf\xed\xa0\x80")"},  // no UTF-8
+        {"*[a]?", "*[a]?"},
+        {"[a,b]", "[a,b]"},
+        {"--help", "--help"},
+        {"list", "list"}};
+    MakePackage("p", shown);  // the body of each is what the key is shown as
+    std::string listed;
+    for (const auto& [key, text] : shown) {
+        listed += text + '\n';
+        WriteFile("word", text);
+        Done("hpack get p -- \"$(cat word)\"", text);
+        Done("hpack list p -- \"$(cat word)\"", text + '\n');
+    }
+    Done("hpack list p", listed);
+    Done("hpack put p -- --help word; hpack get p -- --help", shown.rbegin()->second);
+    Fails("hpack get p '\"a'", "a key that begins with a quote must end with one: \"a", 2);
+    Fails("hpack rm p '\"\\q\"'",
+          R"(bad escape in key "\q": \n, \r, \t, \", \\ and \xHH are known)", 2);
+    Fails("hpack list p no 'n*'", "p: no item matches n*\nhpack: p: no item matches no");
+}
+
+TEST_F(HpackToolTest, JsonTellsWhatThePackageIs) {
+    MakePackage("p", {{"a", "first"}, {std::string("\xff\0", 2), "second"}, {"z", "third"}});
+    WriteFile("text", "a longer body");
+    Done("hpack put p a </dev/null; hpack put p z text; hpack id p 1 2 3");
+    unsigned int size = 0;
+    unsigned int dead = 0;
+    Hpack package;
+    package.Open("p", 'u');
+    package.CalculateDeadSpace(size, dead);
+    package.Close();
+    chmod("p", 0400);
+    const nlohmann::json info = JsonOf("info --json p");
+    EXPECT_EQ(info,
+              (nlohmann::json{{"format", "current"},
+                              {"id", 1},
+                              {"word", 2},
+                              {"flags", 3},
+                              {"state", 0},
+                              {"items", 3},
+                              {"size", size},
+                              {"live", size - dead},
+                              {"dead", dead},
+                              {"index_offset", HpackFormat::Word(FileBytes("p").data() + 4)}}));
+    const nlohmann::json list = JsonOf("list --json p");
+    ASSERT_EQ(list.size(), 3U);
+    EXPECT_EQ(list[0],
+              (nlohmann::json{{"key", "a"}, {"key_hex", "61"}, {"offset", 16}, {"size", 0}}));
+    EXPECT_EQ(list[2]["key"], R"("\xff\x00")");
+    EXPECT_EQ(list[2]["key_hex"], "ff00");
+    EXPECT_EQ(JsonOf("list --json p 'a*' z").size(), 2U);
+
+    for (const bool unicode : {true, false}) {
+        package.Open("p", 'u');
+        package.SetOldID(unicode);
+        package.CalculateDeadSpace(size, dead);
+        package.Close();
+        const nlohmann::json old = JsonOf("info --json p");
+        EXPECT_EQ(old["format"], unicode ? "old-unicode" : "old-ascii");
+        EXPECT_EQ(old["dead"], dead);
+        Fails("hpack id p 1 2 3", "p: Old file format - ID cannot be set");
+        Fails("hpack state p 1", "p: Old file format - state cannot be set");
+    }
+    WriteFile("none", qtString("\x4a\x5b\x6c\x66\0\0\0\0\0\0\0\0\0\0\0\0", 16));
+    const nlohmann::json none = JsonOf("info --json none");
+    EXPECT_EQ(none["live"], 16);
+    EXPECT_EQ(none["index_offset"], 0);
+    Fails("hpack put none a text", "none: Input file does not have an index");
+}
+
+TEST_F(HpackToolTest, FailuresAreOneLineWithFileAndReason) {
+    MakePackage("p", {{"a", "1"}, {"b", "2"}});
+    const std::string former = FileBytes("p");
+    ASSERT_EQ(mkfifo("pipe", 0600), 0);
+    fs::create_directory("dir");
+    WriteFile("text", "This is no package at all.");
+    WriteFile("cut", former.substr(0, 10));
+    WriteTree({{"one/k", "1"}, {"two/k", "2"}}, ".");
+    struct Case {
+        const char* command;
+        const char* error;
+        int status = 1;
+    };
+    for (const Case& c : {
+             Case{"hpack info no", "cannot open no: No such file or directory"},
+             {"hpack info pipe", "cannot open pipe: not a regular file"},
+             {"hpack put pipe a text", "cannot open pipe: not a regular file"},
+             {"hpack list dir", "cannot open dir: Is a directory"},
+             {"hpack list text", "Input file is not in expected format: text"},
+             {"hpack add text one", "Input file is not in expected format: text"},
+             {"hpack list cut", "cannot read cut: it ends too soon"},
+             {"hpack get p c", "p: Missing key in index: c"},
+             {"hpack get p a -o no/file", "cannot create no/file: No such file or directory"},
+             {"hpack get p a -o dir", "cannot open dir: Is a directory"},
+             {"hpack mv p c d", "p: Missing key in index: c"},
+             {"hpack create q no", "cannot open no: No such file or directory"},
+             {"hpack create q one two", "two files for the key k: one/k and two/k"},
+             {"hpack create -f dir one", "cannot replace dir: not a regular file"},
+             {"hpack create no/q one", "cannot create no/q: No such file or directory"},
+             {"hpack extract p -C text", "cannot create text: Not a directory"},
+             {"hpack list p >/dev/full", "cannot write standard output: No space left on device"},
+             {"hpack get p a >/dev/full", "cannot write standard output: No space left on device"},
+             {"ulimit -f 1; hpack add p " HPACK, "cannot write p: File too large"},
+             {"hpack", "A subcommand is required (see hpack --help)", 2},
+             {"hpack nix", "unknown word or option nix (see hpack --help)", 2},
+             {"hpack info", "PKG is required (see hpack info --help)", 2},
+             {"hpack info p --nix", "unknown word or option --nix (see hpack info --help)", 2},
+             {"hpack state p 256", "N: Value 256 not in range 0 to 255 (see hpack state --help)",
+              2},
+             {"hpack id p 1 2", "ID, WORD and FLAGS go together", 2},
+             {"hpack rm p", "KEY is required", 2},
+             {"hpack mv p a", "NEW is required", 2},
+             {"hpack put p a text more", "too many words: more", 2},
+         }) {
+        Fails(c.command, c.error, c.status);
+    }
+    EXPECT_EQ(FileBytes("p"), former);
+    Fails("hpack add no one", "cannot open no: No such file or directory");
+    for (const fs::directory_entry& entry : fs::directory_iterator(".")) {
+        EXPECT_NE(entry.path().extension(), ".tmp") << entry;
+    }
+    // A damaged item does not keep the others from being read.
+    std::string damaged = former;
+    damaged[16] ^= 1;
+    WriteFile("damaged", damaged);
+    const std::string error = "hpack: damaged: Key points to invalid item: a\n";
+    Run("hpack extract damaged -C good; hpack list -l damaged", 1,
+        "         ?          ?  a\n         1         30  b\n", error + error);
+    EXPECT_EQ(Tree("good"), (std::map<std::string, std::string>{{"b", "2"}}));
+    Run("hpack rm -q damaged a; hpack info damaged | grep items", 0, "items         1\n", "");
+
+    for (const char* command :
+         {"create", "add", "put", "list", "info", "get", "extract", "rm", "mv", "id", "state"}) {
+        Done(std::string("hpack ") + command + " --help | grep -c Example", "1\n");
+    }
+    Done("hpack --version", "1.0.0.79.0\n");
+}
+
+TEST_F(HpackToolTest, ExtractStaysInItsFolder) {
+    const std::map<std::string, std::string> refused = {
+        {"", "an empty key names no file"},
+        {"../up", "the path has a \"..\""},
+        {"./a", "the path has an empty part or a \".\""},
+        {"/tmp/absolute", "an absolute path"},
+        {"a//b", "the path has an empty part or a \".\""},
+        {"dir", "something else than a regular file is in the way"},
+        {"file/below", "Not a directory"},
+        {"final", "a link is in the way"},
+        {"good/../../up", "the path has a \"..\""},
+        {"good/..", "the path has a \"..\""},
+        {"link/x", "a link is in the way: link"},
+        {"slash/", "the path has an empty part or a \".\""},
+        {std::string("nul\0", 4), "no file name can have a NUL"}};
+    std::map<std::string, std::string> items = {{"file", "f"}, {"good/x", "g"}, {"zz", "z"}};
+    items.insert(refused.begin(), refused.end());
+    MakePackage("p", items);
+    fs::create_directories("copy/dir");
+    fs::create_directory("outside");
+    WriteFile("victim", "untouched");
+    fs::create_directory_symlink("../outside", "copy/link");
+    fs::create_symlink("../victim", "copy/final");
+    std::string errors;
+    for (const auto& [key, reason] : refused) {
+        const std::string shown = key.empty() ? R"("")" : key.back() == 0 ? R"("nul\x00")" : key;
+        errors += "hpack: not extracted: " + shown + ": " + reason + "\n";
+    }
+    Run("hpack extract p -C copy", 1, "", errors);
+    EXPECT_EQ(Tree("copy"),
+              (std::map<std::string, std::string>{{"file", "f"}, {"good/x", "g"}, {"zz", "z"}}));
+    EXPECT_TRUE(fs::is_empty("outside"));
+    EXPECT_EQ(FileBytes("victim"), "untouched");
+    EXPECT_FALSE(fs::exists("up") || fs::exists("/tmp/absolute"));
+}
+
+// Sends SIGINT as soon as the new file is being built. @return whether that came in time
+bool Interrupt(const std::vector<const char*>& words) {
+    const pid_t child = fork();
+    if (child == 0) {
+        std::vector<char*> arguments;
+        for (const char* word : words) {
+            arguments.push_back(const_cast<char*>(word));
+        }
+        arguments.push_back(nullptr);
+        std::freopen("err", "w", stderr);
+        execv(HPACK, arguments.data());
+        _exit(127);
+    }
+    const std::string temporary = ".p." + std::to_string(child) + ".tmp";
+    int status = 0;
+    while (!fs::exists(temporary) && waitpid(child, &status, WNOHANG) == 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    kill(child, SIGINT);
+    waitpid(child, &status, 0);
+    EXPECT_FALSE(fs::exists(temporary));
+    const bool stopped = WIFSIGNALED(status) && WTERMSIG(status) == SIGINT;
+    EXPECT_TRUE(stopped || (WIFEXITED(status) && WEXITSTATUS(status) == 0)) << status;
+    EXPECT_EQ(FileBytes("err"), stopped ? "hpack: interrupted\n" : "");
+    return stopped;
+}
+
+TEST_F(HpackToolTest, InterruptLeavesWhatWasThere) {
+    WriteTree({{"tree/0", std::string(20'000, 'x')}}, ".");
+    for (int copy = 1; copy < 3000; ++copy) {
+        fs::create_hard_link("tree/0", "tree/" + std::to_string(copy));
+    }
+    for (const std::vector<const char*>& words :
+         {std::vector<const char*>{"hpack", "create", "-f", "p", "tree"},
+          std::vector<const char*>{"hpack", "add", "p", "tree"}}) {
+        MakePackage("p", {{"former", "item"}});
+        const std::string former = FileBytes("p");
+        int attempts = 0;
+        while (!Interrupt(words)) {  // the run was over before the signal came
+            ASSERT_LT(++attempts, 20);
+            MakePackage("p", {{"former", "item"}});
+        }
+        EXPECT_EQ(FileBytes("p"), former);
+    }
+}
+
+TEST_F(HpackToolTest, ChangesAtOnceAreAllKept) {
+    MakePackage("p", {});
+    Done(
+        "for n in 0 1 2 3 4 5 6 7; do echo $n | hpack put p $n & done; wait; "
+        "for n in 0 1 2 3 4 5 6 7; do hpack get p $n; done",
+        "0\n1\n2\n3\n4\n5\n6\n7\n");
+}
+
+}  // namespace
