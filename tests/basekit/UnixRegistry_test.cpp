@@ -286,6 +286,7 @@ TEST_F(UnixRegistryTest, ManyWritersLoseNothing) {
     std::vector<pid_t> children;
     for (int process = 0; process < processes; ++process) {
         children.push_back(fork());
+        ASSERT_GE(children.back(), 0);
         if (children.back() == 0) {
             std::vector<std::thread> running;
             for (int thread = 0; thread < threads; ++thread) {
@@ -354,6 +355,7 @@ TEST_F(UnixRegistryTest, KilledWritersLoseNothing) {
         std::vector<pid_t> children;
         for (const char writer : {'a', 'b'}) {
             children.push_back(fork());
+            ASSERT_GE(children.back(), 0);
             if (children.back() == 0) {
                 WriteUntilKilled(reports[1], {writer, static_cast<unsigned long>(round) * 10000});
             }

@@ -350,6 +350,7 @@ bool Interrupt(const std::vector<const char*>& words) {
         execv(HPACK, arguments.data());
         _exit(127);
     }
+    ASSERT_GT(child, 0);
     const std::string temporary = ".p." + std::to_string(child) + ".tmp";
     int status = 0;
     while (!fs::exists(temporary) && waitpid(child, &status, WNOHANG) == 0) {

@@ -13,6 +13,14 @@
 #include "tools/common/Tool.h"
 #include "tools/hpack/PackageFile.h"
 
+namespace {
+
+unsigned char EntryType(const struct stat& status) {
+    return static_cast<unsigned char>(IFTODT(status.st_mode));
+}
+
+}  // namespace
+
 void Sources::Collect(const std::vector<std::string>& paths, CTProgress& progress) {
     StartPhase(progress, "looking for files", 0);
     for (const std::string& path : paths) {
@@ -23,7 +31,7 @@ void Sources::Collect(const std::vector<std::string>& paths, CTProgress& progres
         if (S_ISDIR(status.st_mode)) {
             Walk(path.back() == '/' ? path : path + '/', "", progress);
         } else {
-            Take(path, path.substr(path.rfind('/') + 1), IFTODT(status.st_mode), progress);
+            Take(path, path.substr(path.rfind('/') + 1), EntryType(status), progress);
         }
     }
     std::sort(files.begin(), files.end(), [](const Source& left, const Source& right) {
@@ -63,7 +71,7 @@ void Sources::Take(const std::string& path, std::string key, unsigned char type,
         if (lstat(path.c_str(), &status) != 0) {
             throw SystemFailure("cannot open", path, errno);
         }
-        type = IFTODT(status.st_mode);
+        type = EntryType(status);
     }
     switch (type) {
         case DT_REG:
