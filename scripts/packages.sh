@@ -3,7 +3,7 @@
 # shellcheck shell=bash disable=SC2034
 
 packages_build=(g++ cmake ninja-build pkgconf libdb5.3-dev libsodium-dev libcli11-dev
-    nlohmann-json3-dev libgtest-dev)
+    nlohmann-json3-dev libgtest-dev python3)
 packages_check=(clang-format clang-tidy)
 # amd64's libdb5.3-dev has the header for both.
 packages_i386=(g++-multilib libdb5.3:i386 libsodium-dev:i386 libgtest-dev:i386)
