@@ -152,6 +152,38 @@ TEST_F(HpackToolTest, CommandsDoWhatTheySay) {
     Done("hpack list p --number 8", "\"\\x00\\x00\\x00\\x08\"\n");
 }
 
+TEST_F(HpackToolTest, HabitsOfOtherToolsWork) {
+    MakePackage("p", {{"a", "one"}, {"b*", "two"}, {"bc", "3"}, {"s/x", std::string(1025, 'x')}});
+    Done("hpack ls -lh p s/ a",
+         "    3         16  a\n"
+         " 1.1K         64  s/x\n");
+    Done("hpack t p --prefix b", "b*\nbc\n");
+    Done("hpack ls --color=always p; NO_COLOR=1 hpack ls p a", "a\nb*\nbc\n\33[34ms/\33[0mx\na\n");
+    Done("hpack cat p bc 'a*' 'b*'", "3onetwo");  // a key comes before what it matches
+    Done("hpack cat p a --offset 1; hpack cat p a --length 1; hpack cat p a --offset 9", "neo");
+    Done("cp p q; hpack rm q 'b*'; hpack rm q '?'; hpack put q bc p; hpack put q z p");
+    Run("hpack diff p q", 1, "- a\n- b*\n~ bc\n+ z\n", "");
+    Run("hpack diff --color=always -q p q", 1, "", "");
+    Done("hpack diff q q && hpack cmp -q p p");
+    Fails("hpack diff p none", "cannot open none: No such file or directory", 2);
+    Done(
+        "hpack help list >a; hpack list --help >b; hpack ls -h >c; cmp a b; cmp b c; hpack help "
+        ">d");
+    for (const auto& [word, meant] :
+         std::map<std::string, std::string>{{"lsit", "list"},
+                                            {"-tvf", "list"},
+                                            {".tables", "list"},
+                                            {"unzip", "extract"},
+                                            {"list p --jsn", "--json"}}) {
+        const std::string given = word.substr(word.rfind(' ') + 1);
+        const std::string see = word == given ? "hpack" : "hpack list";
+        Fails("hpack " + word,
+              "unknown word or option " + given + "; did you mean " + meant + "? (see " + see +
+                  " --help)",
+              2);
+    }
+}
+
 TEST_F(HpackToolTest, KeysAreGivenAsTheyAreShown) {
     const std::map<std::string, std::string> shown = {
         {"plain", "plain"},
@@ -294,8 +326,8 @@ TEST_F(HpackToolTest, FailuresAreOneLineWithFileAndReason) {
     EXPECT_EQ(Tree("good"), (std::map<std::string, std::string>{{"b", "2"}}));
     Run("hpack rm -q damaged a; hpack info damaged | grep items", 0, "items         1\n", "");
 
-    for (const char* command :
-         {"create", "add", "put", "list", "info", "get", "extract", "rm", "mv", "id", "state"}) {
+    for (const char* command : {"create", "add", "put", "list", "info", "get", "extract", "rm",
+                                "mv", "id", "state", "diff"}) {
         Done(std::string("hpack ") + command + " --help | grep -c Example", "1\n");
     }
     Done("hpack --version", "1.0.0.79.0\n");

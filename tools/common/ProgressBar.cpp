@@ -1,6 +1,5 @@
 #include "tools/common/ProgressBar.h"
 
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,10 +7,7 @@
 #include <cstdio>
 #include <string>
 
-static unsigned int TerminalWidth() {
-    winsize size{};
-    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : 80;
-}
+#include "tools/common/Terminal.h"
 
 static void Write(const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), stderr);
@@ -43,7 +39,7 @@ void ProgressBar::Draw(const char* status, int current, int total) {
                 std::to_string(share(100)) + '%';
     }
     // A line that wraps could not be drawn over.
-    line.resize(std::min<std::size_t>(line.size(), TerminalWidth() - 1));
+    line.resize(std::min<std::size_t>(line.size(), TerminalWidth(STDERR_FILENO) - 1));
     Write('\r' + line + "\033[K");
     drawn = true;
 }

@@ -12,6 +12,7 @@
 #include "Vantry/VantryVersion.h"
 #include "basekit/qtxAll.h"
 #include "tools/common/KeyText.h"
+#include "tools/common/Suggestion.h"
 
 void PrintError(std::string_view text) {
     const std::string line =
@@ -59,6 +60,16 @@ static std::string Unmarked(const std::string& word) {
     return word.substr(word.rfind(wordMark, 0) == 0 ? 1 : 0);
 }
 
+// "help", "help COMMAND" and "COMMAND -h", where -h may have another meaning with more words.
+static void TakeHelpWords(std::vector<std::string>& words) {
+    if (!words.empty() && words.front() == "help") {
+        words.erase(words.begin());
+        words.emplace_back("--help");
+    } else if (words.size() == 2 && words.back() == "-h") {
+        words.back() = "--help";
+    }
+}
+
 static std::vector<std::string> WordsInReverse(int argc, char** argv) {
     std::vector<std::string> words;
     bool optionsEnded = false;
@@ -71,6 +82,7 @@ static std::vector<std::string> WordsInReverse(int argc, char** argv) {
         const bool marked = optionsEnded || word == "++" || word[0] == '[' || word[0] == '{';
         words.push_back(marked ? wordMark + word : word);
     }
+    TakeHelpWords(words);
     std::reverse(words.begin(), words.end());
     return words;
 }
@@ -101,7 +113,11 @@ static int ParseFailed(const CLI::App& app, const CLI::ParseError& error) {
     }
     std::string reason = error.what();
     if (const std::vector<std::string> unknown = app.remaining(true); !unknown.empty()) {
-        reason = "unknown word or option " + Unmarked(unknown.front());
+        const std::string word = Unmarked(unknown.front());
+        reason = "unknown word or option " + word;
+        if (const std::string meant = SuggestWord(app, word); !meant.empty()) {
+            reason += "; did you mean " + meant + "?";
+        }
     }
     PrintError(reason + " (see " + helpOf + " --help)");
     return exitUsage;
@@ -133,9 +149,9 @@ int RunTool(CLI::App& app, int argc, char** argv) {
         GetVantryVersion(version);
         app.set_version_flag("--version", version, "Show the library's version");
         return Run(app, argc, argv);
-    } catch (const ReportedFailure&) {
+    } catch (const ReportedFailure& failure) {
         std::fflush(stdout);
-        return exitFailed;
+        return failure.status;
     } catch (const Interrupted& stop) {
         return EndBySignal(stop.signal);
     } catch (const UsageFailure& error) {

@@ -34,8 +34,10 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// Parts of the work failed, and PrintError() has said which. Exit status 1 and no further line.
-class ReportedFailure {};
+/// Parts of the work failed, and PrintError() has said which: an exit status and no further line.
+struct ReportedFailure {
+    int status = exitFailed;
+};
 
 /// The user stopped the work. The tool ends by the same signal, so that a shell's loop around it
 /// ends, too.

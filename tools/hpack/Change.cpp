@@ -30,8 +30,8 @@ static void Remove(const RemoveOptions& options) {
     if (words.Empty()) {
         throw UsageFailure("KEY is required");
     }
-    const std::vector<qtString> keys = words.TakeKeys();
     const LockedPackage original(options.package);
+    const std::vector<qtString> keys = words.TakeKeys([&] { return original.Keys(); });
     if (!options.force) {
         const std::vector<qtString> present = original.Keys();
         for (const qtString& key : keys) {
@@ -68,13 +68,16 @@ static void Move(const MoveOptions& options) {
 
 void AddChangeCommands(CLI::App& app) {
     const auto remove = std::make_shared<RemoveOptions>();
-    CLI::App& removeCommand =
-        AddCommand(app, "rm", "Take items out of a package",
-                   "All of them or, when one is not there, none. Their bytes become dead space.\n"
-                   "\n"
-                   "Example:\n"
-                   "  hpack rm include.hpk stdio.h sys/types.h",
-                   &Remove, remove);
+    CLI::App& removeCommand = AddCommand(
+        app, "rm", "Take items out of a package",
+        "All of them or, when one is not there, none. Their bytes become dead space. A KEY may\n"
+        "be a pattern, as for list, unless there is an item with just that key.\n"
+        "\n"
+        "Examples:\n"
+        "  hpack rm include.hpk stdio.h sys/types.h\n"
+        "  hpack rm include.hpk 'sys/*'",
+        &Remove, remove);
+    removeCommand.alias("delete");
     remove->words.AddTo(removeCommand, "KEY", "The items");
     removeCommand.add_flag("-f,--force", remove->force, "Do not mind items that are not there");
     remove->AddQuiet(removeCommand);
@@ -85,6 +88,7 @@ void AddChangeCommands(CLI::App& app) {
                                        "  hpack mv letters.hpk alpha a\n"
                                        "  hpack mv letters.hpk --number 7 seven",
                                        &Move, move);
+    moveCommand.alias("rename");
     move->words.AddTo(moveCommand, "KEY", "OLD NEW; a --number is OLD, and a second one is NEW");
     moveCommand.add_flag("-f,--force", move->force, "Replace an item that has the new key");
     move->AddQuiet(moveCommand);

@@ -10,6 +10,7 @@ void AddPackCommands(CLI::App& app);      // create, add, put
 void AddListCommands(CLI::App& app);      // list, info
 void AddGetCommands(CLI::App& app);       // get, extract
 void AddChangeCommands(CLI::App& app);    // rm, mv
+void AddCompareCommands(CLI::App& app);   // diff
 void AddIdentityCommands(CLI::App& app);  // id, state
 
 /// What most commands take.

@@ -14,6 +14,7 @@ namespace {
 
 struct GetOptions : PackageOptions {
     KeyWords words;
+    PackageReader::Part part;
     std::string output;
 };
 
@@ -24,11 +25,13 @@ struct ExtractOptions : PackageOptions {
 
 }  // namespace
 
-static void WriteBody(PackageReader& reader, const qtString& key, int descriptor,
-                      const std::string& shown) {
-    reader.Read(key, [&](const char* data, std::size_t count) {
-        WriteAll(descriptor, data, count, shown);
-    });
+static void WriteBodies(PackageReader& reader, const std::vector<qtString>& keys,
+                        PackageReader::Part part, int descriptor, const std::string& shown) {
+    for (const qtString& key : keys) {
+        reader.Read(key, part, [&](const char* data, std::size_t count) {
+            WriteAll(descriptor, data, count, shown);
+        });
+    }
 }
 
 // A device or a FIFO is written to as it is.
@@ -37,36 +40,41 @@ static bool TakesBytesDirectly(const std::string& path) {
     return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
 }
 
-static void GetToFile(PackageReader& reader, const qtString& key, const GetOptions& options) {
+static void GetToFile(PackageReader& reader, const std::vector<qtString>& keys,
+                      const GetOptions& options) {
     RunLongWork(options.quiet, [&](CTProgress& progress) {
         constexpr unsigned int unit = 1024;
-        StartPhase(progress, "getting", reader.Find(key).size / unit);
         NewFile file(options.output, NewFile::Existing::replace);
-        reader.Read(key, [&](const char* data, std::size_t count) {
-            StopIfInterrupted(progress);
-            WriteAll(file.Descriptor(), data, count, options.output);
-            progress.Increment(static_cast<unsigned int>(count / unit));
-        });
+        for (const qtString& key : keys) {
+            StartPhase(progress, "getting", reader.Find(key).size / unit);
+            reader.Read(key, options.part, [&](const char* data, std::size_t count) {
+                StopIfInterrupted(progress);
+                WriteAll(file.Descriptor(), data, count, options.output);
+                progress.Increment(static_cast<unsigned int>(count / unit));
+            });
+        }
         file.Commit();
     });
 }
 
 static void Get(const GetOptions& options) {
     KeyWords words = options.words;
-    const qtString key = words.TakeKey("KEY");
-    words.RequireEnd();
+    if (words.Empty()) {
+        throw UsageFailure("KEY is required");
+    }
     PackageReader reader(options.package);
+    const std::vector<qtString> keys = words.TakeKeys([&] { return reader.Keys(); });
     const std::string& output = options.output;
     if (output.empty() || output == "-") {
-        WriteBody(reader, key, STDOUT_FILENO, "standard output");
+        WriteBodies(reader, keys, options.part, STDOUT_FILENO, "standard output");
     } else if (TakesBytesDirectly(output)) {
         const FileDescriptor file(open(output.c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC));
         if (!file) {
             throw SystemFailure("cannot open", output, errno);
         }
-        WriteBody(reader, key, file.Get(), output);
+        WriteBodies(reader, keys, options.part, file.Get(), output);
     } else {
-        GetToFile(reader, key, options);
+        GetToFile(reader, keys, options);
     }
 }
 
@@ -114,12 +122,23 @@ static void Extract(const ExtractOptions& options) {
 
 void AddGetCommands(CLI::App& app) {
     const auto get = std::make_shared<GetOptions>();
-    CLI::App& getCommand = AddCommand(app, "get", "Write the body of one item to standard output",
+    CLI::App& getCommand = AddCommand(app, "get", "Write the bodies of items to standard output",
+                                      "They come one behind the other, as given. A KEY may be a\n"
+                                      "pattern, as for list, unless there is an item with just\n"
+                                      "that key.\n"
+                                      "\n"
                                       "Examples:\n"
                                       "  hpack get include.hpk sys/types.h | less\n"
-                                      "  hpack get include.hpk sys/types.h -o types.h",
+                                      "  hpack get include.hpk sys/types.h -o types.h\n"
+                                      "  hpack cat log.hpk today --offset 4096 --length 512",
                                       &Get, get);
-    get->words.AddTo(getCommand, "KEY", "The item");
+    getCommand.alias("cat");
+    get->words.AddTo(getCommand, "KEY", "The items");
+    getCommand.add_option("--offset", get->part.offset, "Leave out that many bytes of each body")
+        ->type_name("N");
+    getCommand.add_option("--length", get->part.length, "Write at most that many bytes of each")
+        ->default_str("")
+        ->type_name("N");
     getCommand.add_option("-o,--output", get->output, "Write to this file, or over it")
         ->type_name("FILE");
     get->AddQuiet(getCommand);
@@ -135,6 +154,7 @@ void AddGetCommands(CLI::App& app) {
         "  hpack extract include.hpk -C copy\n"
         "  hpack extract include.hpk 'sys/*.h'",
         &Extract, extract);
+    extractCommand.alias("x");
     extract->choice.AddTo(extractCommand, "GLOB", "The items to extract instead of all");
     extractCommand
         .add_option("-C,--directory", extract->folder,

@@ -3,6 +3,7 @@
 #include <fnmatch.h>
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 
 #include "hpack/Hpack.h"
@@ -50,10 +51,40 @@ std::string KeyWords::TakeWord() {
     return word;
 }
 
-std::vector<qtString> KeyWords::TakeKeys() {
+bool KeyWords::IsPattern(const std::string& word) const {
+    return !raw && word.compare(0, 1, "\"") != 0 &&
+           word.find_first_of("*?[\\") != std::string::npos;
+}
+
+// The C library's matching ends at a NUL; to a pattern, which can not have one, it is a byte like
+// any other.
+static bool MatchesGlob(const std::string& glob, std::string key) {
+    std::replace(key.begin(), key.end(), '\0', '\1');
+    return fnmatch(glob.c_str(), key.c_str(), 0) == 0;
+}
+
+static std::vector<qtString> Expand(const std::string& glob, const std::vector<qtString>& present) {
     std::vector<qtString> keys;
+    if (!std::binary_search(present.begin(), present.end(), qtString(glob))) {
+        std::copy_if(present.begin(), present.end(), std::back_inserter(keys),
+                     [&glob](const qtString& key) { return MatchesGlob(glob, key); });
+    }
+    return keys.empty() ? std::vector<qtString>{glob} : keys;
+}
+
+std::vector<qtString> KeyWords::TakeKeys(const std::function<std::vector<qtString>()>& present) {
+    std::vector<qtString> keys;
+    std::vector<qtString> all;
     while (!Empty()) {
-        keys.push_back(TakeKey("KEY"));
+        if (!numbers.empty() || !IsPattern(words.front())) {
+            keys.push_back(TakeKey("KEY"));
+            continue;
+        }
+        if (all.empty()) {
+            all = present();
+        }
+        const std::vector<qtString> some = Expand(TakeWord(), all);
+        keys.insert(keys.end(), some.begin(), some.end());
     }
     return keys;
 }
@@ -65,16 +96,33 @@ void KeyWords::RequireEnd() const {
     }
 }
 
+void KeyChoice::AddTo(CLI::App& command, const char* name, const char* description) {
+    KeyWords::AddTo(command, name, description);
+    command.add_option("--prefix", prefixes, "The items whose keys start with this")
+        ->allow_extra_args(false)
+        ->type_name("TEXT");
+}
+
 void KeyChoice::Prepare() {
     while (!Empty()) {
-        const bool isGlob = numbers.empty() && !raw && words.front().compare(0, 1, "\"") != 0 &&
-                            words.front().find_first_of("*?[\\") != std::string::npos;
-        if (isGlob) {
-            globs.push_back({TakeWord()});
+        const bool isWord = numbers.empty();
+        if (isWord && IsPattern(words.front())) {
+            patterns.push_back({TakeWord()});
+        } else if (const qtString key = TakeKey("KEY");
+                   isWord && !raw && !key.empty() && key.back() == '/') {
+            patterns.push_back({key, true});
         } else {
-            exact.emplace(TakeKey("KEY"), false);
+            exact.emplace(key, false);
         }
     }
+    for (const std::string& prefix : prefixes) {
+        patterns.push_back({raw ? prefix : UnquoteKey(prefix), true});
+    }
+}
+
+bool KeyChoice::Pattern::Matches(const std::string& key) const {
+    return isPrefix ? key.compare(0, text.size(), text) == 0
+                    : key == text || MatchesGlob(text, key);
 }
 
 bool KeyChoice::Matches(const qtString& key) {
@@ -83,16 +131,9 @@ bool KeyChoice::Matches(const qtString& key) {
         found->second = true;
         matches = true;
     }
-    if (globs.empty()) {
-        return matches;
-    }
-    // The C library's matching ends at a NUL; to a pattern, which can not have one, it is a byte
-    // like any other.
-    std::string text = key;
-    std::replace(text.begin(), text.end(), '\0', '\1');
-    for (Glob& glob : globs) {
-        if (key == glob.pattern || fnmatch(glob.pattern.c_str(), text.c_str(), 0) == 0) {
-            glob.used = true;
+    for (Pattern& pattern : patterns) {
+        if (pattern.Matches(key)) {
+            pattern.used = true;
             matches = true;
         }
     }
@@ -101,7 +142,7 @@ bool KeyChoice::Matches(const qtString& key) {
 
 std::vector<qtString> KeyChoice::Choose(std::vector<qtString> keys) {
     Prepare();
-    if (!exact.empty() || !globs.empty()) {
+    if (!exact.empty() || !patterns.empty()) {
         keys.erase(std::remove_if(keys.begin(), keys.end(),
                                   [this](const qtString& key) { return !Matches(key); }),
                    keys.end());
@@ -116,9 +157,9 @@ void KeyChoice::FailIfUnused(const std::string& package) const {
             unused.insert(QuoteKey(key));
         }
     }
-    for (const Glob& glob : globs) {
-        if (!glob.used) {
-            unused.insert(glob.pattern);
+    for (const Pattern& pattern : patterns) {
+        if (!pattern.used) {
+            unused.insert(pattern.isPrefix ? QuoteKey(pattern.text) : pattern.text);
         }
     }
     for (const std::string& word : unused) {

@@ -4,6 +4,7 @@
 #include "hpack/HpackFormat.h"
 #include "tools/common/JsonOutput.h"
 #include "tools/common/KeyText.h"
+#include "tools/common/Terminal.h"
 #include "tools/hpack/Commands.h"
 #include "tools/hpack/KeyWords.h"
 #include "tools/hpack/PackageFile.h"
@@ -12,12 +13,15 @@ namespace {
 
 struct ListOptions : PackageOptions {
     KeyChoice choice;
+    Colors colors;
     bool isLong = false;
+    bool human = false;
     bool json = false;
     bool nul = false;
 };
 
 struct InfoOptions : PackageOptions {
+    bool human = false;
     bool json = false;
 };
 
@@ -74,18 +78,29 @@ static void ListAsJson(const std::vector<qtString>& keys, Places& places) {
     printer.End();
 }
 
+static std::string Size(unsigned int bytes, bool human) {
+    return human ? HumanSize(bytes) : std::to_string(bytes);
+}
+
+// What stands before the last slash is what keys of one folder share.
+static std::string PaintFolder(const std::string& name, const Colors& colors) {
+    const std::size_t end = name.rfind('/') + 1;
+    return end == 0 ? name : colors.Paint("34", name.substr(0, end)) + name.substr(end);
+}
+
 static void ListAsText(const std::vector<qtString>& keys, Places& places,
                        const ListOptions& options) {
+    const int width = options.human ? 5 : 10;
     for (const qtString& key : keys) {
         if (options.isLong) {
             PackageReader::Place place;
-            if (places.Find(key, place)) {
-                std::printf("%10u %10u  ", place.size, place.offset);
-            } else {
-                std::printf("%10s %10s  ", "?", "?");
-            }
+            const bool found = places.Find(key, place);
+            const std::string size = found ? Size(place.size, options.human) : "?";
+            const std::string offset = found ? std::to_string(place.offset) : "?";
+            std::printf("%*s %10s  ", width, size.c_str(), offset.c_str());
         }
-        const std::string name = options.nul ? std::string(key) : QuoteKey(key);
+        const std::string name =
+            options.nul ? std::string(key) : PaintFolder(QuoteKey(key), options.colors);
         std::fwrite(name.data(), 1, name.size(), stdout);
         std::putchar(options.nul ? 0 : '\n');
     }
@@ -160,25 +175,38 @@ static void Info(const InfoOptions& options) {
         PrintJson(info);
     } else {
         for (const auto& [name, value] : info.items()) {
-            const std::string text = value.is_string() ? value.get<std::string>() : value.dump();
+            const bool isSize = name == "size" || name == "live" || name == "dead";
+            const std::string text = value.is_string() ? value.get<std::string>()
+                                     : isSize && options.human
+                                         ? HumanSize(value.get<std::uint64_t>())
+                                         : value.dump();
             std::printf("%-12s  %s\n", name.c_str(), text.c_str());
         }
     }
     places.FailIfAny();
 }
 
+static void AddHuman(CLI::App& command, bool& human) {
+    command.add_flag("-h,--human", human, "Sizes as people read them: 512, 1.5K, 12M");
+}
+
 void AddListCommands(CLI::App& app) {
     const auto list = std::make_shared<ListOptions>();
     CLI::App& listCommand = AddCommand(
         app, "list", "Show the keys of a package, in order",
-        "A GLOB is a key, in quotes or not, or a pattern in which * also matches slashes.\n"
+        "A GLOB is a key, in quotes or not; or a pattern in which * also matches slashes; or the\n"
+        "beginning of keys with a slash at its end.\n"
         "\n"
         "Examples:\n"
-        "  hpack list -l include.hpk 'sys/*.h'\n"
+        "  hpack list -lh include.hpk 'sys/*.h'\n"
         "  hpack list -0 a.hpk 'tmp/*' | xargs -0 hpack rm --raw a.hpk --",
         &List, list);
+    listCommand.alias("ls")->alias("t");
+    listCommand.set_help_flag("--help", "Print this help message and exit");
     list->choice.AddTo(listCommand, "GLOB", "The items to show instead of all");
     listCommand.add_flag("-l,--long", list->isLong, "Show size and offset before each key");
+    AddHuman(listCommand, list->human);
+    list->colors.AddTo(listCommand);
     CLI::Option* const json =
         listCommand.add_flag("--json", list->json, "Show an array of objects");
     listCommand.add_flag("-0,--null", list->nul, "End keys with NUL, and never quote them")
@@ -192,5 +220,7 @@ void AddListCommands(CLI::App& app) {
         "Example:\n"
         "  hpack info --json include.hpk",
         &Info, info);
+    infoCommand.set_help_flag("--help", "Print this help message and exit");
+    AddHuman(infoCommand, info->human);
     infoCommand.add_flag("--json", info->json, "Show one object");
 }

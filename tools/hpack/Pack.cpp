@@ -131,6 +131,7 @@ void AddPackCommands(CLI::App& app) {
         "  hpack create include.hpk /usr/include\n"
         "  hpack create --force letters.hpk a.txt b.txt",
         &Create, create);
+    createCommand.alias("c");
     AddPaths(createCommand, *create);
     createCommand.add_flag("-f,--force", create->force, "Replace an existing file");
 

@@ -104,7 +104,7 @@ std::uint32_t PackageReader::Size() {
     return OnPackage(path, [&] { return stream->GetFileSize(); });
 }
 
-void PackageReader::Read(const qtString& key,
+void PackageReader::Read(const qtString& key, Part part,
                          const std::function<void(const char*, std::size_t)>& take) {
     unsigned int left = OnPackage(path, [&] {
         package.PositionOnKey(key);
@@ -112,7 +112,9 @@ void PackageReader::Read(const qtString& key,
         if (std::uint64_t{stream->Tell()} + size > stream->GetFileSize()) {
             throw PackageFailure(path + ": the body of " + QuoteKey(key) + " is cut");
         }
-        return size;
+        const auto start = static_cast<std::uint32_t>(std::min<std::uint64_t>(part.offset, size));
+        stream->Seek(static_cast<int>(stream->Tell() + start));
+        return static_cast<std::uint32_t>(std::min<std::uint64_t>(part.length, size - start));
     });
     constexpr unsigned int pieceSize = 256 * 1024;
     piece.resize(pieceSize);

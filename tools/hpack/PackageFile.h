@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -53,8 +54,17 @@ public:
 
     std::vector<qtString> Keys() const;
     Place Find(const qtString& key);
+    /// A part of a body, as much of it as there is.
+    struct Part {
+        std::uint64_t offset = 0;
+        std::uint64_t length = std::numeric_limits<std::uint64_t>::max();
+    };
     /// Hands the body over piece by piece. An item that is damaged fails before the first.
-    void Read(const qtString& key, const std::function<void(const char*, std::size_t)>& take);
+    void Read(const qtString& key, const std::function<void(const char*, std::size_t)>& take) {
+        Read(key, Part(), take);
+    }
+    void Read(const qtString& key, Part part,
+              const std::function<void(const char*, std::size_t)>& take);
 
     /// Where the header says that the index is; 0: there is none.
     std::uint32_t IndexOffset();

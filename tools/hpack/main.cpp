@@ -19,6 +19,7 @@ int main(int argc, char** argv) {
     AddListCommands(app);
     AddGetCommands(app);
     AddChangeCommands(app);
+    AddCompareCommands(app);
     AddIdentityCommands(app);
     return RunTool(app, argc, argv);
 }

@@ -188,5 +188,6 @@ void AddEditCommands(CLI::App& app) {
                                          "Example:\n"
                                          "  vexreg rm Pop/Greeting Pop/Offset",
                                          &Remove, remove);
+    removeCommand.alias("delete");
     removeCommand.add_option("KEY", remove->keys, "The full keys")->required()->type_name("");
 }

@@ -104,6 +104,7 @@ void AddListCommands(CLI::App& app) {
                                        "  vexreg list\n"
                                        "  vexreg list -l Pop/",
                                        &List, list);
+    listCommand.alias("ls");
     listCommand.add_option("PREFIX", list->prefix, "Only the keys that start with it")
         ->type_name("");
     CLI::Option* const isLong =
