@@ -30,6 +30,11 @@ const qtString& UnixRegistry::LastError() {
     return ErrorText();
 }
 
+static bool Missing() {
+    ErrorText().clear();
+    return false;
+}
+
 static bool Fail(const std::string& file, const std::string& cause) {
     ErrorText() = file + ": " + cause;
     return false;
@@ -340,7 +345,7 @@ bool UnixRegistry::GetKey(const qtString& key, const char*& data, unsigned& leng
     }
     datum value;
     if (!Fetch(handle, key, value)) {
-        return errno == ENOENT ? false : FailDatabase(opened->file, errno);
+        return errno == ENOENT ? Missing() : FailDatabase(opened->file, errno);
     }
     data = value.dptr;
     length = static_cast<unsigned>(value.dsize);
@@ -395,13 +400,13 @@ bool UnixRegistry::Update::Apply(int error) {
     if (error == 0) {
         return true;
     }
-    if (error != DB_NOTFOUND) {
-        // The copy may hold half a change now.
-        failed = true;
-        change.reset();
-        FailDatabase(registry.opened->file, error);
+    if (error == DB_NOTFOUND) {
+        return Missing();
     }
-    return false;
+    // The copy may hold half a change now.
+    failed = true;
+    change.reset();
+    return FailDatabase(registry.opened->file, error);
 }
 
 bool UnixRegistry::Update::Set(const qtString& key, const char* data, std::size_t length) {

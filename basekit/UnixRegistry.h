@@ -80,7 +80,8 @@ public:
     static qtString DatabasePath();
 
     /// What made the last failed operation of the calling thread fail, of any store: the file and
-    /// the cause in words, fit for the end of a message; empty before. A missing key is no failure.
+    /// the cause in words, fit for the end of a message. Empty before, and again when a key was not
+    /// there: that is no failure.
     static const qtString& LastError();
 
     class Update;

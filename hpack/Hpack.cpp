@@ -252,6 +252,14 @@ unsigned int Hpack::FindBody(const qtString& key) {
     return static_cast<unsigned int>(std::max(knownSize, start) - start + 1);
 }
 
+bool Hpack::Contains(const qtString& key) const {
+    return index->Find(key).has_value();
+}
+
+unsigned int Hpack::Count() const {
+    return index->Count();
+}
+
 void Hpack::GetIndex(std::vector<qtString>& keys) const {
     keys.clear();
     keys.reserve(index->Count());

@@ -106,6 +106,10 @@ public:
     /// Reads the body to offset 0 of `value`, which grows as SegBuf::Grow says; a larger one keeps
     /// its size, and its bytes behind the body.
     void GetItem(const qtString& key, SegBuf& value);
+    /// Whether there is an item of that name, and how many items there are: by the index alone, so
+    /// these work in every mode, and do not fail.
+    bool Contains(const qtString& key) const;
+    unsigned int Count() const;
     /// All keys, ascending byte by byte. Never fails but for lack of memory.
     void GetIndex(std::vector<qtString>& keys) const;
     /// @return a key of 4 bytes, big-endian, so that keys ascend as their numbers do

@@ -1,0 +1,283 @@
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <tuple>
+
+#include "hpack/Hfile32.h"
+#include "hpack/Hmemory.h"
+#include "hpack/Hpack.h"
+#include "hpack/HpackFormat.h"
+#include "python/Convert.h"
+
+namespace {
+
+// Memory that packages are opened in: by any number of readers or by one that changes it.
+class Buffer {
+public:
+    explicit Buffer(const qtString& content) {
+        bytes.Resize(content.size());
+        content.copy(bytes.Data(), content.size());
+    }
+
+    // Readers and writers come with the interpreter's lock held, which keeps them away meanwhile.
+    const qtBuffer& Content() const {
+        RequireNoWriter();
+        return bytes;
+    }
+
+    void Begin(char mode) {
+        if (mode != 'r' && users > 0) {
+            throw py::buffer_error("A package is open in the buffer");
+        }
+        RequireNoWriter();
+        if (mode == 'r') {
+            ++users;
+        } else {
+            users = writer;
+        }
+    }
+    void End() {
+        if (users == writer) {
+            users = 0;
+        } else {
+            --users;
+        }
+    }
+
+    qtBuffer bytes;
+
+private:
+    void RequireNoWriter() const {
+        if (users == writer) {
+            throw py::buffer_error("A package is open for changes in the buffer");
+        }
+    }
+
+    static constexpr int writer = -1;
+    std::atomic<int> users{0};
+};
+
+// A package that is being let go of has nobody to tell that its file does not close.
+struct LetGo {
+    void operator()(Hpack* package) const noexcept {
+        try {
+            delete package;
+        } catch (const qtxAll&) {
+        }
+    }
+};
+
+// An open package, with its stream, so that parts of bodies can be read.
+class OpenPackage {
+public:
+    ~OpenPackage() { Discard(); }
+
+    void OpenFile(const qtString& name, char mode) {
+        auto file = std::make_unique<Hfile32>();
+        file->Open(name, mode);
+        Open(file.release(), mode);
+    }
+
+    void OpenBuffer(const std::shared_ptr<Buffer>& memory, char mode) {
+        buffer = memory;  // which has been told so
+        auto memoryStream = std::make_unique<Hmemory>();
+        memoryStream->Open(buffer->bytes, mode);
+        Open(memoryStream.release(), mode);
+    }
+
+    void Close() {
+        if (IsOpen()) {
+            package->Close();
+            Discard();
+        }
+    }
+
+    void Discard() noexcept {
+        package.reset();
+        if (const std::shared_ptr<Buffer> used = std::move(buffer)) {
+            used->End();
+        }
+    }
+
+    bool IsOpen() const { return package != nullptr; }
+
+    Hpack& Package() const {
+        if (!IsOpen()) {
+            throw py::value_error("The package is closed");
+        }
+        return *package;
+    }
+
+    std::size_t ReadPart(const qtString& key, std::uint64_t from, char* data, std::size_t size) {
+        Package().PositionOnKey(key);
+        char word[HpackFormat::wordSize];
+        stream->Read(word, sizeof word);
+        const std::uint32_t length = HpackFormat::Word(word);
+        if (from >= length) {
+            return 0;
+        }
+        const auto count = static_cast<unsigned int>(std::min<std::uint64_t>(size, length - from));
+        stream->Seek(static_cast<int>(stream->Tell() + static_cast<unsigned int>(from)));
+        stream->Read(data, count);
+        return count;
+    }
+
+private:
+    void Open(Generic32* opened, char mode) {
+        const qtPtrLight<Generic32> shared(opened);
+        std::unique_ptr<Hpack, LetGo> opening(new Hpack);
+        opening->Open(shared, mode);
+        stream = opened;
+        package = std::move(opening);
+    }
+
+    std::shared_ptr<Buffer> buffer;
+    Generic32* stream = nullptr;  // the package's
+    std::unique_ptr<Hpack, LetGo> package;
+};
+
+using Package = Guarded<OpenPackage>;
+
+unsigned int BodySize(Hpack& package, const qtString& key) {
+    unsigned int offset = 0;
+    unsigned int size = 0;
+    package.GetKeyInfo(key, offset, size);
+    if (offset == 0) {
+        package.PositionOnKey(key);  // throws
+    }
+    return size;
+}
+
+void WriteSegments(Hpack& package, const qtString& key, const SegBuf& body) {
+    unsigned int offset = 0;
+    unsigned int size = 0;
+    package.GetKeyInfo(key, offset, size);
+    package.AddAtOffset(key, body, body.size <= size ? offset : 0);
+}
+
+void AppendSegment(SegBuf& body, const py::buffer& data) {
+    const View view(data);
+    const unsigned int start = body.size;
+    const std::uint64_t end = std::uint64_t{start} + view.Size();
+    if (end > HpackFormat::maxStreamSize) {
+        throw py::value_error("A package ends below 2^31 bytes");
+    }
+    body.Grow(static_cast<unsigned int>(end));
+    const char* next = view.Data();
+    for (unsigned int at = start, run = 0; at < body.size; at += run, next += run) {
+        char* where = nullptr;
+        body.Locate(at, body.size, where, run);
+        std::copy(next, next + run, where);
+    }
+}
+
+// A member that is called with the open package, and what it returns.
+template <class Work>
+auto OnPackage(Work work) {
+    return [work](Package& self) {
+        return self.Use([&](OpenPackage& open) { return work(open.Package()); });
+    };
+}
+
+template <class Work>
+auto OnKey(Work work) {
+    return [work](Package& self, const qtString& key) {
+        return self.Use([&](OpenPackage& open) { return work(open.Package(), key); });
+    };
+}
+
+}  // namespace
+
+void DefinePackage(py::module_& module) {
+    py::class_<Buffer, std::shared_ptr<Buffer>>(module, "Buffer")
+        .def(py::init<const qtString&>())
+        .def("content",
+             [](const Buffer& self) {
+                 return py::bytes(self.Content().Data(), self.Content().Length());
+             })
+        .def("size", [](const Buffer& self) { return self.Content().Length(); });
+
+    py::class_<SegBuf>(module, "Segments").def(py::init<>()).def("append", &AppendSegment);
+
+    py::class_<Package>(module, "Package")
+        .def(py::init([](const qtString& name, char mode) {
+            auto package = std::make_unique<Package>();
+            package->Use([&](OpenPackage& open) { open.OpenFile(name, mode); });
+            return package;
+        }))
+        .def(py::init([](const std::shared_ptr<Buffer>& buffer, char mode) {
+            auto package = std::make_unique<Package>();
+            buffer->Begin(mode);
+            package->Use([&](OpenPackage& open) { open.OpenBuffer(buffer, mode); });
+            return package;
+        }))
+        .def("close", [](Package& self) { self.Use([](OpenPackage& open) { open.Close(); }); })
+        .def("discard", [](Package& self) { self.Use([](OpenPackage& open) { open.Discard(); }); })
+        .def(
+            "is_open",
+            [](Package& self) { return self.Use([](OpenPackage& open) { return open.IsOpen(); }); })
+        .def("save", OnPackage([](Hpack& package) { package.SaveIndex(); }))
+        .def("count", OnPackage([](Hpack& package) { return package.Count(); }))
+        .def("keys", OnPackage([](Hpack& package) {
+                 std::vector<qtString> keys;
+                 package.GetIndex(keys);
+                 return keys;
+             }))
+        .def("contains",
+             OnKey([](Hpack& package, const qtString& key) { return package.Contains(key); }))
+        .def("get", OnKey([](Hpack& package, const qtString& key) {
+                 qtString body;
+                 package.GetItem(key, body);
+                 return body;
+             }))
+        .def("size", OnKey(&BodySize))
+        .def("delete", OnKey([](Hpack& package, const qtString& key) {
+                 if (!package.Contains(key)) {
+                     package.PositionOnKey(key);  // throws
+                 }
+                 package.Delete(key);
+             }))
+        .def("put",
+             [](Package& self, const qtString& key, const qtString& body) {
+                 self.Use([&](OpenPackage& open) { open.Package().AddOrUpdate(key, body); });
+             })
+        .def("put_segments",
+             [](Package& self, const qtString& key, const SegBuf& body) {
+                 self.Use([&](OpenPackage& open) { WriteSegments(open.Package(), key, body); });
+             })
+        .def("read_into",
+             [](Package& self, const qtString& key, std::uint64_t from, const py::buffer& into) {
+                 const View view(into, PyBUF_WRITABLE);
+                 return self.Use([&](OpenPackage& open) {
+                     return open.ReadPart(key, from, view.Data(), view.Size());
+                 });
+             })
+        .def("rename",
+             [](Package& self, const qtString& from, const qtString& to) {
+                 self.Use([&](OpenPackage& open) { open.Package().Rename(from, to); });
+             })
+        .def("space", OnPackage([](Hpack& package) {
+                 unsigned int size = 0;
+                 unsigned int dead = 0;
+                 package.CalculateDeadSpace(size, dead);
+                 return std::make_tuple(size, dead);
+             }))
+        .def("identity", OnPackage([](Hpack& package) {
+                 std::tuple<unsigned int, unsigned short, unsigned char, bool> result;
+                 auto& [id, word, flags, old] = result;
+                 package.GetFileID(id, word, flags, old);
+                 return result;
+             }))
+        .def("set_identity",
+             [](Package& self, unsigned int id, unsigned short word, unsigned char flags) {
+                 self.Use([&](OpenPackage& open) { open.Package().SetFileID(id, word, flags); });
+             })
+        .def("state", OnPackage([](Hpack& package) {
+                 unsigned char state = 0;
+                 package.GetState(state);
+                 return static_cast<unsigned int>(state);
+             }))
+        .def("set_state", [](Package& self, unsigned char state) {
+            self.Use([&](OpenPackage& open) { open.Package().SetState(state); });
+        });
+}

@@ -1,0 +1,97 @@
+#include <optional>
+
+#include "VexUnix/VexRegistryUnix.h"
+#include "basekit/UnixRegistry.h"
+#include "basekit/qtEncryptor.h"
+#include "python/Convert.h"
+
+namespace {
+
+using Registry = Guarded<UnixRegistry>;
+using Change = std::pair<qtString, std::optional<qtString>>;
+
+[[noreturn]] void Fail() {
+    throw RegistryFailure(UnixRegistry::LastError());
+}
+
+std::unique_ptr<Registry> OpenRegistry(bool readWrite) {
+    auto registry = std::make_unique<Registry>();
+    registry->Use([&](UnixRegistry& store) {
+        if (!store.Open(readWrite)) {
+            Fail();
+        }
+    });
+    return registry;
+}
+
+std::optional<qtString> Get(UnixRegistry& store, const qtString& key) {
+    const char* data = nullptr;
+    unsigned int length = 0;
+    if (store.GetKey(key, data, length)) {
+        return qtString(length == 0 ? "" : data, length);
+    }
+    if (!UnixRegistry::LastError().empty()) {
+        Fail();
+    }
+    return std::nullopt;
+}
+
+// @return false when a key to be removed is not there: then nothing has changed
+bool Apply(UnixRegistry& store, const std::vector<Change>& changes) {
+    UnixRegistry::Update update(store);
+    for (const auto& [key, value] : changes) {
+        if (value ? update.Set(key, value->data(), value->size()) : update.Remove(key)) {
+            continue;
+        }
+        if (!value && UnixRegistry::LastError().empty()) {
+            return false;
+        }
+        Fail();
+    }
+    if (!update.Commit()) {
+        Fail();
+    }
+    return true;
+}
+
+std::vector<std::pair<qtString, qtString>> Records(UnixRegistry& store) {
+    std::vector<std::pair<qtString, qtString>> records;
+    const auto take = [&](const qtString& key, const char* data, unsigned int length) {
+        records.emplace_back(key, qtString(length == 0 ? "" : data, length));
+    };
+    if (!store.ForEach(take)) {
+        Fail();
+    }
+    return records;
+}
+
+void SetPassword(qtString password, const qtString& kesh) {
+    const py::gil_scoped_release others;
+    CvexRegEdit editor;
+    const bool stored = editor.SetPassword(password.c_str(), kesh.c_str());
+    qtEncryptor::Wipe(password);
+    if (!stored) {
+        throw RegistryFailure(editor.m_strMessage);
+    }
+}
+
+}  // namespace
+
+void DefineRegistry(py::module_& module) {
+    py::class_<Registry>(module, "Registry")
+        .def(py::init(&OpenRegistry))
+        .def("close", [](Registry& self) { self.Use([](UnixRegistry& store) { store.Close(); }); })
+        .def("get",
+             [](Registry& self, const qtString& key) {
+                 return self.Use([&](UnixRegistry& store) { return Get(store, key); });
+             })
+        .def("apply",
+             [](Registry& self, const std::vector<Change>& changes) {
+                 return self.Use([&](UnixRegistry& store) { return Apply(store, changes); });
+             })
+        .def("records", [](Registry& self) { return self.Use(&Records); });
+    module.def("registry_path", &UnixRegistry::DatabasePath);
+    module.def("set_password", &SetPassword);
+    module.def("encrypt", [](const qtString& plain) { return qtEncryptor().Encrypt(plain); });
+    module.def("decrypt", [](const qtString& data) { return qtEncryptor().Decrypt(data); });
+}

@@ -1,0 +1,97 @@
+// The extension behind the Python module: a thin layer that vantry/__init__.py gives its shape.
+#include <string>
+#include <tuple>
+
+#include "QtInclude/Poly_Hash.h"
+#include "Vantry/VantryVersion.h"
+#include "basekit/qtEncryptor.h"
+#include "hpack/Hpack.h"
+#include "lpstring/LpString.h"
+#include "lpstring/LpStringHash.h"
+#include "python/Convert.h"
+
+// Raises the exception of that name of vantry.errors.
+static void Raise(const char* name, long number, const char* text,
+                  const std::vector<qtString>& arguments = {}) {
+    const py::object type = py::module_::import("vantry.errors").attr(name);
+    // Texts contain keys and file names, which are any bytes.
+    const auto shown = py::reinterpret_steal<py::object>(PyUnicode_DecodeUTF8(
+        text, static_cast<Py_ssize_t>(std::char_traits<char>::length(text)), "backslashreplace"));
+    PyErr_SetObject(type.ptr(), type(number, shown, py::tuple(py::cast(arguments))).ptr());
+}
+
+static const char* PackageErrorName(const qtX<Hpack>& error) {
+    const bool missing = std::string_view(error.Text()).rfind(HpackErrors::missingKey, 0) == 0;
+    return missing ? "MissingKeyError" : "PackageError";
+}
+
+static void Translate(std::exception_ptr thrown) {
+    try {
+        if (thrown) {
+            std::rethrow_exception(std::move(thrown));
+        }
+    } catch (const qtX<Hpack>& error) {
+        Raise(PackageErrorName(error), error.Number(), error.SpecificString(), error.Arguments());
+    } catch (const qtX<HioErr>& error) {
+        Raise("StreamError", error.Number(), error.SpecificString(), error.Arguments());
+    } catch (const RegistryFailure& error) {
+        Raise("RegistryError", 0, error.what());
+    } catch (const qtxEncryptor& error) {
+        Raise("EncryptionError", static_cast<long>(error.ErrorCode()), error.SpecificString());
+    } catch (const xPoly_Hash& error) {
+        Raise("HashError", static_cast<long>(error.ErrorCode()), error.SpecificString());
+    } catch (const qtxAll& error) {
+        Raise("Error", static_cast<long>(error.ErrorCode()), error.SpecificString());
+    }
+}
+
+static Poly_Hash<32> NewHash(int degree, std::optional<unsigned int> polynomial,
+                             unsigned int initialValue) {
+    // Init refuses other degrees.
+    const unsigned int known = degree >= 0 && degree <= 32 ? Hash_primitive_seed[degree] : 0;
+    Poly_Hash<32> hash;
+    hash.Init(degree, polynomial.value_or(known), initialValue);
+    return hash;
+}
+
+static unsigned int Extend(const Poly_Hash<32>& hash, unsigned int start, const py::buffer& data) {
+    const View view(data);
+    const py::gil_scoped_release others;
+    return hash.Extend(start, view.Data(), view.Size());
+}
+
+static py::list Tokens(const qtString& text, const std::optional<qtString>& separators) {
+    std::vector<LpCString> tokens;
+    if (separators) {
+        LpTokenize(text, tokens, *separators);
+    } else {
+        LpTokenize(text, tokens);
+    }
+    py::list result;
+    for (const LpCString& token : tokens) {
+        result.append(py::bytes(token.Data(), token.Length()));
+    }
+    return result;
+}
+
+PYBIND11_MODULE(_vantry, module) {
+    py::register_exception_translator(Translate);
+    DefinePackage(module);
+    DefineRegistry(module);
+
+    py::class_<Poly_Hash<32>>(module, "PolyHash")
+        .def(py::init(&NewHash), py::arg("degree") = 32, py::arg("polynomial") = py::none(),
+             py::arg("initial_value") = 1)
+        .def_property_readonly("degree", &Poly_Hash<32>::Degree)
+        .def_property_readonly("initial_value", &Poly_Hash<32>::InitialValue)
+        .def("extend", &Extend)
+        .def("hash", [](const Poly_Hash<32>& hash, const py::buffer& data) {
+            return Extend(hash, hash.InitialValue(), data);
+        });
+    module.def("tokenize", &Tokens, py::arg("text"), py::arg("separators") = py::none());
+    module.def("version", [] {
+        char text[11];
+        GetVantryVersion(text);
+        return std::string(text);
+    });
+}

@@ -1,0 +1,340 @@
+"""Tests of the Python module; the argument names a class of tests, or `doctests`, or `types`."""
+
+import doctest
+import io
+import os
+import random
+import shutil
+import subprocess
+import sys
+import tempfile
+import threading
+import unittest
+
+import vantry
+import vantry.errors
+
+
+def write_file(name, content):
+    with open(name, "wb") as file:
+        file.write(content)
+
+
+class Packages(unittest.TestCase):
+    def fails(self, kind, number, action, *arguments):
+        with self.assertRaises(kind) as caught:
+            action(*arguments)
+        self.assertEqual(caught.exception.number, number)
+        self.assertEqual(str(caught.exception), caught.exception.text)
+        return caught.exception
+
+    def test_random_operations_agree_with_a_dictionary(self):
+        chance = random.Random(7)
+        for where in "model.hpk", vantry.Buffer():
+            vantry.open(where, "w").close()
+            model = {}
+            package = vantry.open(where, "u")
+            for _ in range(2000):
+                key = bytes(chance.choices(b"ab\0\xff", k=chance.randrange(4)))
+                step = chance.randrange(10)
+                if step < 4:
+                    package[key] = model[key] = chance.randbytes(chance.choice((0, 9, 30, 20000)))
+                elif step < 5:
+                    body = chance.randbytes(chance.randrange(40000))
+                    package.write(key, io.BytesIO(body))
+                    model[key] = body
+                elif step < 6 and model:
+                    old = chance.choice(sorted(model))
+                    package.rename(old, key)
+                    model[key] = model.pop(old)
+                elif step < 7:
+                    self.assertEqual(package.pop(key, None), model.pop(key, None))
+                elif step < 8:
+                    package.close()
+                    package = vantry.open(where, "u")
+                else:
+                    self.assertEqual(package.get(key), model.get(key))
+                self.assertEqual(len(package), len(model))
+                self.assertEqual(key in package, key in model)
+            self.assertEqual(list(package.items()), sorted(model.items()))
+            for key, body in model.items():
+                with package.file(key) as file:
+                    self.assertEqual((package.size(key), file.read()), (len(body), body))
+            # What is not dead is the header, the index block and the records.
+            live = 24 + sum(20 + 2 * len(key) + len(body) for key, body in model.items())
+            dead = package.dead_space()
+            package.clear()
+            package.close()
+            with vantry.open(where) as package:
+                self.assertEqual(dict(package), {})
+            size = len(where) if isinstance(where, vantry.Buffer) else os.path.getsize(where)
+            self.assertEqual(size - dead, live)
+
+    def test_keys_and_bodies_of_any_kind(self):
+        with vantry.open("kinds.hpk", "w") as package:
+            package["Grüße"] = "text"
+            package[bytearray(b"b")] = memoryview(b"body")
+            package[b""] = b""
+            for key in 1, None, ["a"]:
+                self.assertRaises(TypeError, package.__setitem__, key, b"")
+            self.assertRaises(UnicodeEncodeError, package.__setitem__, "\ud800", b"")
+        with vantry.open("kinds.hpk") as package:
+            expected = {b"": b"", b"b": b"body", "Grüße".encode(): b"text"}
+            self.assertEqual(package, expected)
+            self.assertEqual(list(package), sorted(expected))
+
+    def test_errors(self):
+        write_file("none.hpk", b"")
+        write_file("other.hpk", bytes(99))
+        self.fails(vantry.StreamError, 3, vantry.open, "none.hpk")
+        error = self.fails(vantry.PackageError, 3, vantry.open, b"other.hpk")
+        self.assertEqual(error.text, "Input file is not in expected format: other.hpk")
+        self.assertEqual(error.arguments, (b"other.hpk",))
+        for mode in "", "x", "rw":
+            self.assertRaises(ValueError, vantry.open, "none.hpk", mode)
+        self.assertRaises(ValueError, vantry.open, "none\0.hpk", "w")
+
+        with vantry.open("e.hpk", "w") as package:
+            package[b"a"] = b"body"
+            package.identity = 1, 2, 3
+            self.assertRaises(TypeError, setattr, package, "identity", (1 << 32, 0, 0))
+            self.assertRaises(TypeError, setattr, package, "state", 256)
+            self.fails(vantry.StreamError, 3, package.get, "a")
+        with vantry.open("e.hpk") as package:
+            error = self.fails(vantry.MissingKeyError, 4, package.__getitem__, b"\xff")
+            self.assertIsInstance(error, KeyError)
+            self.assertEqual(error.arguments, (b"e.hpk", b"\xff"))
+            self.assertEqual(error.text, "Missing key in index: \\xff")
+            self.fails(vantry.PackageError, 5, package.rename, "a", "b")
+            self.fails(vantry.StreamError, 4, package.__setitem__, "b", b"c")
+            self.fails(vantry.MissingKeyError, 4, package.size, "b")
+            self.fails(vantry.MissingKeyError, 4, package.__delitem__, "b")
+            file = package.file("a")
+        self.assertTrue(package.closed)
+        for action in package.__iter__, package.__len__, file.read, package.save:
+            self.assertRaisesRegex(ValueError, "closed", action)
+
+    def test_saving_and_letting_go(self):
+        with vantry.open("s.hpk", "w") as package:
+            package["a"] = b"1"
+        package = vantry.open("s.hpk", "u")
+        package["b"] = b"2"
+        package.save()
+        package["c"] = b"3"
+        with self.assertWarnsRegex(ResourceWarning, r"<vantry.Package 's.hpk' mode='u'> was not"):
+            del package
+        with self.assertRaises(ZeroDivisionError), vantry.open("s.hpk", "u") as package:
+            package["d"] = b"4"
+            1 // 0
+        with vantry.open("s.hpk") as package:
+            self.assertEqual(list(package), [b"a", b"b"])
+        if os.path.exists("/dev/full"):
+            package = vantry.open("/dev/full", "w")
+            self.fails(vantry.StreamError, 4, package.close)
+            package.discard()
+
+    def test_a_buffer_has_readers_or_one_writer(self):
+        buffer = vantry.Buffer()
+        with vantry.open(buffer, "w") as package:
+            package["a"] = b"1"
+            for action in (lambda: bytes(buffer), lambda: len(buffer), lambda: vantry.open(buffer)):
+                self.assertRaises(BufferError, action)
+        with vantry.open(buffer) as first, vantry.open(buffer) as second:
+            self.assertEqual(first, second)
+            self.assertRaises(BufferError, vantry.open, buffer, "u")
+        content = bytes(buffer)
+        self.assertRaises(vantry.StreamError, vantry.open, vantry.Buffer(content[:7]), "u")
+        with vantry.open(buffer, "u") as package:
+            del package["a"]
+
+    def test_hash_and_tokens(self):
+        hash = vantry.PolyHash()
+        self.assertEqual(hash.hash(b"hello world"), 0xDF1A7DD9)
+        self.assertEqual(hash.extend(hash.hash(b"hello"), b" world"), 0xDF1A7DD9)
+        self.assertLess(vantry.PolyHash(16, 0xA011, 0).hash(b"hello world"), 1 << 16)
+        self.fails(vantry.HashError, 8, vantry.PolyHash, 33)
+        self.assertEqual(vantry.tokenize(" a\tb\n"), [b"a", b"b"])
+        self.assertEqual(vantry.tokenize(b"a,b;\0", ",;"), [b"a", b"b", b"\0"])
+
+
+class Damage(unittest.TestCase):
+    """As hpack/HpackDamage_test.cpp: what a damaged package gives is right or a vantry.Error."""
+
+    @classmethod
+    def setUpClass(cls):
+        buffer = vantry.Buffer()
+        with vantry.open(buffer, "w") as package:
+            package.update(one="first body", two="second")
+            package[b""] = b""
+        with vantry.open(buffer, "u") as package:
+            package["two"] = "behind the index"
+            package.identity = 1, 2, 3
+        cls.content = bytes(buffer)
+
+    def attempt(self, action):
+        try:
+            return action()
+        except vantry.Error as error:
+            self.assertIn(error.number, range(7))
+            return error
+
+    def try_everything(self, where):
+        for mode in "ru":
+            package = self.attempt(lambda: vantry.open(where, mode))
+            if isinstance(package, vantry.Error):
+                continue
+            keys = list(package)
+            self.assertEqual(keys, sorted(keys))
+            for key in keys:
+                body = self.attempt(lambda: package[key])
+                if isinstance(body, bytes):
+                    self.assertEqual(package.size(key), len(body))
+                    with package.file(key) as file:
+                        self.assertEqual(file.read(), body)
+                else:
+                    self.attempt(lambda: package.file(key).read())
+            if mode == "u":
+                self.attempt(package.dead_space)
+                self.attempt(lambda: package.update(new="item"))
+                self.attempt(lambda: package.rename("one", "renamed"))
+                self.attempt(lambda: package.pop("two"))
+            self.attempt(package.close)
+
+    def test_cut_at_every_length(self):
+        for length in range(len(self.content)):
+            write_file("cut.hpk", self.content[:length])
+            self.try_everything("cut.hpk")
+            self.try_everything(vantry.Buffer(self.content[:length]))
+
+    def test_every_bit_flipped(self):
+        for bit in range(8 * len(self.content)):
+            damaged = bytearray(self.content)
+            damaged[bit // 8] ^= 1 << bit % 8
+            self.try_everything(vantry.Buffer(damaged))
+
+
+class Threads(unittest.TestCase):
+    def run_all(self, works):
+        failures = []
+
+        def guarded(work):
+            try:
+                work()
+            except BaseException as failure:
+                failures.append(failure)
+
+        threads = [threading.Thread(target=guarded, args=(work,)) for work in works]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join(60)
+        self.assertEqual(failures, [])
+
+    def test_one_package_takes_calls_from_many(self):
+        vantry.open("t.hpk", "w").close()
+        with vantry.open("t.hpk", "u") as package:
+            def work(number):
+                for i in range(300):
+                    key = b"%d/%d" % (number, i)
+                    package[key] = key * 50
+                    self.assertEqual(package[key], key * 50)
+                    if i % 3 == 0:
+                        del package[key]
+
+            self.run_all([lambda n=n: work(n) for n in range(4)])
+            self.assertEqual(len(package), 800)
+            for key, body in package.items():
+                self.assertEqual(body, key * 50)
+
+    def test_others_run_during_a_long_call(self):
+        # Opening waits for the other end, which this thread opens.
+        os.mkfifo("fifo")
+
+        def other():
+            with self.assertRaises(vantry.Error):
+                vantry.open("fifo")
+
+        self.run_all([other, lambda: write_file("fifo", b"")])
+
+    def test_closing_while_others_read(self):
+        for _ in range(50):
+            buffer = vantry.Buffer()
+            with vantry.open(buffer, "w") as package:
+                package["a"] = bytes(100)
+            package = vantry.open(buffer)
+
+            def read():
+                try:
+                    while True:
+                        self.assertEqual(package["a"], bytes(100))
+                except ValueError:
+                    pass
+
+            self.run_all([read, read, package.close])
+            self.assertEqual(len(buffer), len(bytes(buffer)))
+
+
+class Registries(unittest.TestCase):
+    def setUp(self):
+        os.environ["BASEKIT_REGISTRY"] = os.path.abspath(self.id())
+
+    def test_mapping(self):
+        with vantry.Registry() as registry:
+            registry["a"] = b"\0any\xff"
+            registry[b""] = b""
+            registry.update([("b", "2"), (b"c", b"3")], d="4")
+            model = {b"": b"", b"a": b"\0any\xff", b"b": b"2", b"c": b"3", b"d": b"4"}
+            self.assertEqual(registry, model)
+            self.assertEqual((list(registry)[:2], len(registry)), ([b"", b"a"], 5))
+            del registry["b"]
+            self.assertRaises(KeyError, registry.__delitem__, "b")
+            self.assertRaises(KeyError, registry.__getitem__, "b")
+            self.assertIsNone(registry.get("b"))
+            self.assertEqual(("b" in registry, "a" in registry), (False, True))
+            with vantry.Registry("r") as reader:
+                self.assertEqual(dict(reader), dict(registry))
+                self.assertRaises(vantry.RegistryError, reader.__setitem__, "x", "y")
+                self.assertNotIn("b", reader)
+        self.assertRaises(vantry.RegistryError, registry.get, "a")
+        self.assertTrue(os.path.exists(vantry.Registry.path()))
+
+    def test_damage_and_passwords(self):
+        with vantry.Registry() as registry:
+            self.assertRaises(vantry.RegistryError, registry.set_password, "x", "nobody")
+            self.assertRaises(ValueError, registry.set_password, "a\0b")
+        secret = vantry.encrypt(b"plain")
+        self.assertEqual(vantry.decrypt(secret), b"plain")
+        self.assertRaises(vantry.EncryptionError, vantry.decrypt, secret[:-1])
+        with open(vantry.Registry.path(), "r+b") as file:
+            file.truncate(700)
+        with self.assertRaisesRegex(vantry.RegistryError, "damaged"):
+            vantry.Registry()
+
+
+def doctests():
+    flags = {"vantry": vantry}
+    results = [doctest.testmod(module, extraglobs=flags) for module in (vantry, vantry.errors)]
+    return int(sum(result.failed for result in results) > 0 or results[0].attempted < 15)
+
+
+def types():
+    """The stubs, and the annotations by them, are whole and right, where mypy is there."""
+    if shutil.which("mypy", path="/usr/bin") is None:
+        return 77
+    folder = os.path.dirname(os.path.realpath(vantry.__file__))
+    checked = subprocess.run(["/usr/bin/mypy", "--strict", "--cache-dir", os.devnull, folder])
+    module = set(dir(vantry._vantry.Package)) | set(dir(vantry._vantry.Registry))
+    with open(os.path.join(folder, "_vantry.pyi")) as file:
+        stubs = file.read()
+    missing = [name for name in module if not name.startswith("_") and f"def {name}(" not in stubs]
+    print("not in the stubs:", missing)
+    return checked.returncode or len(missing)
+
+
+if __name__ == "__main__":
+    with tempfile.TemporaryDirectory() as folder:
+        os.chdir(folder)
+        os.environ["BASEKIT_REGISTRY"] = os.path.join(folder, "registry")
+        if sys.argv[1] in ("doctests", "types"):
+            sys.exit(globals()[sys.argv[1]]())
+        unittest.main(argv=sys.argv[:1] + sys.argv[1:])
