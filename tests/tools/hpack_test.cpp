@@ -184,6 +184,37 @@ TEST_F(HpackToolTest, HabitsOfOtherToolsWork) {
     }
 }
 
+TEST_F(HpackToolTest, MapShowsWhatIsWhere) {
+    MakePackage("p", {{"<&\"", "a"}, {"b", std::string(1100, 'b')}, {"c", "3"}});
+    Done("hpack rm p c; hpack map p --width 92 | sed -n '1p;3p;17,$p'",
+         "p: 2 items, 1196 bytes\n"
+         "         0  HHHHHHHHHHHHHHHH................" +
+             std::string(48, 'o') +
+             "\n"
+             "      1120  "
+             "ooooooooooooooooooooooooo--------------IIIIIIIIIIIIIIIIIIIIIIIIIIII---------\n"
+             "\n"
+             "HH  header                 1     16    1.3%\n"
+             "..  item up to 1K          1     16    1.3%\n"
+             "oo  item up to 64K         1   1.1K   93.1%\n"
+             "OO  larger item            0      0    0.0%\n"
+             "II  index                  1     28    2.3%\n"
+             "--  dead space             2     23    1.9%\n");
+    Done("hpack map p --color=always | tail -n 1 | cut -c1-16", "\33[48;5;245m  \33[0\n");
+    Done(
+        "hpack map p --svg p.svg && python3 -c '"
+        "import xml.etree.ElementTree as tree\n"
+        "for title in tree.parse(\"p.svg\").iter(\"{http://www.w3.org/2000/svg}title\"):\n"
+        "    print(title.text)' | uniq | head -n 7",
+        "p: 2 items, 1196 bytes\n"
+        "<&\": 16 bytes at 16\n"
+        "b: 1113 bytes at 32\n"
+        "dead space: 14 bytes at 1145\n"
+        "dead space: 9 bytes at 1187\n"
+        "header: 16 bytes at 0\n"
+        "index: 28 bytes at 1159\n");
+}
+
 TEST_F(HpackToolTest, KeysAreGivenAsTheyAreShown) {
     const std::map<std::string, std::string> shown = {
         {"plain", "plain"},
@@ -327,7 +358,7 @@ TEST_F(HpackToolTest, FailuresAreOneLineWithFileAndReason) {
     Run("hpack rm -q damaged a; hpack info damaged | grep items", 0, "items         1\n", "");
 
     for (const char* command : {"create", "add", "put", "list", "info", "get", "extract", "rm",
-                                "mv", "id", "state", "diff"}) {
+                                "mv", "id", "state", "diff", "map"}) {
         Done(std::string("hpack ") + command + " --help | grep -c Example", "1\n");
     }
     Done("hpack --version", "1.0.0.79.0\n");

@@ -11,6 +11,7 @@ void AddListCommands(CLI::App& app);      // list, info
 void AddGetCommands(CLI::App& app);       // get, extract
 void AddChangeCommands(CLI::App& app);    // rm, mv
 void AddCompareCommands(CLI::App& app);   // diff
+void AddMapCommands(CLI::App& app);       // map
 void AddIdentityCommands(CLI::App& app);  // id, state
 
 /// What most commands take.

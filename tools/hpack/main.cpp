@@ -20,6 +20,7 @@ int main(int argc, char** argv) {
     AddGetCommands(app);
     AddChangeCommands(app);
     AddCompareCommands(app);
+    AddMapCommands(app);
     AddIdentityCommands(app);
     return RunTool(app, argc, argv);
 }
