@@ -4,7 +4,7 @@
 
 #include <cerrno>
 
-#include "tools/common/Tool.h"
+#include "tools/common/Failures.h"
 
 FileDescriptor OpenRegular(const std::string& path, int flags) {
     // Opening a FIFO would wait for its other end.

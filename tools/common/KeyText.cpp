@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "tools/common/Tool.h"
+#include "tools/common/Failures.h"
 
 // No text can have more.
 static constexpr std::uint32_t noCharacter = 0xffffffff;

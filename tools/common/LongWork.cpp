@@ -8,8 +8,8 @@
 #include <future>
 #include <vector>
 
+#include "tools/common/Failures.h"
 #include "tools/common/ProgressBar.h"
-#include "tools/common/Tool.h"
 
 namespace {
 

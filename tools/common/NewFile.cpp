@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "tools/common/Tool.h"
+#include "tools/common/Failures.h"
 
 // "" is the current folder.
 static std::string FolderOf(const std::string& path) {

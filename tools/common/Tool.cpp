@@ -4,43 +4,11 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <iostream>
-#include <new>
 #include <vector>
 
 #include "Vantry/VantryVersion.h"
-#include "basekit/qtxAll.h"
-#include "tools/common/KeyText.h"
 #include "tools/common/Suggestion.h"
-
-void PrintError(std::string_view text) {
-    const std::string line =
-        std::string(program_invocation_short_name) + ": " + PrintableText(text) + '\n';
-    std::fflush(stdout);
-    std::fwrite(line.data(), 1, line.size(), stderr);
-}
-
-ToolFailure SystemFailure(std::string_view what, std::string_view path, int error) {
-    std::string text(what);
-    text.append(" ").append(path).append(": ").append(std::strerror(error));
-    return ToolFailure(text);
-}
-
-std::string DescribeException() {
-    try {
-        throw;
-    } catch (const qtxAll& error) {
-        const char* const text = error.SpecificString();
-        return *text != 0 ? std::string(text) : std::string(error.ErrorString());
-    } catch (const std::bad_alloc&) {
-        return "out of memory";
-    } catch (const std::exception& error) {
-        return error.what();
-    } catch (...) {
-        return "unknown error";
-    }
-}
 
 static void FlushOutput() {
     errno = 0;

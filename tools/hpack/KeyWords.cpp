@@ -7,8 +7,8 @@
 #include <set>
 
 #include "hpack/Hpack.h"
+#include "tools/common/Failures.h"
 #include "tools/common/KeyText.h"
-#include "tools/common/Tool.h"
 
 void KeyWords::AddTo(CLI::App& command, const char* name, const char* description) {
     // Not a vector of strings: the parser would read some words as something else.

@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "tools/common/Failures.h"
 #include "tools/common/FileDescriptor.h"
-#include "tools/common/Tool.h"
 
 /// A key does not become a file; the text says why.
 class RefusedPath : public ToolFailure {

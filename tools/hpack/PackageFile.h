@@ -10,9 +10,9 @@
 
 #include "hpack/Hfile32.h"
 #include "hpack/Hpack.h"
+#include "tools/common/Failures.h"
 #include "tools/common/FileDescriptor.h"
 #include "tools/common/LongWork.h"
-#include "tools/common/Tool.h"
 
 /// What a package or its stream has thrown, in words for people.
 class PackageFailure : public ToolFailure {

@@ -9,8 +9,8 @@
 #include <tuple>
 
 #include "hpack/HpackFormat.h"
+#include "tools/common/Failures.h"
 #include "tools/common/KeyText.h"
-#include "tools/common/Tool.h"
 #include "tools/hpack/PackageFile.h"
 
 namespace {

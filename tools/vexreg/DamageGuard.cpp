@@ -8,8 +8,8 @@
 #include <string>
 
 #include "basekit/UnixRegistry.h"
+#include "tools/common/Failures.h"
 #include "tools/common/KeyText.h"
-#include "tools/common/Tool.h"
 
 // Put together beforehand: a signal handler may not do it.
 static std::string s_timeMessage;

@@ -1,7 +1,7 @@
 #include "tools/vexreg/DumpText.h"
 
+#include "tools/common/Failures.h"
 #include "tools/common/KeyText.h"
-#include "tools/common/Tool.h"
 
 static constexpr std::string_view firstLine = "# vexreg dump 1";
 static constexpr std::string_view lastLine = "# end";

@@ -5,8 +5,8 @@
 
 #include "VexUnix/VexRegistryUnix.h"
 #include "basekit/qtEncryptor.h"
+#include "tools/common/Failures.h"
 #include "tools/common/KeyText.h"
-#include "tools/common/Tool.h"
 #include "tools/vexreg/Commands.h"
 #include "tools/vexreg/PasswordInput.h"
 #include "tools/vexreg/Records.h"

@@ -2,9 +2,9 @@
 #include <iterator>
 #include <string>
 
+#include "tools/common/Failures.h"
 #include "tools/common/JsonOutput.h"
 #include "tools/common/KeyText.h"
-#include "tools/common/Tool.h"
 #include "tools/vexreg/Commands.h"
 #include "tools/vexreg/DumpText.h"
 #include "tools/vexreg/Records.h"

@@ -8,7 +8,7 @@
 #include <cstdio>
 
 #include "basekit/qtEncryptor.h"
-#include "tools/common/Tool.h"
+#include "tools/common/Failures.h"
 
 namespace {
 

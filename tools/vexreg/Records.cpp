@@ -6,10 +6,10 @@
 #include <cstdio>
 
 #include "basekit/files.h"
+#include "tools/common/Failures.h"
 #include "tools/common/FileDescriptor.h"
 #include "tools/common/KeyText.h"
 #include "tools/common/NewFile.h"
-#include "tools/common/Tool.h"
 
 void OpenExisting(UnixRegistry& store, bool readWrite) {
     // Opening for reading tells without making anything whether there is a registry.

@@ -8,8 +8,8 @@
 #include <string>
 
 #include "VexUnix/VexRegistryUnix.h"
+#include "tools/common/Failures.h"
 #include "tools/common/KeyText.h"
-#include "tools/common/Tool.h"
 #include "tools/vexreg/Commands.h"
 #include "tools/vexreg/Records.h"
 
