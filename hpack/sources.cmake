@@ -5,7 +5,11 @@ vantry_sources(
         Hio.cpp
         Hmemory.cpp
         Hpack.cpp
+        HpackCheck.cpp
+        HpackCompact.cpp
         HpackIndex.cpp
+        HpackRecover.cpp
+        RawPackage.cpp
         ReadPastEnd.cpp
         qtPtrLight.cpp
     HEADERS
@@ -15,7 +19,10 @@ vantry_sources(
         HioErrors.h
         Hmemory.h
         Hpack.h
+        HpackCheck.h
+        HpackCompact.h
         HpackErrors.h
         HpackFormat.h
+        HpackRecover.h
         qtPackDiet.h
         qtPtrLight.h)

@@ -458,4 +458,40 @@ TEST_F(HpackToolTest, ChangesAtOnceAreAllKept) {
         "0\n1\n2\n3\n4\n5\n6\n7\n");
 }
 
+TEST_F(HpackToolTest, PackagesThatAreNotWell) {
+    MakePackage("p", {{"a", "1"}, {"b", "22"}, {"c\n", "3"}});
+    chmod("p", 0640);
+    Done("hpack check p");
+    Done("hpack rm p b; hpack put p a p; hpack state p 7; cp p whole");
+    Done("hpack compact p small; hpack compact p --order offset");
+    EXPECT_EQ(fs::file_size("p"), fs::file_size("small"));
+    EXPECT_LT(fs::file_size("p"), fs::file_size("whole"));
+    struct stat status;
+    ASSERT_EQ(stat("p", &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640U);
+    Fails("hpack compact p small",
+          "cannot create small: it is already there (--force replaces it)");
+    Done("hpack check p; hpack state p", "7\n");
+
+    std::string bytes = FileBytes("whole");
+    bytes[bytes.find("c\n")] = 'd';
+    WriteFile("bad", bytes);
+    Run("hpack check bad", 1,
+        "bad: \"c\\n\", at 45: the record where its entry leads has another key\n", "");
+    EXPECT_NE(std::system(HPACK " check --json bad >json"), 0);
+    const nlohmann::json report = nlohmann::json::parse(FileBytes("json"));
+    EXPECT_EQ(report["faults"][0]["kind"], "record-key");
+    EXPECT_EQ(report["faults"][0]["key"], "\"c\\n\"");
+    Done("hpack recover bad good",
+         "bad: b, at 30: not in the index: deleted, or never saved\n"
+         "bad: \"c\\n\", at 45: dropped: no whole record of it is there\n"
+         "bad: the index is in order\n"
+         "bad: 2 items recovered, 1 by the index; 1 other versions left out\n");
+    Done("hpack check good; hpack list good; hpack recover -qf --all bad good; hpack list good",
+         "a\n\"d\\n\"\na\nb\n\"d\\n\"\n");
+    Fails("hpack recover stderr out", "stderr: nothing in it is of a package");
+    Fails("hpack recover missing out", "cannot open missing: No such file or directory");
+    EXPECT_FALSE(fs::exists("out"));
+}
+
 }  // namespace

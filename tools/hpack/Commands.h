@@ -13,6 +13,7 @@ void AddChangeCommands(CLI::App& app);    // rm, mv
 void AddCompareCommands(CLI::App& app);   // diff
 void AddMapCommands(CLI::App& app);       // map
 void AddIdentityCommands(CLI::App& app);  // id, state
+void AddRepairCommands(CLI::App& app);    // check, recover, compact
 
 /// What most commands take.
 struct PackageOptions {

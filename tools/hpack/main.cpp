@@ -22,5 +22,6 @@ int main(int argc, char** argv) {
     AddCompareCommands(app);
     AddMapCommands(app);
     AddIdentityCommands(app);
+    AddRepairCommands(app);
     return RunTool(app, argc, argv);
 }

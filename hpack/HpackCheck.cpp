@@ -1,0 +1,237 @@
+#include "hpack/HpackCheck.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "hpack/HpackFormat.h"
+#include "hpack/RawPackage.h"
+
+using namespace HpackFormat;
+
+namespace {
+
+struct KindText {
+    const char* name;
+    const char* text;
+};
+
+// In the order of HpackFault::Kind.
+constexpr KindText kindTexts[] = {
+    {"header-cut", "too short for a header"},
+    {"header-magic", "does not begin as a package does"},
+    {"too-long", "has more bytes than a package can have"},
+    {"no-index", "has no index: it was created and never closed"},
+    {"index-offset", "the header leads to a place where no index can be"},
+    {"index-marker", "there is no index where the header leads"},
+    {"index-cut", "the index has fewer entries than it counts"},
+    {"key-order", "its entry in the index is out of order"},
+    {"key-twice", "the index has it again"},
+    {"record-offset", "its entry leads beyond the end"},
+    {"record-marker", "there is no record where its entry leads"},
+    {"record-key", "the record where its entry leads has another key"},
+    {"record-cut", "its record reaches beyond the end"},
+    {"overlaps-header", "lies over the header"},
+    {"overlaps-index", "its record lies over the index"},
+    {"overlaps-item", "its record lies over that of another item"},
+    {"unreadable", "can not be read"},
+};
+
+class Check {
+public:
+    explicit Check(Generic32& stream) : package(stream) {}
+
+    HpackCheckReport Run();
+
+private:
+    void AddFault(HpackFault::Kind kind, std::uint32_t offset) {
+        report.faults.push_back({kind, offset, false, {}, {}});
+    }
+    void AddItemFault(HpackFault::Kind kind, const RawPackage::Entry& entry,
+                      std::string_view other = {}) {
+        report.faults.push_back(
+            {kind, entry.offset, true, qtString(index.Key(entry)), qtString(other)});
+    }
+
+    bool CheckHeader();
+    bool CheckIndex();
+    void CheckOrder();
+    void CheckRecords();
+    bool CheckRecord(const RawPackage::Entry& entry, RawPackage::Record& record);
+    bool ReadBody(const RawPackage::Record& record);
+    void CheckOverlap(const RawPackage::Entry& entry, const RawPackage::Record& record);
+
+    RawPackage package;
+    RawPackage::Header header;
+    RawPackage::Index index;
+    HpackCheckReport report;
+    std::vector<RawPackage::Entry> entries;  // those that count, by offset
+    std::uint64_t readTo = 0;                // bodies up to here have been read
+    // The record that reaches furthest of those before.
+    const RawPackage::Entry* furthest = nullptr;
+    std::uint64_t furthestEnd = 0;
+    std::vector<char> piece;
+};
+
+}  // namespace
+
+const char* HpackFault::Name(Kind kind) {
+    return kindTexts[kind].name;
+}
+
+const char* HpackFault::Text(Kind kind) {
+    return kindTexts[kind].text;
+}
+
+HpackCheckReport Check::Run() {
+    report.size = package.Size();
+    if (package.TooLong()) {
+        AddFault(HpackFault::tooLong, maxStreamSize);
+    }
+    if (CheckHeader() && CheckIndex()) {
+        CheckOrder();
+        CheckRecords();
+    }
+    return std::move(report);
+}
+
+bool Check::CheckHeader() {
+    header = package.ReadHeader();
+    if (header.whole) {
+        return true;
+    }
+    const bool known = header.magic == PackMagic;
+    AddFault(
+        package.Size() < oldHeaderSize || known ? HpackFault::headerCut : HpackFault::headerMagic,
+        0);
+    return false;
+}
+
+bool Check::CheckIndex() {
+    if (header.indexOffset == 0) {
+        AddFault(HpackFault::noIndex, 0);
+        return false;
+    }
+    index = package.ReadIndex(header.indexOffset);
+    if (std::uint64_t{header.indexOffset} + indexOverhead > package.Size()) {
+        AddFault(HpackFault::indexOffset, header.indexOffset);
+        return false;
+    }
+    if (!index.marked) {
+        AddFault(HpackFault::indexMarker, header.indexOffset);
+        return false;
+    }
+    if (!index.complete) {
+        AddFault(HpackFault::indexCut, header.indexOffset);
+    }
+    if (header.indexOffset < header.size) {
+        AddFault(HpackFault::overlapsHeader, header.indexOffset);
+    }
+    return true;
+}
+
+// Of several entries with one key the last one counts.
+void Check::CheckOrder() {
+    const auto before = [this](const RawPackage::Entry& left, const RawPackage::Entry& right) {
+        const int compared = index.Key(left).compare(index.Key(right));
+        return compared != 0 ? compared < 0 : left.keyAt < right.keyAt;
+    };
+    entries = index.entries;
+    if (!std::is_sorted(entries.begin(), entries.end(), before)) {
+        for (std::size_t i = 1; i < index.entries.size(); ++i) {
+            if (index.Key(index.entries[i]) < index.Key(index.entries[i - 1])) {
+                AddItemFault(HpackFault::keyOrder, index.entries[i]);
+            }
+        }
+        std::stable_sort(entries.begin(), entries.end(), before);
+    }
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        if (i + 1 < entries.size() && index.Key(entries[i]) == index.Key(entries[i + 1])) {
+            AddItemFault(HpackFault::keyTwice, entries[i]);
+        } else {
+            entries[kept++] = entries[i];
+        }
+    }
+    entries.resize(kept);
+    report.items = static_cast<std::uint32_t>(kept);
+}
+
+void Check::CheckRecords() {
+    std::stable_sort(entries.begin(), entries.end(),
+                     [](const RawPackage::Entry& left, const RawPackage::Entry& right) {
+                         return left.offset < right.offset;
+                     });
+    for (const RawPackage::Entry& entry : entries) {
+        RawPackage::Record record;
+        if (!CheckRecord(entry, record)) {
+            continue;
+        }
+        const std::size_t before = report.faults.size();
+        if (!ReadBody(record)) {
+            AddItemFault(HpackFault::unreadable, entry);
+        }
+        CheckOverlap(entry, record);
+        report.wholeItems += report.faults.size() == before ? 1 : 0;
+    }
+}
+
+bool Check::CheckRecord(const RawPackage::Entry& entry, RawPackage::Record& record) {
+    switch (package.Look(entry.offset, index.Key(entry), record)) {
+        case RawPackage::State::whole:
+            return true;
+        case RawPackage::State::beyondEnd:
+            AddItemFault(HpackFault::recordOffset, entry);
+            break;
+        case RawPackage::State::noMarker:
+            AddItemFault(HpackFault::recordMarker, entry);
+            break;
+        case RawPackage::State::otherKey:
+            AddItemFault(HpackFault::recordKey, entry);
+            break;
+        case RawPackage::State::cut:
+            AddItemFault(HpackFault::recordCut, entry);
+            break;
+        case RawPackage::State::unreadable:
+            AddItemFault(HpackFault::unreadable, entry);
+            break;
+    }
+    return false;
+}
+
+// Records come by offset, so what has been read for one that this lies over is not read again.
+bool Check::ReadBody(const RawPackage::Record& record) {
+    constexpr std::uint32_t pieceSize = 65536;
+    piece.resize(pieceSize);
+    std::uint64_t at = std::max(readTo, record.BodyAt());
+    while (at < record.End()) {
+        const auto count =
+            static_cast<std::uint32_t>(std::min<std::uint64_t>(pieceSize, record.End() - at));
+        if (!package.Read(at, piece.data(), count)) {
+            return false;
+        }
+        at += count;
+    }
+    readTo = std::max(readTo, at);
+    return true;
+}
+
+void Check::CheckOverlap(const RawPackage::Entry& entry, const RawPackage::Record& record) {
+    if (entry.offset < header.size) {
+        AddItemFault(HpackFault::overlapsHeader, entry);
+    }
+    if (entry.offset < index.end && record.End() > index.offset) {
+        AddItemFault(HpackFault::overlapsIndex, entry);
+    }
+    if (furthest != nullptr && entry.offset < furthestEnd) {
+        AddItemFault(HpackFault::overlapsItem, entry, index.Key(*furthest));
+    }
+    if (record.End() > furthestEnd) {
+        furthest = &entry;
+        furthestEnd = record.End();
+    }
+}
+
+HpackCheckReport HpackCheck(Generic32& stream) {
+    return Check(stream).Run();
+}

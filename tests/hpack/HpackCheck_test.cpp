@@ -1,0 +1,165 @@
+// Every kind of fault is found; a package without one is not accused; compacting keeps all.
+#include "hpack/HpackCheck.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <map>
+
+#include "hpack/Hmemory.h"
+#include "hpack/HpackCompact.h"
+#include "hpack/HpackFormat.h"
+#include "tests/support/Bytes.h"
+#include "tests/support/FaultyStream.h"
+
+namespace {
+
+// Header 0, "a" 16, "b" 30, index 44: "a" at 52, "b" at 61; both end at 70.
+qtString TwoItems() {
+    qtPtr<qtBuffer> buffer = NewBuffer();
+    Hpack package;
+    package.Open(buffer, 'w');
+    package.AddOrUpdate("a", "1");
+    package.AddOrUpdate("b", "2");
+    package.Close();
+    return Bytes(*buffer);
+}
+
+HpackCheckReport Check(const qtString& bytes) {
+    const qtPtr<qtBuffer> buffer = NewBuffer(bytes);
+    Hmemory stream;
+    stream.Open(*buffer, 'r');
+    return HpackCheck(stream);
+}
+
+struct Case {
+    HpackFault::Kind kind;
+    const char* key;
+    std::uint32_t items;
+    std::function<void(qtString&)> damage;
+};
+
+auto PutAt(std::size_t at, std::uint32_t word) {
+    return [=](qtString& bytes) { HpackFormat::PutWord(bytes.data() + at, word); };
+}
+
+TEST(HpackCheck, FindsEachKindOfFault) {
+    const Case cases[] = {
+        {HpackFault::headerCut, "", 0, [](qtString& bytes) { bytes.resize(7); }},
+        {HpackFault::headerCut, "", 0, [](qtString& bytes) { bytes.resize(15); }},
+        {HpackFault::headerMagic, "", 0, PutAt(0, 7)},
+        {HpackFault::noIndex, "", 0, PutAt(4, 0)},
+        {HpackFault::indexOffset, "", 0, PutAt(4, 63)},
+        {HpackFault::indexOffset, "", 0, PutAt(4, 0xffffffff)},
+        {HpackFault::indexMarker, "", 0, PutAt(44, 1)},
+        {HpackFault::indexCut, "", 2, PutAt(48, 3)},
+        {HpackFault::indexCut, "", 1, PutAt(61, 0xfffffff0)},
+        {HpackFault::keyOrder, "a", 2, [](qtString& bytes) { bytes[56] = 'b', bytes[65] = 'a'; }},
+        {HpackFault::keyTwice, "a", 1, [](qtString& bytes) { bytes[65] = 'a'; }},
+        {HpackFault::recordOffset, "b", 2, PutAt(66, 0xffffffff)},
+        {HpackFault::recordMarker, "b", 2, PutAt(30, 1)},
+        {HpackFault::recordKey, "b", 2, [](qtString& bytes) { bytes[38] = 'c'; }},
+        {HpackFault::recordKey, "b", 2, PutAt(66, 16)},
+        {HpackFault::recordCut, "b", 2, PutAt(39, 1000)},
+        {HpackFault::recordCut, "b", 2, PutAt(34, 0xffffffff)},
+        {HpackFault::overlapsItem, "b", 2, PutAt(25, 4)},
+        {HpackFault::overlapsIndex, "b", 2, PutAt(39, 2)},
+        {HpackFault::overlapsHeader, "", 0,
+         [](qtString& bytes) {
+             HpackFormat::PutWord(bytes.data() + 4, 8);
+             HpackFormat::PutWord(bytes.data() + 8, HpackFormat::IndexMagic);
+             HpackFormat::PutWord(bytes.data() + 12, 0);
+         }},
+        {HpackFault::overlapsHeader, "a", 2,
+         [](qtString& bytes) {
+             bytes.replace(8, 13, bytes.substr(16, 13));
+             HpackFormat::PutWord(bytes.data() + 57, 8);
+         }},
+    };
+    for (const Case& fault : cases) {
+        SCOPED_TRACE(HpackFault::Name(fault.kind));
+        qtString bytes = TwoItems();
+        EXPECT_TRUE(Check(bytes).Good());
+        fault.damage(bytes);
+        const HpackCheckReport report = Check(bytes);
+        EXPECT_TRUE(std::any_of(report.faults.begin(), report.faults.end(), [&](const auto& found) {
+            return found.kind == fault.kind && found.key == fault.key;
+        }));
+        EXPECT_EQ(report.items, fault.items);
+        EXPECT_NE(std::string(HpackFault::Text(fault.kind)), "");
+    }
+}
+
+TEST(HpackCheck, UnreadablePlacesAreTheItemsFault) {
+    const qtPtr<qtBuffer> buffer = NewBuffer(TwoItems());
+    FaultyStream stream(*buffer);
+    stream.FailAfter(1, true);
+    EXPECT_FALSE(HpackCheck(stream).Good());
+}
+
+qtPtr<qtBuffer> Compacted(Hpack& source, HpackOrder order) {
+    qtPtr<qtBuffer> buffer = NewBuffer();
+    Hpack target;
+    target.Open(buffer, 'w');
+    HpackCompact(source, target, order);
+    target.Close();
+    return buffer;
+}
+
+TEST(HpackCompact, KeepsAllButDeadSpace) {
+    for (const int format : {0, 1, 2}) {
+        qtPtr<qtBuffer> buffer = NewBuffer();
+        Hpack package;
+        package.Open(buffer, 'w');
+        for (const char* const key : {"c", "", "b"}) {
+            package.AddOrUpdate(key, qtString(50000, *key));
+        }
+        package.Close();
+        package.Open(buffer, 'u');
+        package.AddOrUpdate("c", qtString(60000, 'd'));
+        package.Rename("b", "a");
+        package.SetFileID(1, 2, 3);
+        package.SetState(4);
+        if (format != 0) {
+            package.SetOldID(format == 1);
+        }
+        package.Close();
+        package.Open(buffer, 'r');
+        for (const HpackOrder order : {HpackOrder::key, HpackOrder::offset}) {
+            qtPtr<qtBuffer> compact = Compacted(package, order);
+            Hpack copy;
+            copy.Open(compact, 'u');
+            EXPECT_TRUE(HpackSame(package, copy));
+            unsigned int size = 0;
+            unsigned int dead = 0;
+            copy.CalculateDeadSpace(size, dead);
+            EXPECT_EQ(dead, format == 0 ? 0U : 8U);
+            unsigned int first = 0;
+            unsigned int second = 0;
+            copy.GetKeyInfo("a", first, size);
+            copy.GetKeyInfo("c", second, size);
+            EXPECT_LT(first, second);
+            copy.GetKeyInfo("", second, size);
+            EXPECT_EQ(second < first, true);
+            copy.Close();
+            EXPECT_TRUE(Check(Bytes(*compact)).Good());
+
+            // Every difference shows.
+            const std::function<void(Hpack&)> changes[] = {
+                [](Hpack& changed) { changed.AddOrUpdate("c", qtString(60000, 'e')); },
+                [](Hpack& changed) { changed.AddOrUpdate("c", "d"); },
+                [](Hpack& changed) { changed.Rename("c", "d"); },
+                [&](Hpack& changed) { format == 0 ? changed.SetState(9) : changed.Delete("a"); },
+            };
+            for (const auto& change : changes) {
+                qtPtr<qtBuffer> other = NewBuffer(Bytes(*compact));
+                copy.Open(other, 'u');
+                change(copy);
+                EXPECT_FALSE(HpackSame(package, copy));
+            }
+        }
+    }
+}
+
+}  // namespace
