@@ -106,9 +106,11 @@ private:
         }
     }
 
-    std::uint32_t ExtendOther(std::uint32_t hash, const char* bytes, std::size_t count) const;
+    VANTRY_LOCAL std::uint32_t ExtendOther(std::uint32_t hash, const char* bytes,
+                                           std::size_t count) const;
     // The definition of the hash: a step for each byte.
-    std::uint32_t StepBytes(std::uint32_t hash, const char* bytes, std::size_t count) const;
+    VANTRY_LOCAL std::uint32_t StepBytes(std::uint32_t hash, const char* bytes,
+                                         std::size_t count) const;
 
     int degree = smallestDegree;
     std::uint32_t table[256] = {};

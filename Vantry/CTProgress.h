@@ -109,8 +109,8 @@ private:
         qtAtomic<bool> running{true};
         qtAtomic<bool> interrupted;
 
-        ProgressData Snapshot() const;
-        void StartPhase();
+        VANTRY_LOCAL ProgressData Snapshot() const;
+        VANTRY_LOCAL void StartPhase();
     };
 
     qtAtomic<int> currentPhase;  // always the number of finished phases

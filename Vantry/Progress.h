@@ -96,7 +96,8 @@ private:
             ReportStep(function);
         }
     }
-    void Phase(unsigned int newPhase, unsigned int range, const char* label, const char* function);
+    VANTRY_LOCAL void Phase(unsigned int newPhase, unsigned int range, const char* label,
+                            const char* function);
 
     // Out of the way of the inner loops that the updates are inlined into.
     [[noreturn, gnu::cold]] void Cancel();

@@ -93,8 +93,8 @@ public:
     bool Import(const char* file);
 
 private:
-    bool IsOpen();
-    bool Answer(bool result, qtString message);
+    VANTRY_LOCAL bool IsOpen();
+    VANTRY_LOCAL bool Answer(bool result, qtString message);
 
     UnixRegistry store;
 };

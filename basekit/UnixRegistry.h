@@ -87,9 +87,9 @@ public:
     class Update;
 
 private:
-    struct Opened;
-    class Change;
-    bool Refresh();
+    struct VANTRY_LOCAL Opened;
+    class VANTRY_LOCAL Change;
+    VANTRY_LOCAL bool Refresh();
 
     __db* handle = nullptr;
     bool writable = false;
@@ -124,8 +124,8 @@ public:
     bool Commit();
 
 private:
-    bool Begin();
-    bool Apply(int error);
+    VANTRY_LOCAL bool Begin();
+    VANTRY_LOCAL bool Apply(int error);
 
     const UnixRegistry& registry;
     std::unique_ptr<Change> change;

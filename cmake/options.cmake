@@ -22,3 +22,21 @@ endif()
 if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
     target_link_options(vantry_options INTERFACE -Wl,--no-undefined)
 endif()
+
+# vantry_library(NAME NODE): a library of ours, without its sources. NODE is what its symbols are
+# versioned with.
+function(vantry_library name VANTRY_ABI_NODE)
+    if(NOT VANTRY_SHARED)
+        add_library(${name} STATIC)
+    else()
+        add_library(${name} SHARED)
+        configure_file(${PROJECT_SOURCE_DIR}/abi/exports.map.in ${PROJECT_BINARY_DIR}/${name}.map)
+        target_link_options(${name} PRIVATE
+            LINKER:--version-script=${PROJECT_BINARY_DIR}/${name}.map)
+        set_property(TARGET ${name} PROPERTY LINK_DEPENDS ${PROJECT_BINARY_DIR}/${name}.map)
+    endif()
+    # Debuggers, and the comparison of the binary interface with the former one, want to know types;
+    # what is packaged is stripped.
+    target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-g>)
+    target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:vantry_options>)
+endfunction()

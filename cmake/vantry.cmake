@@ -1,5 +1,5 @@
 # The library itself: each folder lists its sources in its own sources.cmake.
-add_library(vantry SHARED)
+vantry_library(vantry VANTRY_${VANTRY_SOVERSION})
 add_library(Vantry::vantry ALIAS vantry)
 
 set_target_properties(vantry PROPERTIES
@@ -8,7 +8,6 @@ set_target_properties(vantry PROPERTIES
     # The base layer lies beside it, wherever the prefix is moved to.
     INSTALL_RPATH "$ORIGIN")
 target_link_libraries(vantry PUBLIC basekit)
-target_link_libraries(vantry PRIVATE $<BUILD_INTERFACE:vantry_options>)
 
 # vantry_sources(SOURCES a.cpp HEADERS a.h): headers are installed by the path
 # that they are included by.

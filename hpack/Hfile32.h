@@ -53,15 +53,15 @@ public:
     void Close() override;
 
 private:
-    [[noreturn]] void FailNamed(HioErrors::Number number, const char* text) const;
-    [[noreturn]] void WriteFailed();
-    void Flush();
-    bool MoveToEnd();
-    void ReadChunk(char* data, std::size_t count);
-    std::size_t TakeFetched(char* data, std::size_t count) const;
-    void Fetch();
-    std::size_t ReadAt(char* data, std::size_t count) const;
-    void ForgetFetched();
+    [[noreturn]] VANTRY_LOCAL void FailNamed(HioErrors::Number number, const char* text) const;
+    [[noreturn]] VANTRY_LOCAL void WriteFailed();
+    VANTRY_LOCAL void Flush();
+    VANTRY_LOCAL bool MoveToEnd();
+    VANTRY_LOCAL void ReadChunk(char* data, std::size_t count);
+    VANTRY_LOCAL std::size_t TakeFetched(char* data, std::size_t count) const;
+    VANTRY_LOCAL void Fetch();
+    VANTRY_LOCAL std::size_t ReadAt(char* data, std::size_t count) const;
+    VANTRY_LOCAL void ForgetFetched();
 
     // The C library holds the file and buffers what is written; what is read passes it by, since
     // it would fill its buffer anew at every positioning. Offsets have one width whatever a

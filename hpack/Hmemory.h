@@ -37,7 +37,7 @@ public:
     void Close() override;
 
 private:
-    void Trim();
+    VANTRY_LOCAL void Trim();
 
     bool readOnly = true;
     qtBuffer* buffer = nullptr;

@@ -177,22 +177,25 @@ public:
     /// @}
 
 private:
-    void Replace(const qtPtrLight<Generic32>& stream);
-    void Create();
-    void TakeOldFormat(unsigned int magic);
-    unsigned int FindBody(const qtString& key);
-    void ReadBodyLengthAt(std::uint64_t place, unsigned int& length);
-    void AddRecord(const qtString& key, std::string_view body, unsigned int offset);
-    unsigned int BeginRecord(const qtString& key, std::uint64_t bodyLength, unsigned int offset);
-    void EndRecord(const qtString& key, std::uint64_t bodyLength, unsigned int at, bool appended);
-    void RequireRoom(const qtString& key, std::uint64_t end);
-    void SeekTo(unsigned int offset);
-    bool Holds(std::uint64_t end);
-    void RequireUpdateMode() const;
-    [[noreturn]] void FailWithStream(const char* text, HpackErrors::Number number) const;
-    [[noreturn]] void FailIndex() const;
-    [[noreturn]] void FailKey(const char* text, const qtString& key) const;
-    [[noreturn]] void RefuseWrite() const;
+    VANTRY_LOCAL void Replace(const qtPtrLight<Generic32>& stream);
+    VANTRY_LOCAL void Create();
+    VANTRY_LOCAL void TakeOldFormat(unsigned int magic);
+    VANTRY_LOCAL unsigned int FindBody(const qtString& key);
+    VANTRY_LOCAL void ReadBodyLengthAt(std::uint64_t place, unsigned int& length);
+    VANTRY_LOCAL void AddRecord(const qtString& key, std::string_view body, unsigned int offset);
+    VANTRY_LOCAL unsigned int BeginRecord(const qtString& key, std::uint64_t bodyLength,
+                                          unsigned int offset);
+    VANTRY_LOCAL void EndRecord(const qtString& key, std::uint64_t bodyLength, unsigned int at,
+                                bool appended);
+    VANTRY_LOCAL void RequireRoom(const qtString& key, std::uint64_t end);
+    VANTRY_LOCAL void SeekTo(unsigned int offset);
+    VANTRY_LOCAL bool Holds(std::uint64_t end);
+    VANTRY_LOCAL void RequireUpdateMode() const;
+    [[noreturn]] VANTRY_LOCAL void FailWithStream(const char* text,
+                                                  HpackErrors::Number number) const;
+    [[noreturn]] VANTRY_LOCAL void FailIndex() const;
+    [[noreturn]] VANTRY_LOCAL void FailKey(const char* text, const qtString& key) const;
+    [[noreturn]] VANTRY_LOCAL void RefuseWrite() const;
 
     Hio<Generic32> io;
     unsigned int indexSpace = 0;

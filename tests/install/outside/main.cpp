@@ -1,24 +1,52 @@
 #include <cstdio>
+#include <memory>
 
 #include "Vantry/VantryVersion.h"
 #include "Vantry/qtGeneric2.h"
+#include "hpack/Hmemory.h"
 #include "hpack/Hpack.h"
 
-// What the libraries throw is caught here by its bases: both sides have to agree on the types.
+namespace {
+
+// A stream of this program, which the library calls, and which throws through it.
+class Refusing : public Generic32 {
+public:
+    void Write(char* data, unsigned int count) override {
+        throw qtX<HioErr>("refused", HioErrors::write, qtString(data, count).substr(0, 4));
+    }
+};
+
+template <class Work>
+void Report(Work work) {
+    try {
+        work();
+    } catch (const qtXbase& error) {
+        const auto* stream = dynamic_cast<const qtX<HioErr>*>(&error);
+        const auto* package = dynamic_cast<const qtX<Hpack>*>(&error);
+        std::printf("%s: %s %d\n", error.BaseString(), error.Text(),
+                    stream != nullptr ? stream->Number() : package->Number());
+    } catch (const qtxAll& error) {
+        std::printf("%s: %s\n", error.BaseString(), error.SpecificString());
+    }
+}
+
+}  // namespace
+
+// What the libraries throw is caught here by its bases, and classes of both sides are told apart:
+// both have to agree on the types.
 int main() {
     char version[11];
     GetVantryVersion(version);
     std::printf("%s\n", version);
-    try {
-        generic_set_tempdir("");
-    } catch (const qtxAll& error) {
-        std::printf("%s: %s\n", error.BaseString(), error.SpecificString());
+    Report([] { generic_set_tempdir(""); });
+    Report([] { Hpack().Open("", 'r'); });
+    Report([] { Hpack().Delete(""); });
+    Report([] { Hpack().Open(qtPtrLight<Generic32>(new Refusing), 'w'); });
+    const std::unique_ptr<Generic32> streams[] = {std::make_unique<Hmemory>(),
+                                                  std::make_unique<Refusing>()};
+    for (const auto& stream : streams) {
+        std::printf("%d", dynamic_cast<Hmemory*>(stream.get()) != nullptr);
     }
-    try {
-        Hpack package;
-        package.Open("", 'r');
-    } catch (const qtXbase& error) {
-        std::printf("%s: %s\n", error.BaseString(), error.Text());
-    }
+    std::printf("\n");
     return 0;
 }
