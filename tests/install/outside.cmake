@@ -4,7 +4,7 @@ set(outside ${CMAKE_CURRENT_LIST_DIR}/outside)
 file(REMOVE_RECURSE ${build})
 file(MAKE_DIRECTORY ${build})
 
-if(way STREQUAL PkgConfig)
+if(way STREQUAL pkg-config)
     find_program(pkg_config pkg-config)
     if(NOT pkg_config)
         message("skipped: there is no pkg-config")
@@ -25,14 +25,25 @@ else()
         COMMAND ${CMAKE_COMMAND} -G Ninja -S ${outside} -B ${build}
             -D way=${way} -D source=${source} -D CMAKE_PREFIX_PATH=${prefix}
             -D CMAKE_CXX_COMPILER=${compiler} "-DCMAKE_CXX_FLAGS=${flags}"
-            -D CMAKE_LIBRARY_ARCHITECTURE=${architecture}
+            -D CMAKE_LIBRARY_ARCHITECTURE=${architecture} -D CMAKE_INSTALL_LIBDIR=${libdir}
         COMMAND_ERROR_IS_FATAL ANY)
     execute_process(COMMAND ${CMAKE_COMMAND} --build ${build} COMMAND_ERROR_IS_FATAL ANY)
 endif()
 
+if(way STREQUAL subproject)
+    execute_process(COMMAND ${CMAKE_COMMAND} --install ${build} --prefix ${prefix}
+        COMMAND_ERROR_IS_FATAL ANY)
+endif()
+
 execute_process(COMMAND ${emulator} ${build}/outside
     OUTPUT_VARIABLE printed COMMAND_ERROR_IS_FATAL ANY)
-set(expected "1.0.0.79.0\nqtxGeneric: Invalid path size\n6HioErr: Cannot open file: \n")
+string(CONCAT expected
+    "1.0.0.79.0\n"
+    "qtxGeneric: Invalid path size\n"
+    "6HioErr: Cannot open file:  0\n"
+    "5Hpack: File is not open in update mode 5\n"
+    "6HioErr: refused 4\n"
+    "10\n")
 if(NOT printed STREQUAL expected)
     message(FATAL_ERROR "printed\n${printed}instead of\n${expected}")
 endif()

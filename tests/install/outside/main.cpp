@@ -12,7 +12,7 @@ namespace {
 class Refusing : public Generic32 {
 public:
     void Write(char* data, unsigned int count) override {
-        throw qtX<HioErr>("refused", HioErrors::write, qtString(data, count).substr(0, 4));
+        throw qtX<HioErr>("refused", HioErrors::write, qtString(data, count));
     }
 };
 
