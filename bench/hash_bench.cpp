@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "lpstring/LpStringHash.h"
@@ -83,19 +84,23 @@ void ReadOnlySum(benchmark::State& state) {
     Measure(state, Sum);
 }
 
-void Sizes(benchmark::internal::Benchmark* bench) {
+void Register(const char* name, void (*function)(benchmark::State&)) {
     for (const std::int64_t size : {8, 32, 256, 4 << 10, 64 << 10, 1 << 20, 16 << 20}) {
-        bench->Arg(size);
+        const std::string work = "hash/" + std::to_string(size) + '/' + name;
+        benchmark::RegisterBenchmark(work.c_str(), function)->Arg(size);
     }
 }
 
-BENCHMARK(Shared)->Apply(Sizes);
-BENCHMARK(OtherPolynomial)->Apply(Sizes);
-BENCHMARK(Zlib)->Apply(Sizes);
-BENCHMARK(IsaL)->Apply(Sizes);
-BENCHMARK(Xxh3)->Apply(Sizes);
-BENCHMARK(ReadOnlySum)->Apply(Sizes);
-
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    Register("floor_sum", ReadOnlySum);
+    Register("vantry", Shared);
+    Register("vantry_polynomial", OtherPolynomial);
+    Register("zlib_crc32", Zlib);
+    Register("isal_crc32", IsaL);
+    Register("xxh3", Xxh3);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}

@@ -23,7 +23,7 @@ void ProgressIncProgress(benchmark::State& state) {
         s_progress.IncProgress();
     }
 }
-BENCHMARK(ProgressIncProgress);
+BENCHMARK(ProgressIncProgress)->Name("progress/update/vantry");
 
 void ProgressIncProgressInRange(benchmark::State& state) {
     s_progress.SetNumOfPhases(1, ~0U, "bench");
@@ -31,7 +31,7 @@ void ProgressIncProgressInRange(benchmark::State& state) {
         s_progress.IncProgress();
     }
 }
-BENCHMARK(ProgressIncProgressInRange);
+BENCHMARK(ProgressIncProgressInRange)->Name("progress/update/vantry_range");
 
 void ProgressSetProgress(benchmark::State& state) {
     s_progress.SetNumOfPhases(1, ~0U, "bench");
@@ -40,7 +40,7 @@ void ProgressSetProgress(benchmark::State& state) {
         s_progress.SetProgress(++steps);
     }
 }
-BENCHMARK(ProgressSetProgress);
+BENCHMARK(ProgressSetProgress)->Name("progress/update/vantry_set");
 
 void ProgressIncPhaseThroughLibrary(benchmark::State& state) {
     s_progress.SetNumOfPhases(0, 0, "bench");
@@ -48,7 +48,7 @@ void ProgressIncPhaseThroughLibrary(benchmark::State& state) {
         s_progress.IncPhase(0, "bench");
     }
 }
-BENCHMARK(ProgressIncPhaseThroughLibrary);
+BENCHMARK(ProgressIncPhaseThroughLibrary)->Name("progress/update/vantry_called");
 
 void RecordIncrement(benchmark::State& state) {
     s_record.Init();
@@ -56,7 +56,7 @@ void RecordIncrement(benchmark::State& state) {
         s_record.Increment(1);
     }
 }
-BENCHMARK(RecordIncrement);
+BENCHMARK(RecordIncrement)->Name("progress/update/vantry_record");
 
 void RecordSetCurrentAndPoll(benchmark::State& state) {
     s_record.Init();
@@ -68,14 +68,14 @@ void RecordSetCurrentAndPoll(benchmark::State& state) {
         }
     }
 }
-BENCHMARK(RecordSetCurrentAndPoll);
+BENCHMARK(RecordSetCurrentAndPoll)->Name("progress/update/vantry_record_poll");
 
 void RelaxedAtomicIncrement(benchmark::State& state) {
     for (auto _ : state) {
         s_atomic.fetch_add(1, std::memory_order_relaxed);
     }
 }
-BENCHMARK(RelaxedAtomicIncrement);
+BENCHMARK(RelaxedAtomicIncrement)->Name("progress/update/relaxed_atomic");
 
 void LockedIncrement(benchmark::State& state) {
     for (auto _ : state) {
@@ -83,6 +83,6 @@ void LockedIncrement(benchmark::State& state) {
         benchmark::DoNotOptimize(++s_locked);
     }
 }
-BENCHMARK(LockedIncrement);
+BENCHMARK(LockedIncrement)->Name("progress/update/locked");
 
 }  // namespace

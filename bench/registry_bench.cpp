@@ -180,8 +180,8 @@ void Register(const std::string& store) {
         Store::Set("Pop/Parameter" + std::to_string(i));
     }
     Store::Set(fullKey);
-    benchmark::RegisterBenchmark(("set/" + store).c_str(), Set<Store>)->UseRealTime();
-    benchmark::RegisterBenchmark(("get/" + store).c_str(), Get<Store>)->UseRealTime();
+    benchmark::RegisterBenchmark(("registry/set/" + store).c_str(), Set<Store>)->UseRealTime();
+    benchmark::RegisterBenchmark(("registry/get/" + store).c_str(), Get<Store>)->UseRealTime();
 }
 
 }  // namespace

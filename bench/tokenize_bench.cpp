@@ -3,6 +3,7 @@
 #include <absl/strings/str_split.h>
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <boost/tokenizer.hpp>
 #include <cstring>
 #include <filesystem>
@@ -78,7 +79,6 @@ void Measure(benchmark::State& state, const Split& split) {
         }
     }
     state.SetBytesProcessed(static_cast<std::int64_t>(bytes));
-    state.SetLabel(state.range(0) != 0 ? "lines" : "text");
 }
 
 const qtString whiteSpace = " \t\n\v\f\r";
@@ -110,6 +110,32 @@ void Absl(benchmark::State& state, const Delimiter& delimiter) {
     Measure(state, [&](std::string_view piece) {
         const std::vector<absl::string_view> tokens = absl::StrSplit(
             absl::string_view(piece.data(), piece.size()), delimiter, absl::SkipEmpty());
+        return tokens.size();
+    });
+}
+
+// What one writes by hand: a table of the separators, and a loop.
+void TableLoop(benchmark::State& state, const qtString& separators) {
+    bool separates[256] = {};
+    for (const char separator : separators) {
+        separates[static_cast<unsigned char>(separator)] = true;
+    }
+    std::vector<std::string_view> tokens;
+    Measure(state, [&](std::string_view piece) {
+        tokens.clear();
+        const char* const end = piece.data() + piece.size();
+        for (const char* at = piece.data(); at != end;) {
+            while (at != end && separates[static_cast<unsigned char>(*at)]) {
+                ++at;
+            }
+            const char* const start = at;
+            while (at != end && !separates[static_cast<unsigned char>(*at)]) {
+                ++at;
+            }
+            if (at != start) {
+                tokens.emplace_back(start, static_cast<std::size_t>(at - start));
+            }
+        }
         return tokens.size();
     });
 }
@@ -155,24 +181,48 @@ void StrtokR(benchmark::State& state, const qtString& separators) {
     });
 }
 
-BENCHMARK(Ours<>)->Name("Ours/WhiteSpace")->Arg(0)->Arg(1);
-BENCHMARK(OursNewVector<>)->Name("OursNewVector/WhiteSpace")->Arg(0)->Arg(1);
-BENCHMARK_CAPTURE(Absl, WhiteSpace, absl::ByAnyChar(whiteSpace))->Arg(0)->Arg(1);
-BENCHMARK_CAPTURE(Boost, WhiteSpace, whiteSpace)->Arg(0)->Arg(1);
-BENCHMARK_CAPTURE(StrtokR, WhiteSpace, whiteSpace)->Arg(0)->Arg(1);
+// The three kinds of separators for one splitter.
+template <class WhiteSpace, class One, class Set>
+void Register(const std::string& name, const WhiteSpace& whiteSpaces, const One& one,
+              const Set& set) {
+    const auto add = [&](const char* work, const auto& function) {
+        for (const bool lines : {false, true}) {
+            const std::string place = lines ? "lines/" : "text/";
+            benchmark::RegisterBenchmark((place + work + '/' + name).c_str(), function)
+                ->Arg(lines ? 1 : 0);
+        }
+    };
+    add("white_space", whiteSpaces);
+    add("one", one);
+    add("set_of_five", set);
+}
 
-BENCHMARK_CAPTURE(Ours, One, ' ')->Arg(0)->Arg(1);
-BENCHMARK_CAPTURE(OursNewVector, One, ' ')->Arg(0)->Arg(1);
-BENCHMARK_CAPTURE(Absl, One, ' ')->Arg(0)->Arg(1);
-BENCHMARK_CAPTURE(Boost, One, qtString(" "))->Arg(0)->Arg(1);
-BENCHMARK_CAPTURE(StrtokR, One, qtString(" "))->Arg(0)->Arg(1);
-
-BENCHMARK_CAPTURE(Ours, SetOfFive, five)->Arg(0)->Arg(1);
-BENCHMARK_CAPTURE(OursNewVector, SetOfFive, five)->Arg(0)->Arg(1);
-BENCHMARK_CAPTURE(Absl, SetOfFive, absl::ByAnyChar(five))->Arg(0)->Arg(1);
-BENCHMARK_CAPTURE(Boost, SetOfFive, five)->Arg(0)->Arg(1);
-BENCHMARK_CAPTURE(StrtokR, SetOfFive, five)->Arg(0)->Arg(1);
+using State = benchmark::State;
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    Register(
+        "vantry", [](State& state) { Ours(state); }, [](State& state) { Ours(state, ' '); },
+        [](State& state) { Ours(state, five); });
+    Register(
+        "vantry_new_vector", [](State& state) { OursNewVector(state); },
+        [](State& state) { OursNewVector(state, ' '); },
+        [](State& state) { OursNewVector(state, five); });
+    Register(
+        "table_loop", [](State& state) { TableLoop(state, whiteSpace); },
+        [](State& state) { TableLoop(state, " "); }, [](State& state) { TableLoop(state, five); });
+    Register(
+        "absl", [](State& state) { Absl(state, absl::ByAnyChar(whiteSpace)); },
+        [](State& state) { Absl(state, ' '); },
+        [](State& state) { Absl(state, absl::ByAnyChar(five)); });
+    Register(
+        "boost", [](State& state) { Boost(state, whiteSpace); },
+        [](State& state) { Boost(state, " "); }, [](State& state) { Boost(state, five); });
+    Register(
+        "strtok_r", [](State& state) { StrtokR(state, whiteSpace); },
+        [](State& state) { StrtokR(state, " "); }, [](State& state) { StrtokR(state, five); });
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
