@@ -41,7 +41,8 @@ void Hfile32::Open(const qtString& fileName, char mode) {
         Fail(HioErrors::mode, HioErrors::invalidMode);
     }
     const int flags = mode == 'r' ? O_RDONLY : mode == 'u' ? O_RDWR : O_WRONLY | O_CREAT | O_TRUNC;
-    const int descriptor = open(name.c_str(), flags | O_CLOEXEC, 0666);
+    // A FIFO without a peer is to fail, not to wait for one; files do not mind.
+    const int descriptor = open(name.c_str(), flags | O_CLOEXEC | O_NONBLOCK, 0666);
     // The C library only writes: where it may read it does so at every positioning.
     file = descriptor < 0 ? nullptr : fdopen(descriptor, mode == 'r' ? "rb" : "wb");
     if (file == nullptr) {

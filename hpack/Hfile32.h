@@ -25,7 +25,8 @@ public:
 
     /// Opens a file: 'r' an existing one for reading, 'w' a new or emptied one for writing only,
     /// 'u' an existing one for both. In mode 'u' reads and writes may follow one another in any
-    /// order. A file that is still open is closed first.
+    /// order. A file that is still open is closed first. Opening never waits; what can not be
+    /// positioned, as a FIFO, fails when it is first read.
     /// @throws qtX<HioErr> 5 "Invalid open mode"; 0 "Cannot open file: NAME"; the stream is then
     ///         closed and has the name already
     void Open(const qtString& fileName, char mode);

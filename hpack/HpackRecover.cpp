@@ -5,6 +5,7 @@
 #include <functional>
 #include <iterator>
 #include <map>
+#include <set>
 #include <string_view>
 #include <utility>
 
@@ -47,6 +48,7 @@ enum Rank { nothing, inDoubt, scanned, ledTo, newer };
 struct Choice {
     Record record;  // of a listed item without any: where its entry leads
     Rank rank = nothing;
+    std::uint32_t age = 0;    // of equals the higher wins
     bool listed = false;      // the index has the key
     bool vouched = false;     // and its entry leads to `record`
     std::uint32_t entry = 0;  // the number of that entry
@@ -76,6 +78,8 @@ private:
         bool inOrder = false;
         std::size_t entries = 0;
         std::vector<std::pair<std::uint32_t, Record>> vouched;  // entry number, record
+        std::vector<std::uint32_t> renamed;  // offsets of records with another key
+        std::uint32_t knows = 0;             // what begins behind this was written after the index
     };
 
     void FindMarks();
@@ -87,7 +91,7 @@ private:
     void AddForeign(const RawPackage::Index& block);
     void JoinForeign();
     Judgement Judge(const RawPackage::Index& candidate);
-    bool LeadsToRecord(const RawPackage::Entry& entry, RawPackage::State state);
+    void AddLooseEntries(const Judgement& judgement);
     void TakeIndex(const Judgement& judgement);
     void Scan();
     void ScanRecord(std::uint32_t offset, std::uint64_t gapEnd);
@@ -103,7 +107,9 @@ private:
     bool InForeign(std::uint32_t offset) const;
     bool InZeros(std::uint32_t offset);
     void Offer(const Record& record, bool doubtful);
+    std::uint32_t AgeOf(std::uint32_t offset) const;
     bool ReadKey(const Record& record, qtString& key);
+    bool ReadText(std::uint64_t at, std::uint32_t length, qtString& text);
     void Decide();
     bool Wanted(const qtString& key, const Choice& choice);
     void Copy();
@@ -122,8 +128,10 @@ private:
     std::vector<Mark> marks;                  // by offset
     std::vector<Extent> taken;                // extents known for sure, sorted
     std::vector<std::uint32_t> entryOffsets;  // of the index, sorted
-    std::vector<std::uint32_t> anchors;       // records that any index leads to, sorted
-    std::vector<Extent> foreign;              // of packages that are or were bodies, sorted, apart
+    std::uint32_t indexKnows = 0;             // what begins behind this was written after the index
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> renamed;  // record, what was known before
+    std::vector<std::uint32_t> anchors;  // records that any index leads to, sorted
+    std::vector<Extent> foreign;         // of packages that are or were bodies, sorted, apart
     std::vector<std::pair<std::size_t, std::uint32_t>> keyHashes;  // with record offsets, sorted
     std::uint32_t likelyBlock = 0;  // the index, if the header is wrong; 0: none
     Choices choices;
@@ -202,7 +210,11 @@ void Recovery::FindIndex() {
             continue;
         }
         index = package.ReadIndex(offset);
-        const Judgement judgement = Judge(index);
+        Judgement judgement = Judge(index);
+        if (index.marked && !judgement.inOrder) {
+            AddLooseEntries(judgement);
+            judgement = Judge(index);
+        }
         if (judgement.Useful()) {
             report.index = !judgement.inOrder ? HpackRecoverReport::damaged
                            : strayed          ? HpackRecoverReport::strayed
@@ -238,6 +250,9 @@ void Recovery::JudgeBlocks() {
         for (const auto& [number, record] : judgement.vouched) {
             anchors.push_back(record.offset);
         }
+        for (const std::uint32_t moved : judgement.renamed) {
+            renamed.emplace_back(moved, judgement.knows);
+        }
         if (judgement.inOrder && judgement.vouched.size() > 2 * most) {
             most = judgement.vouched.size();
             likelyBlock = block.offset;
@@ -246,6 +261,7 @@ void Recovery::JudgeBlocks() {
     JoinForeign();
     std::sort(anchors.begin(), anchors.end());
     anchors.erase(std::unique(anchors.begin(), anchors.end()), anchors.end());
+    std::sort(renamed.begin(), renamed.end());
 }
 
 void Recovery::HashKeys() {
@@ -323,6 +339,7 @@ Recovery::Judgement Recovery::Judge(const RawPackage::Index& candidate) {
     Judgement judgement;
     const std::vector<RawPackage::Entry>& entries = candidate.entries;
     judgement.entries = entries.size();
+    judgement.knows = candidate.offset;
     judgement.marked = candidate.marked;
     judgement.complete = candidate.complete && !entries.empty();
     judgement.inOrder = candidate.marked && candidate.complete;
@@ -342,9 +359,13 @@ Recovery::Judgement Recovery::Judge(const RawPackage::Index& candidate) {
         const std::string_view key = candidate.Key(entry);
         Record record;
         const RawPackage::State state = package.Look(entry.offset, key, record);
+        judgement.knows = std::max(judgement.knows, entry.offset);
         if (state == RawPackage::State::whole) {
             judgement.vouched.emplace_back(number, record);
             continue;
+        }
+        if (state == RawPackage::State::otherKey) {
+            judgement.renamed.push_back(entry.offset);
         }
         const bool keyFits = state == RawPackage::State::noMarker && !key.empty() &&
                              package.HasKey(std::uint64_t{entry.offset} + recordKeyAt, key);
@@ -353,6 +374,36 @@ Recovery::Judgement Recovery::Judge(const RawPackage::Index& candidate) {
                              state == RawPackage::State::unreadable;
     }
     return judgement;
+}
+
+// A block that was being written over another one, or has been damaged, goes on somewhere behind
+// the place where it can not be read: adds the entries there that lead to their own records.
+void Recovery::AddLooseEntries(const Judgement& judgement) {
+    std::set<qtString> known;
+    for (const auto& [number, record] : judgement.vouched) {
+        known.insert(qtString(index.Key(index.entries[number])));
+    }
+    const auto mark = MarkFrom(std::uint64_t{index.offset} + 1);
+    const std::uint64_t end = mark != marks.end() ? mark->offset : package.Size();
+    std::uint64_t at = std::uint64_t{index.offset} + indexOverhead;
+    while (at + entryOverhead <= end) {
+        RawPackage::Entry entry = {static_cast<std::uint32_t>(index.keys.size()), 0, 0};
+        qtString key;
+        Record record;
+        const std::uint64_t room = end - at - entryOverhead;
+        if (!package.Word(at, entry.keyLength) || entry.keyLength > room ||
+            !package.Word(at + wordSize + entry.keyLength, entry.offset) ||
+            entry.offset >= package.Size() || !ReadText(at + wordSize, entry.keyLength, key) ||
+            package.Look(entry.offset, key, record) != RawPackage::State::whole) {
+            ++at;
+            continue;
+        }
+        if (known.insert(key).second) {
+            index.keys += key;
+            index.entries.push_back(entry);
+        }
+        at += entryOverhead + entry.keyLength;
+    }
 }
 
 // A record that reaches into the start of another one, or into the index, has a wrong length. An
@@ -367,6 +418,7 @@ void Recovery::TakeIndex(const Judgement& judgement) {
         entryOffsets.push_back(entry.offset);
     }
     std::sort(entryOffsets.begin(), entryOffsets.end());
+    indexKnows = judgement.knows;
     std::uint64_t nextStart = package.Size();
     for (std::size_t i = judgement.vouched.size(); i-- > 0;) {
         const auto& [number, record] = judgement.vouched[i];
@@ -494,27 +546,41 @@ void Recovery::Offer(const Record& record, bool doubtful) {
     // Of a strayed index it is not known whether it is the latest. What lies behind it may be
     // newer, and so is what it leads to by a former key.
     const bool strayed = report.index == HpackRecoverReport::strayed;
-    const bool later =
-        strayed && (led || record.offset > std::max(index.offset, choice.record.offset));
+    const bool later = strayed && (led || record.offset > indexKnows);
     const Rank rank = doubtful ? inDoubt : later ? newer : led ? ledTo : scanned;
     report.superseded += choice.rank == nothing ? 0 : 1;
-    if (rank > choice.rank ||
-        (rank == choice.rank && !choice.vouched && record.offset > choice.record.offset)) {
+    const std::uint32_t age = AgeOf(record.offset);
+    if (rank > choice.rank || (rank == choice.rank && !choice.vouched && age > choice.age)) {
         choice.record = record;
+        choice.age = age;
         choice.rank = rank;
         choice.vouched = false;
     }
 }
 
+// Records are appended, so the later one is the newer. But one that an index has led to by another
+// key was renamed after that: it is newer than all that the index knew.
+std::uint32_t Recovery::AgeOf(std::uint32_t offset) const {
+    const auto behind =
+        std::upper_bound(renamed.begin(), renamed.end(), std::make_pair(offset, maxStreamSize));
+    return behind != renamed.begin() && std::prev(behind)->first == offset
+               ? std::max(offset, std::prev(behind)->second)
+               : offset;
+}
+
 bool Recovery::ReadKey(const Record& record, qtString& key) {
-    if (record.BodyAt() > package.Size()) {
+    return ReadText(std::uint64_t{record.offset} + recordKeyAt, record.keyLength, key);
+}
+
+bool Recovery::ReadText(std::uint64_t at, std::uint32_t length, qtString& text) {
+    if (at + length > package.Size()) {
         return false;
     }
-    key.resize(record.keyLength);
-    if (package.Read(std::uint64_t{record.offset} + recordKeyAt, key.data(), record.keyLength)) {
+    text.resize(length);
+    if (package.Read(at, text.data(), length)) {
         return true;
     }
-    key.clear();
+    text.clear();
     return false;
 }
 
@@ -541,7 +607,7 @@ bool Recovery::Wanted(const qtString& key, const Choice& choice) {
     }
     const bool indexTells =
         report.index == HpackRecoverReport::good ||
-        (report.index == HpackRecoverReport::strayed && record.offset < index.offset);
+        (report.index == HpackRecoverReport::strayed && record.offset < indexKnows);
     if (!choice.listed && choice.rank != ledTo && indexTells) {
         Note(HpackRecoverNote::unlisted, record.offset, key);
         if (!chosenBy.unlisted) {

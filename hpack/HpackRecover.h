@@ -77,12 +77,19 @@ struct HpackRecoverReport {
 /// - by all whole records that are found, if it is not. Then items may come back that were deleted
 ///   or had another name.
 ///
+/// "The last whole one" is the last in the stream, since records are appended; but one that an
+/// index lists by another key was renamed after that, and is newer than all that this index knew.
+/// An index that the header does not lead to is the latest that can be found, yet perhaps not the
+/// latest that there was: what lies behind all that it knows counts as newer.
+///
 /// Bodies may hold bytes that look like records, as a package inside a package does. What lies in
 /// a record that the index has led to is never searched. Elsewhere a record of which the end meets
 /// the end of the stream, another marker or an indexed record is taken for what it says, and not
 /// searched, either. A record that ends nowhere in particular has a damaged length, or was once
-/// longer: it is taken, and its bytes are searched, too; what is found behind the magic of a
-/// package in there is noted as doubtful and gives way to every other version.
+/// longer: it is taken, and its bytes are searched, too. What is found there behind the magic of a
+/// package, and what the index of another package leads to, is noted as doubtful and gives way to
+/// every other version. The rest of a package that was a body once, behind a shorter version of it,
+/// may be taken for items where no index tells.
 ///
 /// Lengths are compared with what is there before anything is allocated: at any time one body and,
 /// a few times, the keys are in memory. A record that the stream can not read is left out.

@@ -1,7 +1,13 @@
 // Every call that an operation makes to its stream, and every allocation, fails in turn. What comes
 // out is the stream's error; afterwards the object works on, and what the last save held is there.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <optional>
@@ -10,6 +16,7 @@
 #include "tests/support/Allocations.h"
 #include "tests/support/Bytes.h"
 #include "tests/support/FaultyStream.h"
+#include "tests/support/TempFolder.h"
 
 namespace {
 
@@ -202,6 +209,112 @@ TEST(HpackFault, EveryAllocationOfEveryOperation) {
             ExpectBeforeOrAfter(package, operation);
         }
     }
+}
+
+// Things by the name of a package that are no files of bytes: an error, and no waiting.
+TEST(HpackFault, WhatIsNoPackageFile) {
+    const TempFolder folder;
+    const qtString fifo = folder / "fifo";
+    const qtString file = folder / "file";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    WriteFile(file, SavedPackage());
+    chmod(file.c_str(), 0);
+    struct Case {
+        qtString name;
+        const char* modes;
+        std::vector<int> errors;
+    };
+    std::vector<Case> cases = {{fifo, "ru", {HioErrors::read, HioErrors::open}},
+                               {fifo, "w", {HioErrors::open}},
+                               {folder.Path().string(), "r", {HioErrors::read}},
+                               {folder.Path().string(), "uw", {HioErrors::open}},
+                               {folder / "missing" + "/x", "ruw", {HioErrors::open}},
+                               {file + "/x", "ruw", {HioErrors::open}},
+                               {"/dev/null", "ru", {HioErrors::read}}};
+    if (geteuid() != 0) {
+        cases.push_back({file, "ruw", {HioErrors::open}});
+    }
+    for (const Case& wrong : cases) {
+        for (const char* mode = wrong.modes; *mode != 0; ++mode) {
+            SCOPED_TRACE(wrong.name + " " + *mode);
+            Hpack package;
+            try {
+                package.Open(wrong.name, *mode);
+                ADD_FAILURE() << "it opens";
+            } catch (const qtX<HioErr>& error) {
+                EXPECT_EQ(std::count(wrong.errors.begin(), wrong.errors.end(), error.Number()), 1)
+                    << error.ErrorString();
+            }
+            EXPECT_NO_THROW(package.Close());
+        }
+    }
+}
+
+// A file that is cut while it is open: what is gone is an error, what is left can be read.
+TEST(HpackFault, FileThatShrinksWhileItIsOpen) {
+    const TempFolder folder;
+    const qtString name = folder / "package";
+    const qtString bytes = SavedPackage();
+    for (std::size_t length = 16; length < bytes.size(); length += 997) {
+        WriteFile(name, bytes);
+        Hpack package;
+        package.Open(name, 'u');
+        std::filesystem::resize_file(std::string(name), length);
+        for (const auto& [key, body] : saved) {
+            unsigned int place[2];
+            qtString value;
+            try {
+                package.GetItem(key, value);
+                EXPECT_EQ(value, body);
+            } catch (const qtX<HioErr>& error) {
+                EXPECT_EQ(error.Number(), HioErrors::read);
+            }
+            try {
+                package.GetKeyInfo(key, place[0], place[1]);
+            } catch (const qtX<HioErr>& error) {
+                EXPECT_EQ(error.Number(), HioErrors::read);
+            }
+        }
+        package.AddOrUpdate("new", "added");
+        package.Close();
+        package.Open(name, 'r');
+        qtString value;
+        package.GetItem("new", value);
+        EXPECT_EQ(value, "added");
+    }
+}
+
+// A limit on the size of files stands for a full disk: every operation ends in an error or is done,
+// and the last save stays.
+TEST(HpackFault, NoRoomForTheFile) {
+    const TempFolder folder;
+    const qtString name = folder / "package";
+    const qtString bytes = SavedPackage();
+    rlimit former{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &former), 0);
+    const auto formerHandler = std::signal(SIGXFSZ, SIG_IGN);
+    for (const Operation& operation : Operations()) {
+        for (const std::size_t room : {0UL, 10UL, 100UL}) {
+            SCOPED_TRACE(operation.name + std::string(", room ") + std::to_string(room));
+            WriteFile(name, bytes);
+            const rlimit limit = {bytes.size() + room, former.rlim_max};
+            ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+            Hpack package;
+            package.Open(name, 'u');
+            try {
+                operation.run(package);
+                package.Close();
+            } catch (const qtX<HioErr>& error) {
+                EXPECT_TRUE(error.Number() == HioErrors::write ||
+                            error.Number() == HioErrors::close);
+            }
+            EXPECT_NO_THROW(package.Close());
+            ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &former), 0);
+            package.Open(name, 'u');
+            ExpectBeforeOrAfter(package, operation);
+        }
+    }
+    std::signal(SIGXFSZ, formerHandler);
 }
 
 }  // namespace

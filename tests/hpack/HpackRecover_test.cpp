@@ -13,60 +13,11 @@
 #include "hpack/HpackFormat.h"
 #include "tests/support/Bytes.h"
 #include "tests/support/FaultyStream.h"
+#include "tests/support/Recovered.h"
 
 namespace {
 
-using Contents = std::map<qtString, qtString>;
 using Random = std::mt19937;
-
-Contents Items(Hpack& package) {
-    Contents items;
-    std::vector<qtString> keys;
-    package.GetIndex(keys);
-    for (const qtString& key : keys) {
-        package.GetItem(key, items[key]);
-    }
-    return items;
-}
-
-struct Recovered {
-    bool Notes(HpackRecoverNote::Kind kind, const qtString& key) const {
-        return std::any_of(report.notes.begin(), report.notes.end(),
-                           [&](const auto& note) { return note.kind == kind && note.key == key; });
-    }
-
-    HpackRecoverReport report;
-    Contents items;
-    unsigned int id = 0;
-    unsigned char state = 0;
-    bool old = false;
-};
-
-Recovered RecoverFrom(Generic32& stream, bool unlisted = false) {
-    Recovered result;
-    HpackRecoverOptions options;
-    options.unlisted = unlisted;
-    qtPtr<qtBuffer> out = NewBuffer();
-    Hpack target;
-    target.Open(out, 'w');
-    result.report = HpackRecover(stream, target, options);
-    target.Close();
-    target.Open(out, 'r');
-    result.items = Items(target);
-    EXPECT_EQ(result.report.items, result.items.size());
-    unsigned short word = 0;
-    unsigned char flags = 0;
-    target.GetFileID(result.id, word, flags, result.old);
-    target.GetState(result.state);
-    return result;
-}
-
-Recovered Recover(const qtString& bytes, bool unlisted = false) {
-    const qtPtr<qtBuffer> buffer = NewBuffer(bytes);
-    Hmemory stream;
-    stream.Open(*buffer, 'r');
-    return RecoverFrom(stream, unlisted);
-}
 
 /// A package after random operations, and every record that is whole in it.
 struct Sample {
