@@ -13,8 +13,8 @@ struct Vector {
     friend Vector operator^(Vector left, Vector right) {
         return {_mm_xor_si128(left.value, right.value)};
     }
-    friend Vector Times(Vector words, Vector powers) {
-        return {TimesPair(words.value, powers.value)};
+    friend Vector Times(Vector factors, Vector powers) {
+        return {TimesPair(factors.value, powers.value)};
     }
     __m128i Sum() const { return value; }
 

@@ -17,9 +17,9 @@ struct Vector {
     friend Vector operator^(Vector left, Vector right) {
         return {_mm256_xor_si256(left.value, right.value)};
     }
-    friend Vector Times(Vector words, Vector powers) {
-        return {_mm256_xor_si256(_mm256_clmulepi64_epi128(words.value, powers.value, 0x01),
-                                 _mm256_clmulepi64_epi128(words.value, powers.value, 0x10))};
+    friend Vector Times(Vector factors, Vector powers) {
+        return {_mm256_xor_si256(_mm256_clmulepi64_epi128(factors.value, powers.value, 0x01),
+                                 _mm256_clmulepi64_epi128(factors.value, powers.value, 0x10))};
     }
     __m128i Sum() const {
         return _mm_xor_si128(_mm256_castsi256_si128(value), _mm256_extracti128_si256(value, 1));

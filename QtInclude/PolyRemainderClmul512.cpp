@@ -16,9 +16,9 @@ struct Vector {
     friend Vector operator^(Vector left, Vector right) {
         return {_mm512_xor_si512(left.value, right.value)};
     }
-    friend Vector Times(Vector words, Vector powers) {
-        return {_mm512_xor_si512(_mm512_clmulepi64_epi128(words.value, powers.value, 0x01),
-                                 _mm512_clmulepi64_epi128(words.value, powers.value, 0x10))};
+    friend Vector Times(Vector factors, Vector powers) {
+        return {_mm512_xor_si512(_mm512_clmulepi64_epi128(factors.value, powers.value, 0x01),
+                                 _mm512_clmulepi64_epi128(factors.value, powers.value, 0x10))};
     }
     __m128i Sum() const {
         const __m256i half =

@@ -10,6 +10,8 @@ target_compile_options(vantry_options INTERFACE
     # Exceptions record the throwing file: its path within the project, not on the building machine.
     "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/="
     "-ffile-prefix-map=${VANTRY_SOURCES_FROM_BUILD}=")
+# What gcc leaves out of -Wconversion.
+target_compile_options(vantry_options INTERFACE $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>)
 # Files beyond 2 GiB must open, to be measured or refused with a clear error, on 32-bit machines too.
 target_compile_definitions(vantry_options INTERFACE _FILE_OFFSET_BITS=64)
 target_link_libraries(vantry_options INTERFACE Threads::Threads)

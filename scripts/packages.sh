@@ -8,6 +8,9 @@ packages_build=(g++ cmake ninja-build pkgconf libdb5.3-dev libsodium-dev libcli1
 packages_bench=(python3 libbenchmark-dev libsqlite3-dev liblmdb-dev libgdbm-dev libcdb-dev libisal-dev
     libxxhash-dev zlib1g-dev libabsl-dev libboost-dev)
 packages_check=(clang-format clang-tidy mypy abigail-tools strace valgrind)
+# Clang for the fuzz targets: its run-time library has the fuzzer and the sanitizers.
+packages_fuzz=(clang libclang-rt-dev)
+packages_coverage=(gcovr)
 # amd64's libdb5.3-dev has the header for both.
 packages_i386=(g++-multilib libdb5.3:i386 libsodium-dev:i386 libgtest-dev:i386)
 # Runs 32-bit programs where the kernel does not.

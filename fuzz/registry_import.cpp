@@ -1,0 +1,38 @@
+// Any bytes are imported into the registry; what that stores is exported, and imported into another
+// one gives the same store.
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "VexUnix/VexRegistryUnix.h"
+#include "fuzz/Fuzz.h"
+
+static Contents Stored() {
+    Contents records;
+    UnixRegistry store;
+    REQUIRE(store.Open(false));
+    REQUIRE(store.ForEach([&](const qtString& key, const char* data, unsigned length) {
+        REQUIRE(records.emplace(key, qtString(data, length)).second);
+    }));
+    return records;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    namespace fs = std::filesystem;
+    static const fs::path folder =
+        fs::temp_directory_path() / ("registry-fuzz-" + std::to_string(getpid()));
+    fs::remove_all(folder);
+    fs::create_directories(folder);
+    setenv("BASEKIT_REGISTRY", (folder / "one").c_str(), 1);
+    WriteFile((folder / "text").string(), qtString(reinterpret_cast<const char*>(data), size));
+    CvexRegEdit editor;
+    editor.Import((folder / "text").c_str());
+    const Contents stored = Stored();
+    REQUIRE(editor.Export((folder / "again").c_str()));
+    setenv("BASEKIT_REGISTRY", (folder / "two").c_str(), 1);
+    CvexRegEdit other;
+    REQUIRE(other.Import((folder / "again").c_str()) || stored.empty());
+    REQUIRE(Stored() == stored);
+    fs::remove_all(folder);
+    return 0;
+}
