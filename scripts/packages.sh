@@ -13,6 +13,7 @@ packages_fuzz=(clang libclang-rt-dev)
 packages_coverage=(gcovr)
 # amd64's libdb5.3-dev has the header for both.
 packages_i386=(g++-multilib libdb5.3:i386 libsodium-dev:i386 libgtest-dev:i386)
+packages_debian=(dpkg-dev lintian debootstrap)
 # Runs 32-bit programs where the kernel does not.
 packages_emulator=(qemu-user)
 
