@@ -69,12 +69,17 @@ public:
     ///         smaller than 8\n" for 0 to 7; the object is unchanged then
     void Init(int degree, unsigned int polynomial, unsigned int initialValue);
 
+    /// The hash of these bytes: at most Degree() bits, and InitialValue() for none.
+    /// @{
     unsigned int Hash(const char* bytes, std::size_t count) const;
     unsigned int Hash(const qtString& bytes) const;
+    /// @}
+
     /// The hash of everything hashed so far followed by `bytes`. Bits of `hash` at or above the
     /// degree are ignored.
     unsigned int Extend(unsigned int hash, const char* bytes, std::size_t count) const;
 
+    /// The number of bits of a hash, 8 to N.
     int Degree() const { return degree; }
     /// 2^degree - 1
     unsigned int Mask() const { return mask; }

@@ -28,6 +28,7 @@ public:
 /// threads at once; everything else is for one thread.
 class VANTRY_EXPORT SegBuf {
 public:
+    /// The length of every segment in bytes.
     static constexpr unsigned int segmentSize = 16360;
 
     SegBuf() = default;

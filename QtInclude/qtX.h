@@ -26,11 +26,13 @@ private:
 /// Wraps one string argument of a qtX<T>; a qtString converts to it by itself.
 class VANTRY_EXPORT StringProxy {
 public:
+    /// Keeps a copy of `text`.
     StringProxy(const qtString& text);
     ~StringProxy();
     StringProxy(const StringProxy& other);
     StringProxy& operator=(const StringProxy& other);
 
+    /// The string, owned by this object.
     const qtString& Text() const { return string; }
 
 private:
@@ -43,6 +45,9 @@ private:
 template <class T>
 class VANTRY_EXPORT qtX : public qtXbase {
 public:
+    /// Copies the text and the arguments.
+    /// @throws std::bad_alloc
+    /// @{
     qtX(const char* text, int errorNumber) : qtXbase(text), number(errorNumber) {}
     qtX(const char* text, int errorNumber, const StringProxy& argument) : qtX(text, errorNumber) {
         arguments.reserve(1);
@@ -54,11 +59,14 @@ public:
         arguments.push_back(first.Text());
         arguments.push_back(second.Text());
     }
+    /// @}
 
     /// The name that the platform's run-time type information gives `T`: "5Hpack", "6HioErr".
     const char* BaseString() const override { return typeid(T).name(); }
 
+    /// What went wrong, by the numbers of the family.
     int Number() const { return number; }
+    /// What it went wrong with: none, one or two strings, owned by this object.
     const std::vector<qtString>& Arguments() const { return arguments; }
 
 private:

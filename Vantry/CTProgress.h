@@ -62,7 +62,9 @@ public:
         currentData.finishState = finishState;
         currentData.running = false;
     }
+    /// Whether the run has not ended yet.
     bool IsRunning() const { return currentData.running; }
+    /// The outcome of a run that has ended.
     bool GetFinishState() const { return currentData.finishState; }
 
     /// Asks the worker to stop. Any thread and any signal handler may call it.
@@ -70,6 +72,9 @@ public:
     /// The worker looks here between its steps; an interrupt does nothing by itself.
     bool IsInterrupted() const { return currentData.interrupted; }
 
+    /// @name The amount of work of the running phase
+    /// In a unit that the worker chooses: files, kilobytes, steps.
+    /// @{
     void SetTotal(int total) { currentData.total = total; }
     int GetTotal() const { return currentData.total; }
     void SetCurrent(int current) { currentData.current = current; }
@@ -79,6 +84,7 @@ public:
         currentData.current =
             static_cast<int>(static_cast<unsigned int>(int{currentData.current}) + amount);
     }
+    /// @}
 
     /// Sets the status text of the running phase, cut at 255 characters.
     void SetStatus(const char* text);
@@ -91,9 +97,11 @@ public:
 
     /// The number of the running phase, counted from 1.
     int GetCurrentPhaseNum() const { return currentPhase + 1; }
+    /// How many phases the run is expected to have, 1 unless somebody has said otherwise.
     int GetTotalPhaseCount() const { return totalPhases; }
     /// Says how many phases the run is expected to have.
     void SetTotalPhaseCount(int count) { totalPhases = count; }
+    /// How many phases have been ended by NextPhase.
     int GetFinishedPhaseCount() const { return currentPhase; }
     /// As many phases as expected have been finished, or more.
     bool LastPhaseIsFinished() const { return currentPhase >= totalPhases; }

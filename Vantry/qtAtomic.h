@@ -13,15 +13,21 @@ class qtAtomic {
 public:
     /// Zero, false or null.
     qtAtomic() noexcept : stored(T()) {}
+    /// Starts with `initial`.
     explicit qtAtomic(T initial) noexcept : stored(initial) {}
+    /// One load of the other value, then one store.
+    /// @{
     qtAtomic(const qtAtomic& other) noexcept : stored(other.Load()) {}
     qtAtomic& operator=(const qtAtomic& other) noexcept { return *this = other.Load(); }
+    /// @}
     ~qtAtomic() = default;
 
+    /// One store, which publishes what this thread has written before.
     qtAtomic& operator=(T value) noexcept {
         stored.store(value, std::memory_order_release);
         return *this;
     }
+    /// One load.
     operator T() const noexcept { return Load(); }
 
 private:

@@ -16,7 +16,9 @@ public:
     /// @param path must outlive the object
     Trace_file(TraceSubsystem::Subsystems subsystem, const char* path);
 
+    /// The part of the program that the file belongs to.
     TraceSubsystem::Subsystems Subsystem() const { return subsystem; }
+    /// The path given at construction, not owned.
     const char* Path() const { return path; }
 
 private:

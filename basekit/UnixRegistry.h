@@ -105,6 +105,7 @@ private:
 /// reader: the store itself shows the changes after Commit(). The store must outlive it.
 class VANTRY_EXPORT UnixRegistry::Update {
 public:
+    /// No change yet, and no lock; `registry` has to be open for writing and to outlive this.
     explicit Update(UnixRegistry& registry);
     /// Forgets what was not committed.
     ~Update();

@@ -16,8 +16,10 @@ public:
     ~qtBuffer();
 
     /// The first byte; null while the buffer is empty.
+    /// @{
     char* Data() { return data; }
     const char* Data() const { return data; }
+    /// @}
 
     /// The length in bytes.
     unsigned long Length() const { return length; }

@@ -9,6 +9,7 @@
 /// What all qtPtr<T> share: the holder of the count.
 class VANTRY_EXPORT qtPtrBase {
 public:
+    /// Counts the references to one object; for qtPtr alone.
     class VANTRY_EXPORT m_CountAux {
     public:
         m_CountAux() = default;
@@ -16,6 +17,7 @@ public:
         m_CountAux(const m_CountAux&) = delete;
         m_CountAux& operator=(const m_CountAux&) = delete;
 
+        /// One more reference.
         void Take();
         /// @return true when that was the last reference; the caller then deletes the holder.
         bool Release();
@@ -50,12 +52,15 @@ public:
         }
     }
 
+    /// A copy shares the object; what was moved from points nowhere.
+    /// @{
     qtPtr(const qtPtr& other) : holder(other.holder), object(other.object) {
         if (holder != nullptr) {
             holder->Take();
         }
     }
     qtPtr(qtPtr&& other) noexcept { Swap(other); }
+    /// @}
     /// The former object is released after the new one has been taken.
     qtPtr& operator=(qtPtr other) noexcept {
         Swap(other);
@@ -67,10 +72,14 @@ public:
         }
     }
 
+    /// The object, which the pointer keeps owning. An empty pointer gives null and may not be
+    /// followed.
+    /// @{
     T* Get() const { return object; }
     T* operator->() const { return object; }
     T& operator*() const { return *object; }
     explicit operator bool() const { return object != nullptr; }
+    /// @}
 
 private:
     struct Holder : m_CountAux {

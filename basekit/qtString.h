@@ -11,10 +11,14 @@ class qtString : public std::string {
 public:
     using std::string::string;
     qtString() = default;
+    /// From a standard string, which it copies or takes over.
+    /// @{
     qtString(const std::string& text) : std::string(text) {}
     qtString(std::string&& text) noexcept : std::string(std::move(text)) {}
+    /// @}
 
-    /// Removes white space (blank, \t, \n, \v, \f, \r, in every locale) from both ends, in place.
+    /// Removes white space (blank, `\t`, `\n`, `\v`, `\f`, `\r`, in every locale) from both ends,
+    /// in place.
     VANTRY_EXPORT void TrimWhiteSpace();
 };
 
@@ -23,6 +27,9 @@ class qtWString : public std::wstring {
 public:
     using std::wstring::wstring;
     qtWString() = default;
+    /// From a standard string, which it copies or takes over.
+    /// @{
     qtWString(const std::wstring& text) : std::wstring(text) {}
     qtWString(std::wstring&& text) noexcept : std::wstring(std::move(text)) {}
+    /// @}
 };

@@ -23,10 +23,13 @@ public:
     qtxAll& operator=(const qtxAll& other);
     virtual ~qtxAll();
 
+    /// As given at construction, until they are set to something else.
+    /// @{
     virtual void ErrorCode(unsigned long code);
     virtual unsigned long ErrorCode() const;
     virtual void ErrorLevel(unsigned long level);
     virtual unsigned long ErrorLevel() const;
+    /// @}
     /// The name of the family of errors.
     virtual const char* BaseString() const;
     /// A word for the level.
@@ -41,10 +44,12 @@ public:
     void SetFileInfo(const char* file, int line, const char* date, const char* time);
 
     /// What SetFileInfo recorded: empty texts and 0 before it.
+    /// @{
     const char* File() const { return fileName.c_str(); }
     int Line() const { return fileLine; }
     const char* Date() const { return buildDate.c_str(); }
     const char* Time() const { return buildTime.c_str(); }
+    /// @}
 
 private:
     std::uint32_t errorCode;

@@ -42,5 +42,5 @@ protected:
     /// Throws the stream error with the number and text, and the name as its argument.
     [[noreturn]] void Fail(HioErrors::Number number, const char* text) const;
 
-    qtString name;
+    qtString name;  ///< what Name() tells
 };

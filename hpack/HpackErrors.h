@@ -4,6 +4,7 @@
 /// is the name of the stream: the file name, or "qtBuffer".
 namespace HpackErrors {
 
+/// What qtX<Hpack>::Number() is.
 enum Number : int {
     noIndex = 0,          ///< opening for update what has no index; argument: stream
     indexUnreadable = 1,  ///< the index can not be read; argument: stream
@@ -14,18 +15,25 @@ enum Number : int {
     oldFormat = 6,        ///< an old header has no room for it; argument: stream
 };
 
+/// Number 0.
 inline constexpr const char* inputHasNoIndex = "Input file does not have an index";
-/// The stream's name follows.
+/// Number 1; the stream's name follows.
 inline constexpr const char* cannotReadIndex = "Cannot read file index: ";
+/// Number 2.
 inline constexpr const char* invalidMode = "Invalid open mode";
-/// The stream's name follows.
+/// Number 3; the stream's name follows.
 inline constexpr const char* notExpectedFormat = "Input file is not in expected format: ";
-/// The key follows these three.
+/// Number 4; the key follows.
 inline constexpr const char* missingKey = "Missing key in index: ";
+/// Number 4; the key follows: no record of this key length is there.
 inline constexpr const char* invalidItem = "Key points to invalid item: ";
+/// Number 4; the key follows: another key's record is there.
 inline constexpr const char* wrongItem = "Key points to wrong item: ";
+/// Number 5.
 inline constexpr const char* notOpenForUpdate = "File is not open in update mode";
+/// Number 6.
 inline constexpr const char* oldFormatID = "Old file format - ID cannot be set";
+/// Number 6.
 inline constexpr const char* oldFormatState = "Old file format - state cannot be set";
 
 }  // namespace HpackErrors

@@ -16,13 +16,14 @@ public:
         m_CountAux(const m_CountAux&) = delete;
         m_CountAux& operator=(const m_CountAux&) = delete;
 
-        int count = 1;
+        int count = 1;  ///< references to the object
     };
 
     /// Knows the type that its object was created as.
     template <class T>
     class m_TCountAux : public m_CountAux {
     public:
+        /// Takes over the object.
         explicit m_TCountAux(T* newObject) : object(newObject) {}
         // Not a std::unique_ptr: that would end the process when a stream's destructor throws.
         ~m_TCountAux() noexcept(false) override { delete object; }
@@ -52,12 +53,15 @@ public:
         }
     }
 
+    /// A copy shares the object; what was moved from points nowhere.
+    /// @{
     qtPtrLight(const qtPtrLight& other) : holder(other.holder), object(other.object) {
         if (holder != nullptr) {
             ++holder->count;
         }
     }
     qtPtrLight(qtPtrLight&& other) noexcept { Swap(other); }
+    /// @}
 
     /// The former target is released after the new one has been taken. What its destructor throws
     /// comes out of the assignment, and the pointer then has its new target.
@@ -73,10 +77,14 @@ public:
         }
     }
 
+    /// The object, which the pointer keeps owning. An empty pointer gives null and may not be
+    /// followed.
+    /// @{
     T* Get() const { return object; }
     T* operator->() const { return object; }
     T& operator*() const { return *object; }
     explicit operator bool() const { return object != nullptr; }
+    /// @}
 
 private:
     void Swap(qtPtrLight& other) noexcept {

@@ -27,6 +27,7 @@ public:
     /// @throws std::length_error when it has 2^32 characters or more
     LpView(const std::basic_string<Char>& text) : LpView(text.data(), Counted(text.size())) {}
 
+    /// The first character, not owned; null in an empty view that has none.
     constexpr const Char* Data() const { return characters; }
     /// In characters, not in bytes.
     constexpr std::uint32_t Length() const { return characterCount; }
@@ -76,7 +77,8 @@ public:
 /// may run in several threads at once.
 ///
 /// This one splits at white space: ASCII characters that isspace() of the current locale accepts
-/// (blank, \t, \n, \v, \f, \r, unless the locale has its own). Bytes 0x80 to 0xFF never separate.
+/// (blank, `\t`, `\n`, `\v`, `\f`, `\r`, unless the locale has its own). Bytes 0x80 to 0xFF never
+/// separate.
 ///
 /// @throws std::bad_alloc when the vector can not grow; it then holds the tokens found so far.
 VANTRY_EXPORT void LpTokenize(const LpCString& source, std::vector<LpCString>& tokens);
