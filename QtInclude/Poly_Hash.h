@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// The polynomial hash and its errors.
+
 #include <cstddef>
 #include <cstdint>
 

@@ -75,9 +75,14 @@ public:
     /// @name The amount of work of the running phase
     /// In a unit that the worker chooses: files, kilobytes, steps.
     /// @{
+
+    /// All that there is to do.
     void SetTotal(int total) { currentData.total = total; }
+    /// All that there is to do; 0 until somebody has said so.
     int GetTotal() const { return currentData.total; }
+    /// What is done.
     void SetCurrent(int current) { currentData.current = current; }
+    /// What is done.
     int GetCurrent() const { return currentData.current; }
     /// Adds `amount` to what is done; beyond the range of an int it wraps.
     void Increment(unsigned int amount) {

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// The version of the loaded library. Safe to call from any thread.
+
 #include "basekit/Export.h"
 
 extern "C" {

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// The directory for temporary files.
+
 #include "basekit/Export.h"
 #include "basekit/qtxAll.h"
 
@@ -22,8 +25,7 @@ public:
 /// was given, and neither it nor TMPDIR is tested for existence. No lock is taken: the first call,
 /// and any call of generic_set_tempdir, must not run beside another call of either.
 /// @return a reference that stays valid, with the directory of the latest call, until the library
-/// is
-///         unloaded
+///         is unloaded
 /// @throws qtxGeneric "Cannot get temporary path" when TMPDIR is unset or empty and /tmp is no
 ///         directory; nothing is decided then, and the next call tries again.
 VANTRY_EXPORT const qtString& generic_get_tempdir();

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Registry parameters by section and name, and an editor of the whole registry.
+
 #include "basekit/Export.h"
 #include "basekit/UnixRegistry.h"
 #include "basekit/qtString.h"

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Trace lines of programs and libraries, and where they go.
+
 #include "basekit/Export.h"
 
 namespace TraceSubsystem {

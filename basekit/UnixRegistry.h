@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// The registry: a database that all programs of a user share.
+
 #include <cstddef>
 #include <functional>
 #include <memory>

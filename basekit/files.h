@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Small questions to the file system. Safe to call from any thread.
+
 #include "basekit/Export.h"
 #include "basekit/qtString.h"
 

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Failed assertions are reported and survived.
+
 #include "basekit/Export.h"
 
 /// Receives a failed assertion: the expression's text, the source file, the line and the

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// The root of the exceptions.
+
 #include <cstdint>
 
 #include "basekit/Export.h"

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// The errors of streams.
+
 #include "basekit/qtString.h"
 
 /// The errors of the streams, qtX<HioErr>: numbers and texts. Each carries one argument, the name

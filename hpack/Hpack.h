@@ -64,6 +64,7 @@ public:
     ///         file). When a file can not be opened the object stays as it was. After any other
     ///         failure it holds the new stream, and Close() lets go of it.
     /// @{
+    /// Opens the file of this path.
     void Open(const qtString& fileName, char mode);
     /// Opens in the caller's buffer, which is shared until Close(). When opening fails it is not
     /// shared and not touched again.
@@ -81,9 +82,9 @@ public:
     void VerifyOpen(char mode);
     /// Reads the header at the stream's current offset. @throws qtX<Hpack> 3
     void ReadMagic();
-    /// Reads the index. @return its offset, 0 when there is none. @throws qtX<Hpack> 1, and what
-    /// the
-    ///         stream throws for an entry; the entries before it are then in the index
+    /// Reads the index. @return its offset, 0 when there is none
+    /// @throws qtX<Hpack> 1, and what the stream throws for an entry; the entries before it are
+    ///         then in the index
     unsigned int ReadIndex();
     /// @}
 
@@ -102,13 +103,15 @@ public:
     void GetKeyInfo(const qtString& key, unsigned int& offset, unsigned int& size);
     /// Reads the body into `value`, which it replaces.
     void GetItem(const qtString& key, qtString& value);
+    /// Reads the body into `value`, which it replaces.
     void GetItem(const qtString& key, qtBuffer& value);
     /// Reads the body to offset 0 of `value`, which grows as SegBuf::Grow says; a larger one keeps
     /// its size, and its bytes behind the body.
     void GetItem(const qtString& key, SegBuf& value);
-    /// Whether there is an item of that name, and how many items there are: by the index alone, so
-    /// these work in every mode, and do not fail.
+    /// Whether there is an item of that name: by the index alone, so this works in every mode and
+    /// does not fail.
     bool Contains(const qtString& key) const;
+    /// How many items there are, likewise.
     unsigned int Count() const;
     /// All keys, ascending byte by byte. Never fails but for lack of memory.
     void GetIndex(std::vector<qtString>& keys) const;
@@ -125,7 +128,9 @@ public:
     /// Writes a record. Offset 0 appends it; any other is trusted, whatever lies there, and meant
     /// for the key's own former record where the new one is not longer.
     void AddAtOffset(const qtString& key, const qtBuffer& data, unsigned int offset);
+    /// As for a qtBuffer.
     void AddAtOffset(const qtString& key, const qtString& data, unsigned int offset);
+    /// As for a qtBuffer, without a copy of the body in one piece.
     void AddAtOffset(const qtString& key, const SegBuf& data, unsigned int offset);
     /// Adds an item or replaces it: in place if the new body is no longer than the old one, else at
     /// the end. A write that fails in place leaves that one record damaged.
@@ -163,13 +168,17 @@ public:
     /// values in the object; SetOldID() has not.
     /// @{
 
+    /// Sets the identity.
     /// @throws qtX<Hpack> 6 "Old file format - ID cannot be set"
     void SetFileID(unsigned int id, unsigned short word, unsigned char flags);
+    /// Gives the identity; in an old format 0, 0, and 0x80 for Unicode or 0 for ASCII.
     void GetFileID(unsigned int& id, unsigned short& word, unsigned char& flags) const;
     /// `old` tells whether the package has an old header of 8 bytes.
     void GetFileID(unsigned int& id, unsigned short& word, unsigned char& flags, bool& old) const;
+    /// Sets the state.
     /// @throws qtX<Hpack> 6 "Old file format - state cannot be set"
     void SetState(unsigned char state);
+    /// Gives the state; 0 in an old format.
     void GetState(unsigned char& state) const;
     /// Makes it a package of the old Unicode or the old ASCII format, for good: its identity is
     /// gone and can not be set any more.

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// The errors of packages.
+
 /// The errors of packages, qtX<Hpack>: numbers and texts. The first argument, where there is one,
 /// is the name of the stream: the file name, or "qtBuffer".
 namespace HpackErrors {

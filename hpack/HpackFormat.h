@@ -5,26 +5,30 @@
 
 #include "hpack/qtPackDiet.h"
 
-// The bytes of a package. Integers are unsigned and big-endian (hpack/qtPackDiet.h): u32 in 4
-// bytes, u16 in 2, u8 in 1. Offsets are u32 and count bytes from the start of the stream.
-//
-//     header, at offset 0
-//     +-------+--------------+---------+-------+-------+---------+
-//     | magic | index offset | file ID | flags | state | ID word |   16 bytes
-//     |  u32  |     u32      |   u32   |  u8   |  u8   |   u16   |   (old formats: the first 8)
-//     +-------+--------------+---------+-------+-------+---------+
-//
-//     item record, anywhere behind the header         index block, anywhere behind the header
-//     +-------+---+---------+---+---------+           +-------+-------+
-//     | magic | K |   key   | N |  body   |           | magic | count |
-//     |  u32  |u32| K bytes |u32| N bytes |           |  u32  |  u32  |
-//     +-------+---+---------+---+---------+           +---+---+-----+-+-------------+
-//                                                     | K |   key   | record offset |  count times,
-//                                                     |u32| K bytes |      u32      |  by key
-//                                                     +---+---------+---------------+
-//
-// Keys and bodies are any bytes. Index offset 0 means that there is no index. Keys ascend byte by
-// byte, unsigned; a key that another one starts with comes first.
+/// @file
+/// The layout of packages, for those who read or write them by other means than Hpack.
+
+/// The bytes of a package. Integers are unsigned and big-endian (hpack/qtPackDiet.h): u32 in 4
+/// bytes, u16 in 2, u8 in 1. Offsets are u32 and count bytes from the start of the stream.
+///
+///     header, at offset 0
+///     +-------+--------------+---------+-------+-------+---------+
+///     | magic | index offset | file ID | flags | state | ID word |   16 bytes
+///     |  u32  |     u32      |   u32   |  u8   |  u8   |   u16   |   (old formats: the first 8)
+///     +-------+--------------+---------+-------+-------+---------+
+///
+///     item record, anywhere behind the header         index block, anywhere behind the header
+///     +-------+---+---------+---+---------+           +-------+-------+
+///     | magic | K |   key   | N |  body   |           | magic | count |
+///     |  u32  |u32| K bytes |u32| N bytes |           |  u32  |  u32  |
+///     +-------+---+---------+---+---------+           +---+---+-----+-+-------------+
+///                                                     | K |   key   | record offset |  count
+///                                                     times, |u32| K bytes |      u32      |  by
+///                                                     key
+///                                                     +---+---------+---------------+
+///
+/// Keys and bodies are any bytes. Index offset 0 means that there is no index. Keys ascend byte by
+/// byte, unsigned; a key that another one starts with comes first.
 namespace HpackFormat {
 
 inline constexpr std::uint32_t PackMagic = 0x4a5b6c66;        ///< header, current format
@@ -33,25 +37,34 @@ inline constexpr std::uint32_t OldAsciiMagic = 0x4a5b6c71;    ///< header of 8 b
 inline constexpr std::uint32_t IndexMagic = 0x4a5b6c72;       ///< an index block
 inline constexpr std::uint32_t ItemMagic = 0x4a5b6c73;        ///< an item record
 
+/// Size of the header.
 inline constexpr std::uint32_t headerSize = 16;
+/// Size of the header of the old formats.
 inline constexpr std::uint32_t oldHeaderSize = 8;
+/// What the flags of an old Unicode package read as.
 inline constexpr std::uint8_t oldUnicodeFlags = 0x80;
 
 /// Offsets of the header's fields.
+/// @{
 inline constexpr std::uint32_t indexOffsetAt = 4;
 inline constexpr std::uint32_t fileIDAt = 8;
 inline constexpr std::uint32_t fileIDFlagsAt = 12;
 inline constexpr std::uint32_t stateAt = 13;
 inline constexpr std::uint32_t fileIDWordAt = 14;
+/// @}
 
 /// Size of one u32: a magic, a length, a count or an offset.
 inline constexpr std::uint32_t wordSize = 4;
 /// In a record: what stands before the key, and all that is neither key nor body.
+/// @{
 inline constexpr std::uint32_t recordKeyAt = 8;
 inline constexpr std::uint32_t recordOverhead = 12;
+/// @}
 /// In an index block: what stands before the entries, and what an entry has beside its key.
+/// @{
 inline constexpr std::uint32_t indexOverhead = 8;
 inline constexpr std::uint32_t entryOverhead = 8;
+/// @}
 
 /// A package ends here at the latest: streams take signed offsets.
 inline constexpr std::uint32_t maxStreamSize = 0x7fffffff;

@@ -2,15 +2,16 @@
 
 #include <type_traits>
 
-// Packed integers: a fixed number of bytes, most significant first, the same on every machine.
-//
-//     char bytes[4];
-//     qtPackUssDiet<unsigned int>(300, bytes);   // 00 00 01 2c
-//     unsigned int value;
-//     qtUnpackUssDiet(value, bytes);             // 300
-//
-// The size depends on the type alone. A reader has to know which type comes next: there is no tag,
-// no length and no terminator. The functions keep no state; any number of threads may call them.
+/// @file
+/// Packed integers: a fixed number of bytes, most significant first, the same on every machine.
+///
+///     char bytes[4];
+///     qtPackUssDiet<unsigned int>(300, bytes);   // 00 00 01 2c
+///     unsigned int value;
+///     qtUnpackUssDiet(value, bytes);             // 300
+///
+/// The size depends on the type alone. A reader has to know which type comes next: there is no tag,
+/// no length and no terminator. The functions keep no state; any number of threads may call them.
 
 /// The packed size of an integer type in bytes: its own size, but 8 for long and unsigned long,
 /// which then have zero bytes in front where the machine's long is shorter.

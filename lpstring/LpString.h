@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Views of strings, and tokenizers that return them.
+
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -91,7 +94,9 @@ VANTRY_EXPORT void LpTokenize(const LpCString& source, std::vector<LpCString>& t
 
 /// The same for wide characters; here white space is what iswspace() of the current locale accepts.
 VANTRY_EXPORT void LpTokenize(const LpWString& source, std::vector<LpWString>& tokens);
+/// Splits at one character.
 VANTRY_EXPORT void LpTokenize(const LpWString& source, std::vector<LpWString>& tokens,
                               wchar_t separator);
+/// Splits at every character of `separators`.
 VANTRY_EXPORT void LpTokenize(const LpWString& source, std::vector<LpWString>& tokens,
                               const qtWString& separators);

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// A tokenizer that copies.
+
 #include <vector>
 
 #include "basekit/qtString.h"
