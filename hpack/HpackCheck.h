@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Finding out what is wrong with a package.
+
 #include <cstdint>
 #include <vector>
 
@@ -8,6 +11,7 @@
 
 /// Something that is wrong with a package.
 struct HpackFault {
+    /// What is wrong.
     enum Kind {
         headerCut,       ///< the stream is too short for a header
         headerMagic,     ///< it does not begin with the magic of a package
@@ -28,19 +32,21 @@ struct HpackFault {
         unreadable,      ///< the stream fails while it is read
     };
 
-    /// The kind as one word, "record-cut", and in plain English.
+    /// The kind as one word, "record-cut".
     VANTRY_EXPORT static const char* Name(Kind kind);
+    /// The kind in plain English.
     VANTRY_EXPORT static const char* Text(Kind kind);
 
-    Kind kind;
+    Kind kind;                 ///< what is wrong
     std::uint32_t offset = 0;  ///< where in the stream: of the header, index or record concerned
     bool ofItem = false;       ///< it concerns the item `key`
-    qtString key;
-    qtString other;  ///< the key of the other item, where there is one
+    qtString key;              ///< the item, where it concerns one
+    qtString other;            ///< the key of the other item, where there is one
 };
 
 /// What HpackCheck() has found.
 struct HpackCheckReport {
+    /// Whether nothing is wrong.
     bool Good() const { return faults.empty(); }
 
     std::uint32_t size = 0;          ///< bytes of the stream

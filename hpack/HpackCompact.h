@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Copying a package without its dead space, and comparing the two.
+
 #include <cstddef>
 #include <functional>
 

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Saving what can be read of a damaged package.
+
 #include <cstdint>
 #include <functional>
 #include <vector>
@@ -9,6 +12,7 @@
 
 class Hpack;
 
+/// What HpackRecover() is to do beyond the usual.
 struct HpackRecoverOptions {
     /// Takes whole records, too, that the index does not list although it is in order: what was
     /// deleted, and what was added after the last save.
@@ -20,6 +24,7 @@ struct HpackRecoverOptions {
 
 /// Something about one record that the user should know.
 struct HpackRecoverNote {
+    /// What happened to the record.
     enum Kind {
         lost,        ///< dropped: the index lists the item, and no whole record of it is there
         cut,         ///< dropped: a record begins here and does not end
@@ -30,17 +35,19 @@ struct HpackRecoverNote {
         unlisted,    ///< undecided: whole, but not in the index: deleted, or never saved
     };
 
-    /// The kind as one word, and in plain English.
+    /// The kind as one word.
     VANTRY_EXPORT static const char* Name(Kind kind);
+    /// The kind in plain English.
     VANTRY_EXPORT static const char* Text(Kind kind);
 
-    Kind kind;
+    Kind kind;                 ///< what happened
     std::uint32_t offset = 0;  ///< of the record, where there is one
     qtString key;              ///< where it can be read
 };
 
 /// What HpackRecover() has found.
 struct HpackRecoverReport {
+    /// In what state the index was.
     enum Index {
         none,     ///< none was found; items come from the scan alone
         damaged,  ///< some of its entries lead to items; the scan has added what it could not tell
@@ -48,7 +55,7 @@ struct HpackRecoverReport {
         good,     ///< it is in order: what it does not list was deleted, or never saved
     };
 
-    Index index = none;
+    Index index = none;            ///< the state of the index
     bool header = false;           ///< identity and state could be read
     std::uint32_t items = 0;       ///< items in the new package
     std::uint32_t listed = 0;      ///< of them, those that the index led to

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <iostream>
 #include <vector>
 
@@ -109,13 +110,18 @@ static int Run(CLI::App& app, int argc, char** argv) {
     }
 }
 
-int RunTool(CLI::App& app, int argc, char** argv) {
+int RunTool(CLI::App& app, int argc, char** argv, const KeyLister& keys) {
     // A file that meets a size limit is to fail like any other write.
     std::signal(SIGXFSZ, SIG_IGN);
     try {
         char version[11];
         GetVantryVersion(version);
         app.set_version_flag("--version", version, "Show the library's version");
+        if (argc > 1 && std::strcmp(argv[1], "__complete") == 0) {
+            PrintCompletions(app, {argv + 2, argv + argc}, keys);
+            FlushOutput();
+            return exitDone;
+        }
         return Run(app, argc, argv);
     } catch (const ReportedFailure& failure) {
         std::fflush(stdout);

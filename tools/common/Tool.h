@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/common/Completion.h"
 #include "tools/common/Failures.h"
 
 // How the command-line tools start and end.
@@ -9,9 +10,10 @@
 //     int main(int argc, char** argv) {
 //         CLI::App app("Works with packages");
 //         ...                                       // options; commands with callbacks
-//         return RunTool(app, argc, argv);
+//         return RunTool(app, argc, argv, keys);
 //     }
 
 /// Gives `app` the option --version, parses the command line, runs the callbacks and turns what
 /// they throw into a line and an exit status. Output that can not be written is a failure, too.
-int RunTool(CLI::App& app, int argc, char** argv);
+/// @param keys what the shells' completion offers for keys
+int RunTool(CLI::App& app, int argc, char** argv, const KeyLister& keys);

@@ -1,5 +1,15 @@
+#include "tools/common/KeyText.h"
 #include "tools/common/Tool.h"
 #include "tools/hpack/Commands.h"
+#include "tools/hpack/PackageFile.h"
+
+static std::vector<std::string> ShownKeys(const std::vector<std::string>& words) {
+    std::vector<std::string> shown;
+    for (const qtString& key : PackageReader(words.at(0)).Keys()) {
+        shown.push_back(QuoteKey(key));
+    }
+    return shown;
+}
 
 int main(int argc, char** argv) {
     CLI::App app("Works with packages: files that hold named items.", "hpack");
@@ -23,5 +33,5 @@ int main(int argc, char** argv) {
     AddMapCommands(app);
     AddIdentityCommands(app);
     AddRepairCommands(app);
-    return RunTool(app, argc, argv);
+    return RunTool(app, argc, argv, &ShownKeys);
 }

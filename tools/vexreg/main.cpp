@@ -1,6 +1,18 @@
+#include "tools/common/KeyText.h"
 #include "tools/common/Tool.h"
 #include "tools/vexreg/Commands.h"
 #include "tools/vexreg/DamageGuard.h"
+#include "tools/vexreg/Records.h"
+
+static std::vector<std::string> ShownKeys(const std::vector<std::string>& /*words*/) {
+    UnixRegistry store;
+    OpenExisting(store);
+    std::vector<std::string> shown;
+    for (const auto& [key, value] : ReadRecords(store)) {
+        shown.push_back(QuoteKey(key));
+    }
+    return shown;
+}
 
 int main(int argc, char** argv) {
     CLI::App app("Shows and changes the registry: named values that programs share.", "vexreg");
@@ -23,5 +35,5 @@ int main(int argc, char** argv) {
     AddEditCommands(app);
     AddListCommands(app);
     AddTransferCommands(app);
-    return RunTool(app, argc, argv);
+    return RunTool(app, argc, argv, &ShownKeys);
 }
