@@ -64,6 +64,7 @@ public:
     ///         file). When a file can not be opened the object stays as it was. After any other
     ///         failure it holds the new stream, and Close() lets go of it.
     /// @{
+
     /// Opens the file of this path.
     void Open(const qtString& fileName, char mode);
     /// Opens in the caller's buffer, which is shared until Close(). When opening fails it is not

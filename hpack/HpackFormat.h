@@ -44,27 +44,27 @@ inline constexpr std::uint32_t oldHeaderSize = 8;
 /// What the flags of an old Unicode package read as.
 inline constexpr std::uint8_t oldUnicodeFlags = 0x80;
 
-/// Offsets of the header's fields.
-/// @{
+/// In the header: where the offset of the index block is.
 inline constexpr std::uint32_t indexOffsetAt = 4;
+/// In the header: where the id is.
 inline constexpr std::uint32_t fileIDAt = 8;
+/// In the header: where the flags are.
 inline constexpr std::uint32_t fileIDFlagsAt = 12;
+/// In the header: where the state is.
 inline constexpr std::uint32_t stateAt = 13;
+/// In the header: where the word is.
 inline constexpr std::uint32_t fileIDWordAt = 14;
-/// @}
 
 /// Size of one u32: a magic, a length, a count or an offset.
 inline constexpr std::uint32_t wordSize = 4;
-/// In a record: what stands before the key, and all that is neither key nor body.
-/// @{
+/// In a record: what stands before the key.
 inline constexpr std::uint32_t recordKeyAt = 8;
+/// In a record: all that is neither key nor body.
 inline constexpr std::uint32_t recordOverhead = 12;
-/// @}
-/// In an index block: what stands before the entries, and what an entry has beside its key.
-/// @{
+/// In an index block: what stands before the entries.
 inline constexpr std::uint32_t indexOverhead = 8;
+/// In an index block: what an entry has beside its key.
 inline constexpr std::uint32_t entryOverhead = 8;
-/// @}
 
 /// A package ends here at the latest: streams take signed offsets.
 inline constexpr std::uint32_t maxStreamSize = 0x7fffffff;
