@@ -174,6 +174,7 @@ TEST_F(HpackToolTest, HabitsOfOtherToolsWork) {
                                             {"-tvf", "list"},
                                             {".tables", "list"},
                                             {"unzip", "extract"},
+                                            {"p", "list p"},
                                             {"list p --jsn", "--json"}}) {
         const std::string given = word.substr(word.rfind(' ') + 1);
         const std::string see = word == given ? "hpack" : "hpack list";

@@ -1,6 +1,7 @@
 #include "tools/common/Suggestion.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <numeric>
 #include <string_view>
 #include <vector>
@@ -98,7 +99,13 @@ std::string SuggestWord(const CLI::App& app, const std::string& word) {
                               : std::string();
     }
     const std::vector<std::string> names = Commands(app);
-    const std::string synonym(Synonym(word));
-    return std::find(names.begin(), names.end(), synonym) != names.end() ? synonym
-                                                                         : Closest(word, names);
+    std::string synonym(Synonym(word));
+    if (std::find(names.begin(), names.end(), synonym) != names.end()) {
+        return synonym;
+    }
+    // Whoever gives nothing but a file wants to see what is in it.
+    std::error_code ignored;
+    const bool takesFiles = std::find(names.begin(), names.end(), "extract") != names.end();
+    return takesFiles && std::filesystem::exists(word, ignored) ? "list " + word
+                                                                : Closest(word, names);
 }
