@@ -43,18 +43,25 @@ static void OfferValues(const CLI::Option& option) {
     }
 }
 
-static void OfferKeys(const std::vector<std::string>& given, const KeyLister& keys) {
+// More keys than anybody reads would only keep the shell busy. What the user has typed in the
+// shell's quotes is left to the shell to compare.
+static void OfferKeys(const std::string& word, const std::vector<std::string>& given,
+                      const KeyLister& keys) {
+    const bool isPlain = word.find_first_of("\\\"'") == std::string::npos;
+    int left = 2000;
     try {
         for (const std::string& key : keys(given)) {
-            Offer(key, "");
+            if ((!isPlain || key.compare(0, word.size(), word) == 0) && left-- > 0) {
+                Offer(key, "");
+            }
         }
     } catch (...) {  // a message would only disturb the command line
     }
 }
 
-// What the word means that stands behind the words `given`.
-static void OfferPositional(const CLI::App& command, const std::vector<std::string>& given,
-                            const KeyLister& keys) {
+// What `word` means, which stands behind the words `given`.
+static void OfferPositional(const CLI::App& command, const std::string& word,
+                            const std::vector<std::string>& given, const KeyLister& keys) {
     const std::vector<const CLI::Option*> all =
         command.get_options([](const CLI::Option* option) { return option->get_positional(); });
     if (all.empty()) {
@@ -69,7 +76,7 @@ static void OfferPositional(const CLI::App& command, const std::vector<std::stri
         return std::find(names.begin(), names.end(), name) != names.end();
     };
     if (is({"KEY", "GLOB", "WORD", "PREFIX"})) {
-        OfferKeys(given, keys);
+        OfferKeys(word, given, keys);
     }
     if (is({"PKG", "PATH", "FILE", "OUT", "OTHER", "WORD"})) {
         std::puts(":file");
@@ -109,6 +116,6 @@ void PrintCompletions(const CLI::App& app, const std::vector<std::string>& words
     } else if (command == &app) {
         OfferCommands(app);
     } else {
-        OfferPositional(*command, given, keys);
+        OfferPositional(*command, words.empty() ? "" : words.back(), given, keys);
     }
 }
