@@ -2,6 +2,8 @@
 
 /// @file
 /// The directory for temporary files.
+///
+///     const qtString path = generic_get_tempdir() + "/work.hpk";
 
 #include "basekit/Export.h"
 #include "basekit/qtxAll.h"

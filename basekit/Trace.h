@@ -2,6 +2,9 @@
 
 /// @file
 /// Trace lines of programs and libraries, and where they go.
+///
+///     static Trace_file thisFile(TraceSubsystem::registry, __FILE__);
+///     tracef(0, 1, __LINE__, thisFile, 0, "cannot open %s", path);
 
 #include "basekit/Export.h"
 

@@ -10,6 +10,8 @@ extern template class VANTRY_EXPORT qtX<HioErr>;
 
 /// A stream of bytes with 32-bit offsets, which packages are read from and written to.
 ///
+///     package.Open(qtPtrLight<Generic32>(new MyStream), 'w');       // MyStream is a Generic32
+///
 /// Hmemory and Hfile32 implement it. Reads and writes are all or nothing: either all bytes are
 /// transferred or qtX<HioErr> is thrown (hpack/HioErrors.h). The bodies in this base do nothing and
 /// return 0. A stream serves one thread at a time.

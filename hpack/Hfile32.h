@@ -9,13 +9,21 @@
 
 /// A stream over a file, buffered.
 ///
+///     Hfile32 file;
+///     file.Open("numbers.bin", 'u');
+///     char bytes[4];
+///     file.Seek(8);
+///     file.Read(bytes, sizeof bytes);
+///     file.Close();                            // throws when what was written has not arrived
+///
 /// After the first write that fails the stream stops writing and stops reporting, so that one
 /// fault gives one exception even where the caller's clean-up goes on to write and close. Written
 /// bytes may wait in the buffer: a full disk can show as late as at the next positioning call,
 /// which then fails and counts as the failed write, or at Close(). Nothing is synced to the disk.
 ///
 /// Errors are qtX<HioErr> with the file name as the argument and, but for those that say the file
-/// is not open, at the end of the text. Offsets up to 2^31 - 1 can be reached.
+/// is not open, at the end of the text. Offsets up to 2^31 - 1 can be reached. A stream serves one
+/// thread at a time; several may read one file at once.
 class VANTRY_EXPORT Hfile32 : public Generic32 {
 public:
     Hfile32() = default;

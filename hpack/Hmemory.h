@@ -5,12 +5,19 @@
 
 /// A stream over a caller's byte buffer.
 ///
+///     qtBuffer buffer;
+///     Hmemory stream;
+///     stream.Open(buffer, 'w');
+///     stream.Write(bytes, count);
+///     stream.Close();                          // the buffer has `count` bytes now
+///
 /// The buffer grows ahead of need while the stream writes and is cut to the bytes that are there
 /// when a writable stream is closed or destroyed. The stream does not own it: the caller keeps the
 /// buffer, and leaves its length alone, until Close() has returned or the stream is gone. A closed
 /// stream never touches it again.
 ///
-/// Errors are qtX<HioErr> with the argument "qtBuffer"; a call that fails changes nothing.
+/// Errors are qtX<HioErr> with the argument "qtBuffer"; a call that fails changes nothing. A stream
+/// serves one thread at a time; several may read one buffer at once.
 class VANTRY_EXPORT Hmemory : public Generic32 {
 public:
     Hmemory() = default;
