@@ -1,11 +1,15 @@
 #include <algorithm>
 #include <atomic>
 #include <memory>
+#include <optional>
+#include <string>
 #include <tuple>
+#include <vector>
 
 #include "hpack/Hfile32.h"
 #include "hpack/Hmemory.h"
 #include "hpack/Hpack.h"
+#include "hpack/HpackCheck.h"
 #include "hpack/HpackFormat.h"
 #include "python/Convert.h"
 
@@ -155,6 +159,31 @@ void WriteSegments(Hpack& package, const qtString& key, const SegBuf& body) {
     package.AddAtOffset(key, body, body.size <= size ? offset : 0);
 }
 
+using Fault = std::tuple<std::string, std::string, std::uint32_t, std::optional<qtString>>;
+
+std::vector<Fault> Check(Generic32& stream) {
+    std::vector<Fault> faults;
+    for (const HpackFault& fault : HpackCheck(stream).faults) {
+        faults.emplace_back(HpackFault::Name(fault.kind), HpackFault::Text(fault.kind),
+                            fault.offset, fault.ofItem ? std::optional(fault.key) : std::nullopt);
+    }
+    return faults;
+}
+
+std::vector<Fault> CheckFile(const qtString& name) {
+    const py::gil_scoped_release others;
+    Hfile32 file;
+    file.Open(name, 'r');
+    return Check(file);
+}
+
+std::vector<Fault> CheckBuffer(Buffer& buffer) {
+    buffer.Content();  // throws while it is being changed; the interpreter's lock keeps it so
+    Hmemory memory;
+    memory.Open(buffer.bytes, 'r');
+    return Check(memory);
+}
+
 void AppendSegment(SegBuf& body, const py::buffer& data) {
     const View view(data);
     const unsigned int start = body.size;
@@ -196,6 +225,9 @@ void DefinePackage(py::module_& module) {
                  return py::bytes(self.Content().Data(), self.Content().Length());
              })
         .def("size", [](const Buffer& self) { return self.Content().Length(); });
+
+    module.def("check", &CheckFile);
+    module.def("check", &CheckBuffer);
 
     py::class_<SegBuf>(module, "Segments").def(py::init<>()).def("append", &AppendSegment);
 

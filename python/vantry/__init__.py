@@ -24,16 +24,16 @@ import os
 import warnings
 from collections.abc import MutableMapping as _MutableMapping
 from typing import (TYPE_CHECKING, Any, BinaryIO, Callable, Dict, Iterable, Iterator,
-                    MutableMapping, NamedTuple, Tuple, Union)
+                    List, MutableMapping, NamedTuple, Optional, Tuple, Union)
 
 from . import _vantry
 from ._vantry import PolyHash, decrypt, encrypt, tokenize
 from .errors import (EncryptionError, Error, HashError, MissingKeyError, PackageError,
                      RegistryError, StreamError)
 
-__all__ = ["Buffer", "EncryptionError", "Error", "HashError", "Identity", "MissingKeyError",
-           "Package", "PackageError", "PolyHash", "Registry", "RegistryError", "StreamError",
-           "decrypt", "encrypt", "open", "tokenize"]
+__all__ = ["Buffer", "EncryptionError", "Error", "Fault", "HashError", "Identity",
+           "MissingKeyError", "Package", "PackageError", "PolyHash", "Registry", "RegistryError",
+           "StreamError", "check", "decrypt", "encrypt", "open", "tokenize"]
 __version__ = _vantry.version()
 
 Key = Union[bytes, bytearray, memoryview, str]
@@ -42,6 +42,13 @@ if TYPE_CHECKING:
     _Mapping = MutableMapping[Key, Any]
 else:
     _Mapping = _MutableMapping
+
+
+def _path(where: Union[str, bytes, "os.PathLike[Any]"]) -> bytes:
+    path = os.fsencode(where)
+    if b"\0" in path:
+        raise ValueError("embedded null byte")
+    return path
 
 
 class Identity(NamedTuple):
@@ -149,9 +156,7 @@ class Package(_Mapping):
             self._name = repr(where)
             self._package = _vantry.Package(where._buffer, mode)
             return
-        path = os.fsencode(where)
-        if b"\0" in path:
-            raise ValueError("embedded null byte")
+        path = _path(where)
         self._name = repr(os.fsdecode(path))
         self._package = _vantry.Package(path, mode)
 
@@ -297,6 +302,33 @@ def open(where: Union[str, bytes, "os.PathLike[Any]", Buffer], mode: str = "r") 
     "r" reads an existing one, "u" also changes it, "w" creates one in place of what was there.
     """
     return Package(where, mode)
+
+
+class Fault(NamedTuple):
+    """Something that is wrong with a package: a name, the same in words, where it is, and the key
+    of the item concerned, or None."""
+
+    kind: str
+    text: str
+    offset: int
+    key: Optional[bytes]
+
+
+def check(where: Union[str, bytes, "os.PathLike[Any]", Buffer]) -> List[Fault]:
+    """Reads all that a package has in use, and tells what is wrong with it.
+
+    It takes any file or buffer, also one that open() refuses. Bodies have no checksum: a change in
+    one goes unnoticed.
+
+    >>> with vantry.open("letters.hpk", "w") as package:
+    ...     package["alpha"] = b"first"
+    >>> vantry.check("letters.hpk")
+    []
+    >>> [fault.kind for fault in vantry.check(vantry.Buffer(b"no package"))]
+    ['header-magic']
+    """
+    faults = _vantry.check(where._buffer if isinstance(where, Buffer) else _path(where))
+    return [Fault(*fault) for fault in faults]
 
 
 class Registry(_Mapping):

@@ -187,6 +187,11 @@ class Damage(unittest.TestCase):
                 continue
             keys = list(package)
             self.assertEqual(keys, sorted(keys))
+            if mode == "r":
+                # Whatever reading meets, the check has found.
+                faults = self.attempt(lambda: vantry.check(where))
+                unreadable = [isinstance(self.attempt(lambda: package[k]), Exception) for k in keys]
+                self.assertTrue(faults or not any(unreadable))
             for key in keys:
                 body = self.attempt(lambda: package[key])
                 if isinstance(body, bytes):
