@@ -2,22 +2,7 @@
 #include "QtInclude/Poly_Hash.h"
 #include "fuzz/Fuzz.h"
 #include "hpack/qtPackDiet.h"
-
-// The remainder, by the polynomial, of the polynomial that `hash` followed by the bits of `bytes`
-// stands for.
-static unsigned int HashByBits(const qtString& bytes, int degree, unsigned int polynomial,
-                               unsigned int hash) {
-    const unsigned int mask = 0xffffffffu >> (32 - degree);
-    hash &= mask;
-    for (const char byte : bytes) {
-        for (int bit = 7; bit >= 0; --bit) {
-            const bool overflows = (hash >> (degree - 1) & 1) != 0;
-            const unsigned int in = static_cast<unsigned char>(byte) >> bit & 1;
-            hash = (hash << 1 & mask) ^ (overflows ? polynomial & mask : 0) ^ in;
-        }
-    }
-    return hash;
-}
+#include "tests/support/Judges.h"
 
 template <class T>
 static void Pack(unsigned long long bits) {
@@ -56,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const qtString text(input.ConsumeRemainingBytesAsString());
     Poly_Hash<32> hash;
     hash.Init(degree, polynomial, start);
-    const unsigned int expected = HashByBits(text, degree, polynomial, start);
+    const unsigned int expected = Divide(degree, polynomial, start, text);
     REQUIRE(hash.Hash(text) == expected);
     const std::size_t half = cut % (text.size() + 1);
     REQUIRE(hash.Extend(hash.Hash(text.data(), half), text.data() + half, text.size() - half) ==

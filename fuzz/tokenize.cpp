@@ -1,29 +1,14 @@
 // The tokenizers against a walk, one character after the other.
 #include "fuzz/Fuzz.h"
 #include "lpstring/LpString.h"
-
-template <class String>
-static std::vector<String> Walk(const String& text, const String& separators) {
-    std::vector<String> tokens;
-    bool inToken = false;
-    for (const auto c : text) {
-        const bool separator = separators.find(c) != String::npos;
-        if (!separator && !inToken) {
-            tokens.emplace_back();
-        }
-        if (!separator) {
-            tokens.back() += c;
-        }
-        inToken = !separator;
-    }
-    return tokens;
-}
+#include "tests/support/Judges.h"
 
 template <class View, class String, class... Separators>
 static void Compare(const String& text, const String& set, const Separators&... separators) {
     std::vector<View> tokens;
     LpTokenize(View(text), tokens, separators...);
-    const std::vector<String> expected = Walk(text, set);
+    const std::vector<String> expected =
+        Walk(text, [&](auto c) { return set.find(c) != String::npos; });
     REQUIRE(tokens.size() == expected.size());
     for (std::size_t i = 0; i < tokens.size(); ++i) {
         REQUIRE(tokens[i].ToString() == expected[i]);

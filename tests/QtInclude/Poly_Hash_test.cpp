@@ -6,23 +6,9 @@
 #include <random>
 
 #include "lpstring/LpStringHash.h"
+#include "tests/support/Judges.h"
 
 namespace {
-
-// The judge: division of one bit after the other.
-std::uint32_t Divide(int degree, std::uint32_t polynomial, std::uint32_t remainder,
-                     const qtString& bytes) {
-    const std::uint32_t mask = 0xFFFFFFFFu >> (32 - degree);
-    remainder &= mask;
-    for (const char c : bytes) {
-        for (int bit = 7; bit >= 0; --bit) {
-            const bool overflows = (remainder >> (degree - 1) & 1) != 0;
-            remainder = (remainder << 1 & mask) | (static_cast<unsigned char>(c) >> bit & 1u);
-            remainder ^= overflows ? polynomial & mask : 0;
-        }
-    }
-    return remainder;
-}
 
 qtString RandomBytes(std::mt19937& random, std::size_t count) {
     qtString bytes(count, '\0');

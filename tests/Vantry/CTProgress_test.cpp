@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <climits>
-#include <csignal>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -184,17 +183,6 @@ TEST(CTProgress, NoInterruptIsLostWhilePhasesChange) {
     }
     observer.join();
     EXPECT_EQ(lost, 0);
-}
-
-CTProgress* s_signalled;
-
-TEST(CTProgress, SignalHandlerInterrupts) {
-    CTProgress progress;
-    s_signalled = &progress;
-    const auto former = std::signal(SIGUSR2, [](int) { s_signalled->SetInterrupt(); });
-    std::raise(SIGUSR2);
-    EXPECT_TRUE(progress.IsInterrupted());
-    std::signal(SIGUSR2, former);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <csignal>
 #include <iterator>
 #include <thread>
 #include <vector>
@@ -145,18 +144,6 @@ TEST_F(ProgressTest, OtherThreadsReadAndStop) {
     for (std::thread& observer : observers) {
         observer.join();
     }
-}
-
-Progress* s_signalled;
-
-TEST_F(ProgressTest, SignalHandlerStops) {
-    s_signalled = &progress;
-    const auto former = std::signal(SIGUSR1, [](int) { s_signalled->stopRequested = true; });
-    progress.IncProgress();
-    std::raise(SIGUSR1);
-    EXPECT_THROW(progress.IncProgress(), qtxProgressCancel);
-    EXPECT_EQ(progress.progress, 1U);
-    std::signal(SIGUSR1, former);
 }
 
 }  // namespace

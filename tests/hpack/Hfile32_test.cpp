@@ -9,19 +9,10 @@
 #include "hpack/qtPtrLight.h"
 #include "tests/support/Bytes.h"
 #include "tests/support/Errors.h"
+#include "tests/support/Streams.h"
 #include "tests/support/TempFolder.h"
 
 namespace {
-
-void Write(Generic32& stream, qtString bytes) {
-    stream.Write(bytes.data(), static_cast<unsigned int>(bytes.size()));
-}
-
-qtString Read(Generic32& stream, unsigned int count) {
-    qtString bytes(count, '#');
-    stream.Read(bytes.data(), count);
-    return bytes;
-}
 
 class Hfile32Test : public testing::Test {
 protected:

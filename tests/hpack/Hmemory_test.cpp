@@ -6,18 +6,9 @@
 
 #include "tests/support/Bytes.h"
 #include "tests/support/Errors.h"
+#include "tests/support/Streams.h"
 
 namespace {
-
-void Write(Generic32& stream, qtString bytes) {
-    stream.Write(bytes.data(), static_cast<unsigned int>(bytes.size()));
-}
-
-qtString Read(Generic32& stream, unsigned int count) {
-    qtString bytes(count, '#');
-    stream.Read(bytes.data(), count);
-    return bytes;
-}
 
 template <class Action>
 void ExpectFailure(Action action, int number, const char* text) {

@@ -180,46 +180,6 @@ TEST_F(HpackTest, ReadsIntoEveryDestination) {
     EXPECT_EQ(reserved.size, 16400u);
 }
 
-TEST_F(HpackTest, ReserveAndRelocateWithExactOffsets) {
-    Open("", 'w');
-    package.AddOrUpdate("a", "123");
-    EXPECT_EQ(package.GetIndexSpace(), 17u);
-    Reopen('u');
-    EXPECT_EQ(buffer->Length(), 49u);
-    package.AddOrUpdate("a", "12345");
-    unsigned int offset = 0;
-    unsigned int size = 0;
-    package.GetKeyInfo("a", offset, size);
-    EXPECT_EQ(offset, 49u);
-    EXPECT_EQ(size, 5u);
-    EXPECT_EQ(DeadSpace(package), std::pair(67u, 16u));
-    package.AddOrUpdate("b", "");
-    EXPECT_EQ(DeadSpace(package), std::pair(67u + 13 + 26, 16u + 17));
-    EXPECT_EQ(Bytes(*buffer).substr(4, 4), Hex("00000050"));
-    package.AddOrUpdate("a", "1");
-    EXPECT_EQ(DeadSpace(package), std::pair(106u, 33u + 4));
-    package.Delete("b");
-    EXPECT_EQ(DeadSpace(package), std::pair(106u, 37u + 13 + 9));
-    // The reservation lasts as long as the package is open.
-    package.AddOrUpdate("c", "");
-    EXPECT_EQ(DeadSpace(package), std::pair(119u, 59u - 9));
-    package.Delete("c");
-    Reopen('u');
-    package.AddOrUpdate("d", "");
-    EXPECT_EQ(DeadSpace(package), std::pair(119u + 13 + 26, 50u + 9 + 13 - 9 + 26));
-    package.Delete("none");
-    package.GetKeyInfo("none", offset, size);
-    EXPECT_EQ(offset + size, 0u);
-}
-
-TEST_F(HpackTest, EmptyPackage) {
-    Open("", 'w');
-    Reopen('u');
-    EXPECT_EQ(Bytes(*buffer), Hex("4a5b6c66 00000010 00000000 00000000 4a5b6c72 00000000"));
-    EXPECT_EQ(package.GetIndexSpace(), 8u);
-    EXPECT_EQ(DeadSpace(package), std::pair(24u, 0u));
-}
-
 TEST_F(HpackTest, KeysAscendByteByByte) {
     Open("", 'w');
     const std::vector<qtString> sorted{"",
@@ -264,27 +224,6 @@ TEST_F(HpackTest, UpdatingNeedsItsMode) {
     package.AddOrUpdate("a", "1");
     ExpectError<HioErr>([&] { package.AddOrUpdate("a", "2"); }, 3,
                         "Read error in file " + (folder / "p"), {folder / "p"});
-}
-
-TEST_F(HpackTest, RenameMovesOneItem) {
-    Open(example, 'u');
-    package.AddOrUpdate("other", "1");
-    package.Rename("ab", "c");
-    package.Rename("c", "c");
-    unsigned int offset = 0;
-    unsigned int size = 0;
-    package.GetKeyInfo("c", offset, size);
-    EXPECT_EQ(offset, 16u);
-    package.Rename("c", "longer");
-    package.GetKeyInfo("longer", offset, size);
-    EXPECT_EQ(offset, static_cast<unsigned int>(example.size()) + 12 + 5 + 1);
-    package.Rename("longer", "other");
-    EXPECT_EQ(Keys(package), std::vector<qtString>{"other"});
-    EXPECT_EQ(Get(package, "other"), "xyz");
-    ExpectFailure([&] { package.Rename("gone", "x"); }, 4, "Missing key in index: gone",
-                  {"qtBuffer", "gone"});
-    Reopen('r');
-    EXPECT_EQ(Get(package, "other"), "xyz");
 }
 
 TEST_F(HpackTest, EntriesThatLeadAstray) {

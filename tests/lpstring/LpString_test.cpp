@@ -8,6 +8,7 @@
 #include <random>
 
 #include "lpstring/qtTokenize.h"
+#include "tests/support/Judges.h"
 
 namespace {
 
@@ -53,24 +54,6 @@ TEST(LpTokenize, SplitsAsDocumented) {
     EXPECT_EQ(SplitWide(L",a,,b,", L','), (std::vector<qtWString>{L"a", L"b"}));
     EXPECT_EQ(SplitWide(L"x\x20AC y\x2603z", qtWString(L" \x2603")),
               (std::vector<qtWString>{L"x\x20AC", L"y", L"z"}));
-}
-
-// The judge: one character after the other.
-template <class String, class IsSeparator>
-std::vector<String> Walk(const String& text, const IsSeparator& isSeparator) {
-    std::vector<String> tokens;
-    bool inToken = false;
-    for (const auto c : text) {
-        const bool separator = isSeparator(c);
-        if (!separator && !inToken) {
-            tokens.emplace_back();
-        }
-        if (!separator) {
-            tokens.back() += c;
-        }
-        inToken = !separator;
-    }
-    return tokens;
 }
 
 TEST(LpTokenize, AgreesWithAWalkOnAnyBytes) {
@@ -120,21 +103,6 @@ TEST(LpTokenize, FollowsTheLocaleOfTheThread) {
     EXPECT_EQ(Split("a\xC2\xA0z b"), (Texts{"a\xC2\xA0z", "b"}));
     uselocale(before);
     freelocale(unicode);
-}
-
-TEST(LpTokenize, GrowsOnce) {
-    const qtString text = [] {
-        qtString words;
-        for (int i = 0; i < 10000; ++i) {
-            words += std::to_string(i) + " ";
-        }
-        return words;
-    }();
-    std::vector<LpCString> tokens;
-    LpTokenize(text, tokens, ' ');
-    EXPECT_EQ(tokens.size(), 10000u);
-    EXPECT_EQ(tokens.capacity(), tokens.size());
-    EXPECT_EQ(tokens[9999].ToString(), "9999");
 }
 
 TEST(LpTokenize, SourceMayBeAnElementOfTheTokens) {
