@@ -96,6 +96,7 @@ private:
     void Scan();
     void ScanRecord(std::uint32_t offset, std::uint64_t gapEnd);
     bool EndsWell(std::uint64_t end, std::uint64_t gapEnd) const;
+    bool HoldsMark(const Record& record) const;
     bool HoldsRecord(const Record& record) const;
     void NoteCut(const Record& record);
     /// The first mark at or behind a place.
@@ -479,14 +480,14 @@ void Recovery::ScanRecord(std::uint32_t offset, std::uint64_t gapEnd) {
         (offset != chainedAt && ((offset < holderEnd && packageInHolder) || InForeign(offset)));
     Record record;
     const bool whole = package.Measure(offset, record) && record.End() <= gapEnd;
-    if (whole && EndsWell(record.End(), gapEnd)) {
+    if (whole && EndsWell(record.End(), gapEnd) && !HoldsMark(record)) {
         Offer(record, held);
         skipTo = record.End();
         chainedAt = held ? chainedAt : skipTo;
         return;
     }
     if (whole) {
-        Offer(record, held || HoldsRecord(record));
+        Offer(record, held || HoldsMark(record) || HoldsRecord(record));
     } else {
         NoteCut(record);
     }
@@ -517,6 +518,12 @@ bool Recovery::EndsWell(std::uint64_t end, std::uint64_t gapEnd) const {
     const auto mark = MarkFrom(end);
     return mark != marks.end() && mark->offset == end &&
            (mark->magic == ItemMagic || mark->magic == IndexMagic);
+}
+
+// Whether something is marked in its key: then the length of the key is wrong.
+bool Recovery::HoldsMark(const Record& record) const {
+    const auto mark = MarkFrom(std::uint64_t{record.offset} + recordKeyAt);
+    return mark != marks.end() && mark->offset + std::uint64_t{wordSize} <= record.BodyAt();
 }
 
 // Whether a record begins in its body, and no package before that: then one of the two is wrong.

@@ -280,6 +280,21 @@ TEST_F(HpackRecoverCase, LengthsThatReachIntoOtherRecords) {
     EXPECT_TRUE(scanned.Notes(HpackRecoverNote::doubtful, "a"));
     EXPECT_EQ(scanned.items.at("b"), "b1");
     EXPECT_EQ(scanned.items.at("c"), "c1");
+    // The key reaches to the length of the body of b.
+    bytes = Saved();
+    bytes[bytes.find(Record("a", "a1")) + 7] = 16;
+    EXPECT_EQ(Recover(WithoutIndex(bytes)).items.at("b"), "b1");
+    EXPECT_EQ(Recover(WithoutIndex(bytes)).items.at("c"), "c1");
+}
+
+// Found by the fuzz target: records in each other's keys made a package much larger than its
+// source.
+TEST_F(HpackRecoverCase, RecordsInKeysAreDoubtful) {
+    qtString nest = Record("x", "");
+    for (int depth = 0; depth < 20; ++depth) {
+        nest = Record(nest + Hex("00"), "") + "..";
+    }
+    EXPECT_LT(Recover(WithoutIndex(Saved()) + nest).report.items, 12U);  // of 23
 }
 
 TEST_F(HpackRecoverCase, BodiesThatLookLikeRecords) {
