@@ -40,6 +40,9 @@ void Hfile32::Open(const qtString& fileName, char mode) {
     if (mode != 'r' && mode != 'w' && mode != 'u') {
         Fail(HioErrors::mode, HioErrors::invalidMode);
     }
+    if (mode != 'r') {
+        writeBuffer.reset(new char[writeBufferSize]);
+    }
     const int flags = mode == 'r' ? O_RDONLY : mode == 'u' ? O_RDWR : O_WRONLY | O_CREAT | O_TRUNC;
     // A FIFO without a peer is to fail, not to wait for one; files do not mind.
     const int descriptor = open(name.c_str(), flags | O_CLOEXEC | O_NONBLOCK, 0666);
@@ -54,7 +57,6 @@ void Hfile32::Open(const qtString& fileName, char mode) {
     // A stream has one thread; the C library need not lock its own for each call.
     __fsetlocking(file, FSETLOCKING_BYCALLER);
     if (mode != 'r') {
-        writeBuffer.reset(new char[writeBufferSize]);
         std::setvbuf(file, writeBuffer.get(), _IOFBF, writeBufferSize);
     }
     readOnly = mode == 'r';

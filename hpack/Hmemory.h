@@ -33,6 +33,7 @@ public:
     void Seek(int offset) override;
     unsigned int SeekEnd() override;
     unsigned int GetFileSize() override;
+    /// The data may not lie in the stream's own buffer, which moves when it grows.
     /// @throws qtX<HioErr> 4 "Hio buffer is not open for writing" in mode 'r', on a stream that is
     ///         not open, and where the size would pass 2^32 - 1 bytes
     /// @throws std::bad_alloc when there is no memory for the buffer to grow

@@ -58,10 +58,13 @@ void Hpack::Open(const qtPtrLight<Generic32>& stream, char mode) {
 }
 
 // The former stream, which may be over sharedBuffer, goes first. What it still has to report comes
-// out of here, and the package is then not open.
+// out of here, and the package is then closed.
 void Hpack::Replace(const qtPtrLight<Generic32>& stream) {
     openMode = 0;
+    modified = false;
+    index->Clear();
     const qtPtr<qtBuffer> former(std::move(sharedBuffer));
+    io.stream = qtPtrLight<Generic32>(new Hfile32);
     io.stream = stream;
 }
 
@@ -287,7 +290,7 @@ void Hpack::AddAtOffset(const qtString& key, const SegBuf& data, unsigned int of
         data.Locate(done, data.size, where, run);
         io.stream->Write(where, run);
     }
-    EndRecord(key, data.size, at, offset == 0);
+    EndRecord(key, data.size, at);
 }
 
 void Hpack::AddRecord(const qtString& key, std::string_view body, unsigned int offset) {
@@ -295,19 +298,28 @@ void Hpack::AddRecord(const qtString& key, std::string_view body, unsigned int o
     if (!body.empty()) {
         Write(*io.stream, body.data(), body.size());
     }
-    EndRecord(key, body.size(), at, offset == 0);
+    EndRecord(key, body.size(), at);
 }
 
 // Writes all of a record but its body. @return where the record is
 unsigned int Hpack::BeginRecord(const qtString& key, std::uint64_t bodyLength,
                                 unsigned int offset) {
+    const std::uint64_t length = bodyLength + recordOverhead + key.size();
     unsigned int at = offset;
     if (offset == 0) {
         at = io.stream->SeekEnd();
+        // A save that failed may have reserved what the record is to fill: the index then goes
+        // elsewhere.
+        if (at >= indexOffset && at - indexOffset < indexSpace) {
+            indexSpace = 0;
+        }
+        RequireRoom(key, at + length);
     } else {
+        // The index may have to go behind all that is there, not only behind this record.
+        const std::uint64_t end = index->Find(key) ? 0 : io.stream->SeekEnd();
+        RequireRoom(key, std::max(end, offset + length));
         SeekTo(offset);
     }
-    RequireRoom(key, at + recordOverhead + key.size() + bodyLength);
 
     recordHead.resize(recordOverhead + key.size());
     char* out = PutWord(recordHead.data(), ItemMagic);
@@ -318,7 +330,7 @@ unsigned int Hpack::BeginRecord(const qtString& key, std::uint64_t bodyLength,
     return at;
 }
 
-// A record that ends at `end` must leave room for the index, where that has to go behind it.
+// What ends at `end` must leave room for the index, where that has to go behind it.
 void Hpack::RequireRoom(const qtString& key, std::uint64_t end) {
     std::uint64_t indexSize = indexOverhead + index->Bytes() + entryOverhead + key.size();
     if (end + indexSize <= maxStreamSize) {
@@ -333,15 +345,10 @@ void Hpack::RequireRoom(const qtString& key, std::uint64_t end) {
     }
 }
 
-void Hpack::EndRecord(const qtString& key, std::uint64_t bodyLength, unsigned int at,
-                      bool appended) {
+void Hpack::EndRecord(const qtString& key, std::uint64_t bodyLength, unsigned int at) {
     index->Set(key, at);
     modified = true;
-    knownSize = std::max(knownSize, at + recordOverhead + key.size() + bodyLength);
-    // A save that failed may have reserved what a record now fills: the index then goes elsewhere.
-    if (appended && at >= indexOffset && at - indexOffset < indexSpace) {
-        indexSpace = 0;
-    }
+    knownSize = std::max(knownSize, bodyLength + recordOverhead + key.size() + at);
 }
 
 void Hpack::AddOrUpdate(const qtString& key, const qtString& data) {
@@ -362,6 +369,8 @@ void Hpack::Rename(const qtString& oldKey, const qtString& newKey) {
     qtString data;
     GetItem(oldKey, data);
     const std::uint32_t offset = index->Find(oldKey).value_or(0);
+    // Once the record has its new key, an index with the old one would have lost the item.
+    index->Prepare(newKey);
     AddRecord(newKey, data, newKey.size() <= oldKey.size() ? offset : 0);
     if (newKey != oldKey) {
         index->Erase(oldKey);
@@ -378,6 +387,9 @@ void Hpack::WriteIndex(unsigned int offset) {
         at = io.stream->SeekEnd();
     } else {
         SeekTo(offset);
+    }
+    if (std::uint64_t{at} + GetIndexSpace() > maxStreamSize) {
+        RefuseWrite();
     }
     char head[indexOverhead];
     PutWord(PutWord(head, IndexMagic), index->Count());

@@ -61,8 +61,9 @@ public:
     ///         1 "Cannot read file index: NAME", 2 "Invalid open mode" (a buffer),
     ///         3 "Input file is not in expected format: NAME"
     /// @throws qtX<HioErr> what opening and reading the stream throws; 5 "Invalid open mode" (a
-    ///         file). When a file can not be opened the object stays as it was. After any other
-    ///         failure it holds the new stream, and Close() lets go of it.
+    ///         file). When a file can not be opened the object stays as it was. When the former
+    ///         stream fails to close the package is closed. After any other failure it holds the
+    ///         new stream, and Close() lets go of it.
     /// @{
 
     /// Opens the file of this path.
@@ -127,7 +128,8 @@ public:
     /// @{
 
     /// Writes a record. Offset 0 appends it; any other is trusted, whatever lies there, and meant
-    /// for the key's own former record where the new one is not longer.
+    /// for the key's own former record where the new one is not longer. The data may not be the
+    /// buffer that the package is in.
     void AddAtOffset(const qtString& key, const qtBuffer& data, unsigned int offset);
     /// As for a qtBuffer.
     void AddAtOffset(const qtString& key, const qtString& data, unsigned int offset);
@@ -152,6 +154,7 @@ public:
     /// The size in bytes of an index block for the index as it is.
     unsigned int GetIndexSpace();
     /// Writes an index block at `offset` (0: at the end), and then its offset into the header.
+    /// @throws qtX<HioErr> 4 before anything is written, where the block would pass 2^31 - 1 bytes
     void WriteIndex(unsigned int offset);
     /// Writes a changed index: where the last one is if it fits, else at the end. One that failed
     /// may be tried again.
@@ -195,8 +198,7 @@ private:
     VANTRY_LOCAL void AddRecord(const qtString& key, std::string_view body, unsigned int offset);
     VANTRY_LOCAL unsigned int BeginRecord(const qtString& key, std::uint64_t bodyLength,
                                           unsigned int offset);
-    VANTRY_LOCAL void EndRecord(const qtString& key, std::uint64_t bodyLength, unsigned int at,
-                                bool appended);
+    VANTRY_LOCAL void EndRecord(const qtString& key, std::uint64_t bodyLength, unsigned int at);
     VANTRY_LOCAL void RequireRoom(const qtString& key, std::uint64_t end);
     VANTRY_LOCAL void SeekTo(unsigned int offset);
     VANTRY_LOCAL bool Holds(std::uint64_t end);

@@ -207,7 +207,12 @@ std::optional<std::uint32_t> HpackIndex::Place(std::string_view key) {
                                  });
             return At(*found).key == key ? std::optional(*found) : std::nullopt;
         }
-        BuildSlots(order.size());
+        try {
+            BuildSlots(order.size());
+        } catch (const std::bad_alloc&) {
+            lookups = 0;  // a lookup needs no memory: it goes on by halves
+            return Place(key);
+        }
     }
     const std::uint32_t slot = *Slot(key);
     return slot != 0 ? std::optional(slot - 1) : std::nullopt;
@@ -243,27 +248,43 @@ void HpackIndex::Reserve(std::uint64_t length) {
     }
 }
 
-void HpackIndex::Append(std::string_view key, std::uint32_t offset) {
-    const bool inOrder = sorted == order.size() && (order.empty() || At(order.back()).key < key);
-    if ((!inOrder && slots.empty()) || (!slots.empty() && slots.size() < 2 * order.size() + 2)) {
-        BuildSlots(2 * order.size() + 2);
+void HpackIndex::Prepare(std::string_view key) {
+    if (!Place(key)) {
+        MakeRoom(key);
+    }
+}
+
+bool HpackIndex::IsLast(std::string_view key) const {
+    return sorted == order.size() && (order.empty() || At(order.back()).key < key);
+}
+
+// All that Append() needs memory for.
+void HpackIndex::MakeRoom(std::string_view key) {
+    const std::size_t slotsNeeded = 2 * order.size() + 2;
+    if (slots.empty() ? !IsLast(key) : slots.size() < slotsNeeded) {
+        BuildSlots(slotsNeeded);
     }
     const std::uint64_t end = std::uint64_t{used} + entryOverhead + key.size();
     if (entries.Length() < end + slack) {
         Reserve(end + end / 2);
     }
-    order.push_back(used);
+    if (order.size() == order.capacity()) {
+        order.reserve(slotsNeeded);
+    }
+}
 
-    // Nothing fails from here on.
+void HpackIndex::Append(std::string_view key, std::uint32_t offset) {
+    MakeRoom(key);
+    sorted += IsLast(key) ? 1 : 0;
+    order.push_back(used);
     char* out = PutWord(entries.Data() + used, static_cast<std::uint32_t>(key.size()));
     out = std::copy(key.begin(), key.end(), out);
     PutWord(out, offset);
     if (!slots.empty()) {
         *Slot(key) = used + 1;
     }
-    used = static_cast<std::uint32_t>(end);
+    used += static_cast<std::uint32_t>(entryOverhead + key.size());
     bytes += entryOverhead + key.size();
-    sorted += inOrder ? 1 : 0;
     ++count;
 }
 

@@ -40,6 +40,9 @@ public:
     std::optional<std::uint32_t> Find(std::string_view key);
     /// Adds the key or replaces its offset. @throws std::bad_alloc; nothing has changed then.
     void Set(std::string_view key, std::uint32_t offset);
+    /// Takes the memory that the next Set() of this key needs, so that it can not fail.
+    /// @throws std::bad_alloc
+    void Prepare(std::string_view key);
     void Erase(std::string_view key);
 
     std::uint32_t Count() const { return count; }
@@ -69,6 +72,8 @@ private:
     std::uint32_t* Slot(std::string_view key);
     void BuildSlots(std::size_t entriesExpected);
     void Reserve(std::uint64_t length);
+    bool IsLast(std::string_view key) const;
+    void MakeRoom(std::string_view key);
     void Append(std::string_view key, std::uint32_t offset);
     void LoadEntries(Generic32& stream, std::uint32_t expected);
     std::uint32_t ReadAhead(std::uint32_t expected, std::uint32_t available) const;

@@ -186,9 +186,11 @@ TEST(HpackFault, EveryStreamCallOfOpening) {
     }
 }
 
+// What fails here has written nothing over: no item may be missing.
 TEST(HpackFault, EveryAllocationOfEveryOperation) {
     const qtString bytes = SavedPackage();
-    for (const Operation& operation : Operations()) {
+    for (Operation operation : Operations()) {
+        operation.inPlace.reset();
         bool failed = true;
         for (long allocations = 0; failed; ++allocations) {
             SCOPED_TRACE(std::string(operation.name) + ", " + std::to_string(allocations));

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <functional>
+
 #include "hpack/Hfile32.h"
 #include "tests/support/Bytes.h"
 #include "tests/support/Errors.h"
@@ -359,6 +361,27 @@ TEST_F(HpackTest, RefusesToPassTheLastOffset) {
     Hfile32 file;
     file.Open(name, 'r');
     EXPECT_EQ(file.SeekEnd(), limit);
+    package.Close();
+
+    // Nor does anything else pass it: an index block, one that has to go behind a new key's record
+    // at a given place, a record whose end would wrap 32 bits.
+    struct Case {
+        std::int64_t length;
+        std::function<void()> action;
+    };
+    for (const auto& [length, action] :
+         {Case{limit - 10, [&] { package.WriteIndex(0); }},
+          Case{limit - 10, [&] { package.AddAtOffset("c", qtString("xyz"), 16); }},
+          Case{0xfffffff8, [&] { package.AddOrUpdate("c", "x"); }}}) {
+        WriteFile(name, example);
+        ASSERT_EQ(truncate(name.c_str(), length), 0);
+        package.Open(name, 'u');
+        ExpectError<HioErr>(action, 4, "Write error in file " + name, {name});
+        package.Close();
+        package.Open(name, 'r');
+        EXPECT_EQ(Get(package, "ab"), "xyz");
+        package.Close();
+    }
 }
 
 TEST_F(HpackTest, ErrorsAreCaughtByEveryBase) {
@@ -388,6 +411,15 @@ TEST_F(HpackTest, WhatClosingFindsIsReported) {
     EXPECT_THROW(package.Close(), qtX<HioErr>);
     package.Delete("still open");
     EXPECT_NO_THROW(package.Close());
+
+    // Reported by the next opening, too, which leaves all that is closed.
+    const TempFolder folder;
+    WriteFile(folder / "p", example);
+    package.Open("/dev/full", 'w');
+    EXPECT_THROW(package.Open(folder / "p", 'u'), qtX<HioErr>);
+    EXPECT_THROW(package.AddOrUpdate("ab", ""), qtX<HioErr>);
+    EXPECT_THROW(package.SetState(1), qtX<HioErr>);
+    EXPECT_EQ(FileBytes(folder / "p"), example);
 }
 
 }  // namespace
