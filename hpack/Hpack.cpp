@@ -276,14 +276,17 @@ qtString Hpack::MakeStringKey(unsigned int number) {
 }
 
 void Hpack::AddAtOffset(const qtString& key, const qtBuffer& data, unsigned int offset) {
+    RequireRoomForEntry(key, offset);
     AddRecord(key, {data.Data(), data.Length()}, offset);
 }
 
 void Hpack::AddAtOffset(const qtString& key, const qtString& data, unsigned int offset) {
+    RequireRoomForEntry(key, offset);
     AddRecord(key, data, offset);
 }
 
 void Hpack::AddAtOffset(const qtString& key, const SegBuf& data, unsigned int offset) {
+    RequireRoomForEntry(key, offset);
     const unsigned int at = BeginRecord(key, data.size, offset);
     for (unsigned int done = 0, run = 0; done < data.size; done += run) {
         char* where = nullptr;
@@ -315,9 +318,7 @@ unsigned int Hpack::BeginRecord(const qtString& key, std::uint64_t bodyLength,
         }
         RequireRoom(key, at + length);
     } else {
-        // The index may have to go behind all that is there, not only behind this record.
-        const std::uint64_t end = index->Find(key) ? 0 : io.stream->SeekEnd();
-        RequireRoom(key, std::max(end, offset + length));
+        RequireRoom(key, offset + length);
         SeekTo(offset);
     }
 
@@ -328,6 +329,13 @@ unsigned int Hpack::BeginRecord(const qtString& key, std::uint64_t bodyLength,
     PutWord(out, static_cast<std::uint32_t>(bodyLength));
     Write(*io.stream, recordHead.data(), recordHead.size());
     return at;
+}
+
+// A new key within what is there: the index grows, and may have to go behind all of it.
+void Hpack::RequireRoomForEntry(const qtString& key, unsigned int offset) {
+    if (offset != 0 && !index->Find(key)) {
+        RequireRoom(key, io.stream->SeekEnd());
+    }
 }
 
 // What ends at `end` must leave room for the index, where that has to go behind it.
@@ -371,7 +379,9 @@ void Hpack::Rename(const qtString& oldKey, const qtString& newKey) {
     const std::uint32_t offset = index->Find(oldKey).value_or(0);
     // Once the record has its new key, an index with the old one would have lost the item.
     index->Prepare(newKey);
-    AddRecord(newKey, data, newKey.size() <= oldKey.size() ? offset : 0);
+    const unsigned int place = newKey.size() <= oldKey.size() ? offset : 0;
+    RequireRoomForEntry(newKey, place);
+    AddRecord(newKey, data, place);
     if (newKey != oldKey) {
         index->Erase(oldKey);
     }

@@ -199,6 +199,7 @@ private:
     VANTRY_LOCAL unsigned int BeginRecord(const qtString& key, std::uint64_t bodyLength,
                                           unsigned int offset);
     VANTRY_LOCAL void EndRecord(const qtString& key, std::uint64_t bodyLength, unsigned int at);
+    VANTRY_LOCAL void RequireRoomForEntry(const qtString& key, unsigned int offset);
     VANTRY_LOCAL void RequireRoom(const qtString& key, std::uint64_t end);
     VANTRY_LOCAL void SeekTo(unsigned int offset);
     VANTRY_LOCAL bool Holds(std::uint64_t end);
