@@ -5,6 +5,7 @@
 #include <string_view>
 
 static CpuLevel ProcessorLevel() {
+#if defined(__x86_64__) || defined(__i386__)
     __builtin_cpu_init();
     if (!__builtin_cpu_supports("sse4.1") || !__builtin_cpu_supports("ssse3") ||
         !__builtin_cpu_supports("popcnt") || !__builtin_cpu_supports("pclmul")) {
@@ -19,6 +20,9 @@ static CpuLevel ProcessorLevel() {
         return CpuLevel::Clmul256;
     }
     return CpuLevel::Clmul512;
+#else
+    return CpuLevel::Generic;
+#endif
 }
 
 static CpuLevel AllowedLevel() {

@@ -5,8 +5,14 @@
 #include "QtInclude/CpuLevel.h"
 
 static SharedRemainder Choose() {
-    constexpr SharedRemainder ways[] = {SharedRemainderTables, SharedRemainder128,
-                                        SharedRemainder256, SharedRemainder512};
+    constexpr SharedRemainder ways[] = {
+        SharedRemainderTables,
+#if defined(__x86_64__) || defined(__i386__)
+        SharedRemainder128,
+        SharedRemainder256,
+        SharedRemainder512,
+#endif
+    };
     const SharedRemainder chosen = ways[static_cast<int>(GetCpuLevel())];
     sharedRemainder.store(chosen, std::memory_order_relaxed);
     return chosen;
@@ -22,10 +28,14 @@ std::atomic<SharedRemainder> sharedRemainder{ChooseAndDivide};
 [[maybe_unused]] static const SharedRemainder chosenAtLoad = Choose();
 
 const PolyRemainder& GetPolyRemainder() {
-    static constexpr PolyRemainder ways[] = {{AnyRemainderTables, 2048},
-                                             {AnyRemainder128, 128},
-                                             {AnyRemainder256, 128},
-                                             {AnyRemainder512, 128}};
+    static constexpr PolyRemainder ways[] = {
+        {AnyRemainderTables, 2048},
+#if defined(__x86_64__) || defined(__i386__)
+        {AnyRemainder128, 128},
+        {AnyRemainder256, 128},
+        {AnyRemainder512, 128},
+#endif
+    };
     return ways[static_cast<int>(GetCpuLevel())];
 }
 
@@ -62,7 +72,10 @@ struct Tables {
 std::uint32_t BigEndianWord(const char* bytes) {
     std::uint32_t word;
     std::memcpy(&word, bytes, sizeof word);
-    return __builtin_bswap32(word);
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    word = __builtin_bswap32(word);
+#endif
+    return word;
 }
 
 std::uint32_t Divide(const Tables& tables, std::uint32_t hash, const char* bytes,

@@ -63,8 +63,9 @@ template <int N>
     if (degree == 32) {
         return hash;
     }
-    const std::uint32_t bigEndian = __builtin_bswap32(hash);
-    return StepBytes(0, reinterpret_cast<const char*>(&bigEndian), sizeof bigEndian);
+    const char bytesOfHash[] = {static_cast<char>(hash >> 24), static_cast<char>(hash >> 16),
+                                static_cast<char>(hash >> 8), static_cast<char>(hash)};
+    return StepBytes(0, bytesOfHash, sizeof bytesOfHash);
 }
 
 template <int N>

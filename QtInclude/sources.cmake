@@ -2,9 +2,6 @@ vantry_sources(
     SOURCES
         CpuLevel.cpp
         PolyRemainder.cpp
-        PolyRemainderClmul128.cpp
-        PolyRemainderClmul256.cpp
-        PolyRemainderClmul512.cpp
         Poly_Hash.cpp
         SegBuf.cpp
         qtX.cpp
@@ -13,7 +10,12 @@ vantry_sources(
         SegBuf.h
         qtX.h)
 
+if(NOT VANTRY_X86)
+    return()
+endif()
 # The library chooses among these when it is loaded.
+vantry_sources(SOURCES PolyRemainderClmul128.cpp PolyRemainderClmul256.cpp
+    PolyRemainderClmul512.cpp)
 set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/PolyRemainderClmul128.cpp
     PROPERTIES COMPILE_OPTIONS "-mpclmul;-msse4.1")
 set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/PolyRemainderClmul256.cpp

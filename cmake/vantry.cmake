@@ -20,6 +20,11 @@ function(vantry_sources)
         FILES ${arg_HEADERS})
 endfunction()
 
+string(TOLOWER "${CMAKE_SYSTEM_PROCESSOR}" VANTRY_PROCESSOR)
+if(VANTRY_PROCESSOR MATCHES "^(x86|x86_64|amd64|i[3-6]86)$")
+    set(VANTRY_X86 ON)
+endif()
+
 foreach(folder QtInclude hpack lpstring VexUnix Vantry)
     include(${folder}/sources.cmake)
 endforeach()

@@ -19,19 +19,19 @@ struct alignas(16) ByteSet {
     /// The ASCII characters that isspace() of the current locale accepts. This reads the table
     /// behind isspace(), because 128 calls would take longer than splitting a line.
     static ByteSet AsciiWhiteSpace() {
-        static_assert(_ISspace >= 0x80 && _ISspace <= 0xFFFF, "eight bits fit to its right");
+        constexpr unsigned toHighest = 0x8000 / _ISspace;  // where the class's bit is differs
         const unsigned short* const classes = *__ctype_b_loc();
-        // The bit of the lowest row moves right until the eight rows lie beside each other.
+        // Each row's bit moves right as others come in behind it, until eight lie side by side.
         std::uint16_t columns[16] = {};
         for (std::size_t row = 0; row < 8; ++row) {
             for (std::size_t low = 0; low < 16; ++low) {
-                columns[low] = static_cast<std::uint16_t>(columns[low] >> 1 |
-                                                          (classes[16 * row + low] & _ISspace));
+                const unsigned bit = (classes[16 * row + low] & _ISspace) * toHighest;
+                columns[low] = static_cast<std::uint16_t>(columns[low] >> 1 | bit);
             }
         }
         ByteSet set;
         for (std::size_t low = 0; low < 16; ++low) {
-            set.half[0][low] = static_cast<std::uint8_t>(columns[low] / (_ISspace >> 7));
+            set.half[0][low] = static_cast<std::uint8_t>(columns[low] >> 8);
         }
         return set;
     }

@@ -34,7 +34,13 @@ struct Block {
 const TokenEdges tokenEdgesGeneric = blockEdges<Block>;
 
 const TokenEdges& GetTokenEdges() {
-    static constexpr const TokenEdges* ways[] = {&tokenEdgesGeneric, &tokenEdges128, &tokenEdges256,
-                                                 &tokenEdges512};
+    static constexpr const TokenEdges* ways[] = {
+        &tokenEdgesGeneric,
+#if defined(__x86_64__) || defined(__i386__)
+        &tokenEdges128,
+        &tokenEdges256,
+        &tokenEdges512,
+#endif
+    };
     return *ways[static_cast<int>(GetCpuLevel())];
 }

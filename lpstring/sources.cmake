@@ -3,15 +3,16 @@ vantry_sources(
         LpString.cpp
         LpStringHash.cpp
         TokenEdges.cpp
-        TokenEdges128.cpp
-        TokenEdges256.cpp
-        TokenEdges512.cpp
     HEADERS
         LpString.h
         LpStringHash.h
         qtTokenize.h)
 
+if(NOT VANTRY_X86)
+    return()
+endif()
 # The library chooses among these when it is loaded.
+vantry_sources(SOURCES TokenEdges128.cpp TokenEdges256.cpp TokenEdges512.cpp)
 set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/TokenEdges128.cpp
     PROPERTIES COMPILE_OPTIONS "-msse4.1;-mpopcnt")
 set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/TokenEdges256.cpp

@@ -16,8 +16,11 @@ packages_docs=(doxygen mandoc)
 # amd64's libdb5.3-dev has the header for both.
 packages_i386=(g++-multilib libdb5.3:i386 libsodium-dev:i386 libgtest-dev:i386)
 packages_debian=(dpkg-dev lintian debootstrap)
-# Runs 32-bit programs where the kernel does not.
+# Runs 32-bit programs where the kernel does not, and those of other processors. The compilers without
+# a version in their names would have to push aside g++-multilib.
 packages_emulator=(qemu-user)
+packages_arm64=(g++-12-aarch64-linux-gnu libstdc++6:arm64 libdb5.3:arm64 libsodium-dev:arm64 libgtest-dev:arm64)
+packages_s390x=(g++-12-s390x-linux-gnu libstdc++6:s390x libdb5.3:s390x libsodium-dev:s390x libgtest-dev:s390x)
 
 # packages_missing NAME...: those that are not installed, one a line.
 packages_missing() {
@@ -76,24 +79,26 @@ packages_install() {
     return 1
 }
 
-# packages_install_i386: what builds 32-bit programs beside the native ones. A mirror may not have
-# it, so it is tried once, and the system's list of architectures is left as it was.
-packages_install_i386() {
-    local added=0
+# packages_install_foreign ARCHITECTURE PACKAGE...: what builds programs for another machine beside
+# the native ones. A mirror may not have it, so it is tried once, and the system's list of
+# architectures is left as it was.
+packages_install_foreign() {
+    local architecture=$1 added=0
+    shift
     if [[ $(dpkg --print-architecture 2>/dev/null) != amd64 ]]; then
         echo "not an amd64 Debian system" >&2
         return 1
     fi
-    if [[ -z $(packages_missing "${packages_i386[@]}") ]]; then
+    if [[ -z $(packages_missing "$@") ]]; then
         return 0
     fi
-    if ! dpkg --print-foreign-architectures | grep -qx i386; then
-        packages_as_root dpkg --add-architecture i386 || return 1
+    if ! dpkg --print-foreign-architectures | grep -qx "$architecture"; then
+        packages_as_root dpkg --add-architecture "$architecture" || return 1
         added=1
     fi
-    PACKAGES_ATTEMPTS=1 packages_install "${packages_i386[@]}" && return 0
+    PACKAGES_ATTEMPTS=1 packages_install "$@" && return 0
     if ((added)); then
-        packages_as_root dpkg --remove-architecture i386
+        packages_as_root dpkg --remove-architecture "$architecture"
         packages_apt update || true
     fi
     return 1

@@ -97,7 +97,9 @@ TEST(LpTokenize, FollowsTheLocaleOfTheThread) {
     };
     const std::size_t plain = split();
     const locale_t unicode = newlocale(LC_ALL_MASK, "C.UTF-8", nullptr);
-    ASSERT_NE(unicode, nullptr);
+    if (unicode == nullptr) {
+        GTEST_SKIP() << "the machine has no such locale";
+    }
     const locale_t before = uselocale(unicode);
     EXPECT_GT(split(), plain);
     EXPECT_EQ(Split("a\xC2\xA0z b"), (Texts{"a\xC2\xA0z", "b"}));
