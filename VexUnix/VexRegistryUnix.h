@@ -80,8 +80,9 @@ public:
 
     /// Writes every record but the passwords as one line, key, blank and value, in no particular
     /// order: "exported 12 keys". A value with line ends or NUL in it, or with white space at its
-    /// ends, and a key that is empty or has white space in it, do not come back the same by
-    /// Import().
+    /// ends, and a key that is empty or has white space or NUL in it, do not come back the same by
+    /// Import(), and may spoil others: all lines behind a NUL, an empty key, or a key that starts
+    /// with white space are lost, and what follows a line end can replace another key's value.
     /// @param file the path of a file to create or overwrite; null for the standard output
     /// @return false and "can't open file PATH" when that fails; a write error later, as of a full
     ///         disk, is not noticed

@@ -156,6 +156,7 @@ struct UnixRegistry::Opened {
 
     bool Open();
     bool IsCurrent(bool& current) const;
+    bool IsRemoved() const { return access(file.c_str(), F_OK) != 0 && errno == ENOENT; }
 };
 
 bool UnixRegistry::Opened::Open() {
@@ -358,7 +359,9 @@ bool UnixRegistry::SetKey(const qtString& key, const char* data, unsigned length
 }
 
 bool UnixRegistry::ForEach(const Visitor& visit) {
-    if (!Refresh()) {
+    // Nothing took the place of a file that was removed: what is open is the last state.
+    const bool isRemoved = opened != nullptr && opened->IsRemoved();
+    if (!isRemoved && !Refresh()) {
         return false;
     }
     errno = 0;

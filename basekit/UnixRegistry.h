@@ -72,7 +72,8 @@ public:
     using Visitor = std::function<void(const qtString& key, const char* data, unsigned length)>;
 
     /// Shows all records to `visit`, in no particular order: the state at one moment, however long
-    /// it takes and whoever writes meanwhile. What `visit` throws passes through.
+    /// it takes and whoever writes meanwhile. When the database's file was removed since Open() it
+    /// is the last state that the store saw. What `visit` throws passes through.
     /// @return true when there was no record that it did not see
     bool ForEach(const Visitor& visit);
 

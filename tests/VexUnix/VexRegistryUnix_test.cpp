@@ -179,6 +179,10 @@ TEST_F(CvexRegEditTest, ExportsAllButPasswords) {
     for (const char* line : {" v\n", "DatabaseParams \n", "atabaseParam \n"}) {
         EXPECT_NE(text.find(line), std::string::npos);
     }
+    fs::rename(database, folder / "gone");
+    Expect(editor.Export(out.c_str()), true, "exported 4 keys");
+    EXPECT_EQ(Read(out), text) << "what is open is exported though its name is gone";
+    fs::rename(folder / "gone", database);
     Expect(editor.Export("/dev/null/x"), false, "can't open file /dev/null/x");
     Expect(editor.Export("/dev/full"), true, "exported 4 keys");
 

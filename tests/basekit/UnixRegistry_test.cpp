@@ -151,6 +151,9 @@ TEST_F(UnixRegistryTest, StoresThatStayOpenSeeEachOther) {
     }
     fs::remove_all(database.parent_path());
     EXPECT_FALSE(first.GetKey("n", data, length));
+    Records last;
+    EXPECT_TRUE(ReadAll(last, first));
+    EXPECT_EQ(last, (Records{{"n", "99"}})) << "a walk shows what is still open";
     EXPECT_NE(first.Handle(), nullptr);
     EXPECT_TRUE(Set(second, "n", "anew"));
     EXPECT_TRUE(first.GetKey("n", data, length));

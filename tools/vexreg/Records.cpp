@@ -1,5 +1,6 @@
 #include "tools/vexreg/Records.h"
 
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -40,12 +41,21 @@ std::string ShowValue(const Records::value_type& record) {
     return IsPassword(record.first) ? "(password)" : QuoteKey(record.second);
 }
 
-void PrintChanges(const Records& wanted) {
-    Records stored;
-    UnixRegistry store;
-    if (store.Open(false)) {
-        stored = ReadRecords(store);
+static bool IsMissing(const std::string& file) {
+    return !file.empty() && access(file.c_str(), F_OK) != 0 && errno == ENOENT;
+}
+
+static Records ReadRegistryIfAny() {
+    if (IsMissing(UnixRegistry::DatabasePath())) {
+        return {};
     }
+    UnixRegistry store;
+    OpenExisting(store);
+    return ReadRecords(store);
+}
+
+void PrintChanges(const Records& wanted) {
+    const Records stored = ReadRegistryIfAny();
     for (const auto& record : wanted) {
         const auto former = stored.find(record.first);
         const char* const change = former == stored.end()            ? "add"
@@ -99,6 +109,19 @@ void PrintTo(const std::string& file, const std::function<void()>& print, unsign
         PrintWhole(print, file);
     }
     target.Commit();
+}
+
+std::string PrintedBy(const std::function<void()>& print) {
+    const std::string shown = "text in memory";
+    const FileDescriptor memory(memfd_create("printed", MFD_CLOEXEC));
+    if (!memory) {
+        throw SystemFailure("cannot create", shown, errno);
+    }
+    {
+        const Redirection redirection(memory.Get());
+        PrintWhole(print, shown);
+    }
+    return ReadWhole("/proc/self/fd/" + std::to_string(memory.Get()));
 }
 
 std::string ReadWhole(const std::string& file) {

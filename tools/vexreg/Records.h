@@ -30,5 +30,8 @@ void PrintChanges(const Records& wanted);
 /// @throws ToolFailure when not all of it could be written
 void PrintTo(const std::string& file, const std::function<void()>& print, unsigned mode = 0666);
 
+/// What `print` writes on standard output. @throws ToolFailure when there is no room for it
+std::string PrintedBy(const std::function<void()>& print);
+
 /// The whole content of a file; "-" is the standard input. @throws ToolFailure
 std::string ReadWhole(const std::string& file);

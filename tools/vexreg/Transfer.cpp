@@ -54,21 +54,38 @@ private:
 
 }  // namespace
 
-static constexpr std::string_view whiteSpace = " \t\n\v\f\r";
-
-static bool ReadsBackTheSame(std::string_view key, std::string_view value) {
-    using namespace std::string_view_literals;
-    constexpr auto npos = std::string_view::npos;
-    const auto isWhite = [](char byte) { return whiteSpace.find(byte) != npos; };
-    return !key.empty() && key.find_first_of(" \t\n\v\f\r\0"sv) == npos &&
-           value.find_first_of("\n\r\0"sv) == npos &&
-           (value.empty() || (!isWhite(value.front()) && !isWhite(value.back())));
+static void PrintText(const std::string& text) {
+    std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
-static void WarnOfLosses(const Records& records) {
+// What import makes of an exported text. It may well stop early, which is no failure here.
+static Records ReadBack(const std::string& text) {
+    const ScratchRegistry scratch;
+    CvexRegEdit editor;
+    const std::string file = UnixRegistry::DatabasePath() + ".txt";
+    PrintTo(file, [&] { PrintText(text); });
+    editor.Import(file.c_str());
+    if (!UnixRegistry::LastError().empty()) {
+        throw ToolFailure(editor.m_strMessage + " (" + UnixRegistry::LastError() + ")");
+    }
+    UnixRegistry store;
+    OpenExisting(store);
+    return ReadRecords(store);
+}
+
+// One line can spoil the others: NUL ends the text for import, and the rest of a value behind a
+// line end may be the line of another key. So import itself is asked.
+static void WarnOfLosses(const Records& records, const std::string& text) {
+    Records readBack;
+    try {
+        readBack = ReadBack(text);
+    } catch (const ToolFailure& error) {
+        throw ToolFailure(std::string("cannot tell what will read back the same: ") + error.what());
+    }
     std::size_t count = 0;
     for (const auto& [key, value] : records) {
-        if (!IsPassword(key) && !ReadsBackTheSame(key, value)) {
+        const auto found = readBack.find(key);
+        if (!IsPassword(key) && (found == readBack.end() || found->second != value)) {
             PrintError("will not read back the same: " + QuoteKey(key));
             ++count;
         }
@@ -87,12 +104,13 @@ static void Export(const ExportOptions& options) {
     const Records records = ReadRecords(store);
     CvexRegEdit editor;
     bool done = false;
-    PrintTo(options.file, [&] { done = editor.Export(nullptr); });
+    const std::string text = PrintedBy([&] { done = editor.Export(nullptr); });
     if (!done) {
         throw ToolFailure(editor.m_strMessage + " (" + UnixRegistry::LastError() + ")");
     }
+    PrintTo(options.file, [&] { PrintText(text); });
     PrintError(editor.m_strMessage);
-    WarnOfLosses(records);
+    WarnOfLosses(records, text);
 }
 
 // Why a file can not be imported at all; empty when it can.
@@ -157,9 +175,9 @@ void AddTransferCommands(CLI::App& app) {
     const auto exporting = std::make_shared<ExportOptions>();
     CLI::App& exportCommand = AddCommand(
         app, "export", "Write all records but passwords as lines of text",
-        "A line is a key, a blank and a value. What import would read back otherwise is\n"
-        "named on standard error: line ends, NUL, white space at the ends of a value or\n"
-        "in a key. \"vexreg dump\" keeps everything.\n"
+        "A line is a key, a blank and a value. What import would lose or change is named\n"
+        "on standard error: for line ends, NUL, white space at the ends of a value or in a\n"
+        "key, which may spoil other lines too. \"vexreg dump\" keeps everything.\n"
         "\n"
         "Examples:\n"
         "  vexreg export registry.txt\n"
