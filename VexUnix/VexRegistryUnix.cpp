@@ -125,16 +125,28 @@ bool CvexRegEdit::Get(const char* key) {
     return Answer(true, qtString("key: ") + key + "   Value: " + std::string(data, length));
 }
 
+namespace {
+
+// Wiped whichever way it goes, std::bad_alloc included.
+struct PlainPassword {
+    explicit PlainPassword(const char* password) : text(password) {}
+    ~PlainPassword() { qtEncryptor::Wipe(text); }
+    PlainPassword(const PlainPassword&) = delete;
+    PlainPassword& operator=(const PlainPassword&) = delete;
+
+    qtString text;
+};
+
+}  // namespace
+
 static bool EncryptPassword(const char* password, qtString& encrypted) {
-    qtString plain(password);
-    bool done = true;
+    const PlainPassword plain(password);
     try {
-        encrypted = qtEncryptor().Encrypt(plain);
+        encrypted = qtEncryptor().Encrypt(plain.text);
+        return true;
     } catch (const qtxAll&) {
-        done = false;
+        return false;
     }
-    qtEncryptor::Wipe(plain);
-    return done;
 }
 
 bool CvexRegEdit::SetPassword(const char* password, const char* keshName) {

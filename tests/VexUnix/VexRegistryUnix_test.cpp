@@ -1,15 +1,18 @@
 #include "VexUnix/VexRegistryUnix.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <functional>
+#include <new>
 #include <vector>
 
 #include "TemporaryRegistry.h"
 #include "basekit/Trace.h"
 #include "basekit/qtEncryptor.h"
+#include "tests/support/Allocations.h"
 
 namespace {
 
@@ -162,6 +165,29 @@ TEST_F(CvexRegEditTest, PasswordsAreStoredEncrypted) {
     Write(fs::path(database).replace_extension(".key"), "no key");
     Expect(editor.SetPassword("other", "k"), false, "Cannot set password");
     EXPECT_EQ(editor.m_strMessage.find("other"), std::string::npos);
+}
+
+TEST_F(CvexRegEditTest, NoPasswordIsLeftWhereMemoryEnds) {
+    static const std::string password(100, '#');
+    static int leaks;
+    leaks = 0;
+    bool stored = false;
+    for (long allocations = 0; !stored && allocations < 1000; ++allocations) {
+        Allocations::onDelete = [](const void* block) {
+            const bool fits = malloc_usable_size(const_cast<void*>(block)) >= password.size();
+            leaks += fits && std::memcmp(block, password.data(), password.size()) == 0;
+        };
+        Allocations::untilFailure = allocations;
+        try {
+            stored = editor.SetPassword(password.c_str(), nullptr);
+        } catch (const std::bad_alloc&) {
+        }
+        stored = stored && Allocations::untilFailure >= 0;
+        Allocations::untilFailure = -1;
+        Allocations::onDelete = nullptr;
+    }
+    EXPECT_EQ(leaks, 0);
+    EXPECT_EQ(qtEncryptor().Decrypt(ReadAll()["LogonDatabaseParam"]), password);
 }
 
 TEST_F(CvexRegEditTest, ExportsAllButPasswords) {

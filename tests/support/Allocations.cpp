@@ -5,6 +5,7 @@
 
 std::atomic<std::size_t> Allocations::largest{0};
 std::atomic<long> Allocations::untilFailure{-1};
+void (*Allocations::onDelete)(const void*) = nullptr;
 
 void* operator new(std::size_t size) {
     if (size > Allocations::largest) {
@@ -23,9 +24,12 @@ void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
 }
 
 void operator delete(void* block) noexcept {
+    if (Allocations::onDelete != nullptr && block != nullptr) {
+        Allocations::onDelete(block);
+    }
     std::free(block);
 }
 
 void operator delete(void* block, std::size_t /*size*/) noexcept {
-    std::free(block);
+    operator delete(block);
 }

@@ -77,23 +77,26 @@ TEST_F(VexregTest, ShowsAndChangesValues) {
 }
 
 TEST_F(VexregTest, PasswordsAreReadAndNeverShown) {
+    const fs::path key = fs::path(database).replace_extension(".key");
+    Fails("echo geheim | vexreg password --kesh k",
+          "Logon/Keshs/k/DatabaseParam: Kesh k does not exist. Can not set password (" +
+              database.string() + ")");
+    EXPECT_FALSE(fs::exists(key)) << "nothing was encrypted";
     Done("printf 'secret\\r\\nmore' | vexreg password", "Password set\n");
     EXPECT_EQ(qtEncryptor().Decrypt(ReadAll()["LogonDatabaseParam"]), "secret");
     Fails("vexreg password </dev/null", "no password given; nothing was stored");
     Fails("printf 'a\\0b' | vexreg password", "a password can not have a NUL in it");
     Fails("yes | tr -d '\\n' | vexreg password", "a password can not have more than 1023 bytes");
-    Fails("echo geheim | vexreg password --kesh k",
-          "Kesh k does not exist. Can not set password (" + database.string() + ")");
     Done("vexreg set Logon/Keshs/k/DbUserName scott", "Value set\n");
     Done("echo geheim | vexreg password --kesh k", "Password set\n");
     EXPECT_EQ(qtEncryptor().Decrypt(ReadAll()["Logon/Keshs/k/DatabaseParam"]), "geheim");
     Done("vexreg list -l LogonD", "LogonDatabaseParam\t(password)\n");
     Run("vexreg dump file", 0, "", "passwords left out: 2");
     EXPECT_EQ(Read("file"), "# vexreg dump 1\nLogon/Keshs/k/DbUserName\tscott\n# end\n");
-    const fs::path key = fs::path(database).replace_extension(".key");
     Write(key, "short");
     Fails("echo x | vexreg password",
-          "Cannot set password (Cannot use key file " + key.string() + ": Bad message)");
+          "LogonDatabaseParam: Cannot set password (Cannot use key file " + key.string() +
+              ": Bad message)");
 }
 
 TEST_F(VexregTest, ExportsAndImports) {

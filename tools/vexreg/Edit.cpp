@@ -95,23 +95,27 @@ static void Set(const SetOptions& options) {
     PrintLine(editor.m_strMessage);
 }
 
-// Why a password was not stored, when it was not for the registry.
-static std::string EncryptionFailure() {
+// Why the editor did not store a password. To ask for the encryption's reason makes a key file when
+// there is none, so nobody asks while anything else may be the reason.
+static std::string PasswordCause(const CvexRegEdit& editor) {
+    if (!UnixRegistry::LastError().empty() || editor.m_strMessage != "Cannot set password") {
+        return Cause();
+    }
     try {
         qtEncryptor().Encrypt("");
     } catch (const qtxAll& error) {
         return error.SpecificString();
     }
-    return UnixRegistry::DatabasePath();
+    return Cause();
 }
 
 static void SetPassword(const PasswordOptions& options) {
     const PasswordInput password;
     CvexRegEdit editor;
     if (!editor.SetPassword(password.Text(), options.kesh.c_str())) {
-        const bool ofRegistry = !UnixRegistry::LastError().empty();
-        throw ToolFailure(editor.m_strMessage + " (" +
-                          (ofRegistry ? Cause() : EncryptionFailure()) + ")");
+        const std::string section = options.kesh.empty() ? "" : "/Keshs/" + options.kesh + "/";
+        throw ToolFailure(Failure("Logon" + section + "DatabaseParam", editor.m_strMessage,
+                                  PasswordCause(editor)));
     }
     PrintLine(editor.m_strMessage);
 }
