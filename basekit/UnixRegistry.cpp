@@ -207,6 +207,21 @@ static int CopyBytes(const File& from, const File& to) {
     return 0;
 }
 
+// The file that a name leads to, which need not exist.
+static std::filesystem::path LinkTarget(std::filesystem::path path, std::error_code& error) {
+    static constexpr int mostLinks = 40;  // as the kernel follows
+    for (int links = 0; links < mostLinks; ++links) {
+        std::error_code isNoLink;
+        const std::filesystem::path next = std::filesystem::read_symlink(path, isNoLink);
+        if (isNoLink) {
+            return std::filesystem::weakly_canonical(path, error);
+        }
+        path = path.parent_path() / next;
+    }
+    error = std::make_error_code(std::errc::too_many_symbolic_link_levels);
+    return {};
+}
+
 // A copy of the database, in memory, that takes the database's place when it is committed. Berkeley
 // DB never writes to the disk by itself: it would sync more often and tell less of what failed.
 class UnixRegistry::Change {
@@ -231,12 +246,12 @@ private:
 bool UnixRegistry::Change::Begin(const std::string& file) {
     // Where the name is a link, the file that it points to is replaced, and locked.
     std::error_code unresolved;
-    target = std::filesystem::weakly_canonical(file, unresolved).string();
+    target = LinkTarget(file, unresolved).string();
     if (unresolved) {
         return Fail(file, unresolved.value());
     }
     if (const int error = lock.Take(target)) {
-        return Fail(target + ".lock", error);
+        return Fail(target + ".lock", registryFiles::Lock::Message(error));
     }
     memory = File(memfd_create("registry", MFD_CLOEXEC));
     if (!memory) {

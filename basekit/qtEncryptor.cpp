@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cerrno>
-#include <system_error>
 
 #include "basekit/registryFiles.h"
 
@@ -58,7 +57,7 @@ Key::Key(bool makeMissing) {
         error = Make(path, file);
     }
     if (error != 0) {
-        Throw("Cannot use key file " + file + ": " + std::generic_category().message(error));
+        Throw("Cannot use key file " + file + ": " + registryFiles::Lock::Message(error));
     }
 }
 

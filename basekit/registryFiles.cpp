@@ -84,10 +84,12 @@ static bool SameFile(int descriptor, const std::string& path) {
            open.st_dev == named.st_dev && open.st_ino == named.st_ino;
 }
 
+static constexpr std::chrono::seconds longestWait(30);
+
 // Waits a bounded time, so that a writer that was stopped halfway does not stop everybody else.
 static int WaitForLock(int descriptor) {
     using namespace std::chrono_literals;
-    const auto end = std::chrono::steady_clock::now() + 30s;
+    const auto end = std::chrono::steady_clock::now() + longestWait;
     auto pause = 50us;
     while (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK && errno != EINTR) {
@@ -124,6 +126,12 @@ int Lock::Take(const std::string& path) {
             return 0;
         }
     }
+}
+
+std::string Lock::Message(int error) {
+    return error == ETIMEDOUT ? "another writer has held the lock for " +
+                                    std::to_string(longestWait.count()) + " seconds"
+                              : std::generic_category().message(error);
 }
 
 Lock::~Lock() {

@@ -42,6 +42,9 @@ public:
     /// @return 0 or the system's error number: ETIMEDOUT when another writer did not let go
     int Take(const std::string& path);
 
+    /// What Take() answered, in words.
+    static std::string Message(int error);
+
 private:
     File file;
 };

@@ -114,6 +114,20 @@ TEST_F(UnixRegistryTest, CreatesWhatIsMissingForTheUserAlone) {
     EXPECT_TRUE(fs::is_symlink(database));
     EXPECT_EQ(fs::status(folder / "real").permissions(), fs::perms(0640));
     EXPECT_EQ(ReadAll(), (Records{{"a", "b"}}));
+
+    // A link that leads to nothing yet, by way of another, and one that leads in a circle.
+    fs::remove(folder / "real");
+    fs::create_symlink("../new folder/new", folder / "store/other");
+    fs::remove(database);
+    fs::create_symlink("other", database);
+    ASSERT_TRUE(Set("a", "c"));
+    EXPECT_TRUE(fs::is_symlink(database) && fs::is_regular_file(folder / "new folder/new"));
+    EXPECT_EQ(ReadAll(), (Records{{"a", "c"}}));
+    fs::remove(folder / "store/other");
+    fs::create_symlink(database, folder / "store/other");
+    EXPECT_FALSE(Set("a", "d"));
+    EXPECT_EQ(std::string(UnixRegistry::LastError()),
+              database.string() + ": Too many levels of symbolic links");
 }
 
 TEST_F(UnixRegistryTest, IsFoundByTheEnvironment) {

@@ -23,8 +23,7 @@ static void EndTool(int signal) {
     _exit(exitFailed);
 }
 
-// @param seconds processor time until a loop counts as endless; 0: any
-static void Guard(unsigned seconds) {
+void GuardAgainstDamage(unsigned seconds) {
     const std::string start = "vexreg: " + PrintableText(UnixRegistry::DatabasePath()) + ": ";
     s_timeMessage = start + "no answer within " + std::to_string(seconds) +
                     " s of processor time: the database is damaged\n";
@@ -55,5 +54,5 @@ void AddDamageGuard(CLI::App& app) {
                    "Seconds of processor time until a database counts as damaged; 0: no limit")
         ->capture_default_str()
         ->type_name("");
-    app.parse_complete_callback([seconds] { Guard(*seconds); });
+    app.parse_complete_callback([seconds] { GuardAgainstDamage(*seconds); });
 }

@@ -5,6 +5,8 @@
 #include "tools/vexreg/Records.h"
 
 static std::vector<std::string> ShownKeys(const std::vector<std::string>& /*words*/) {
+    // The user waits at the command line.
+    GuardAgainstDamage(2);
     UnixRegistry store;
     OpenExisting(store);
     std::vector<std::string> shown;
