@@ -3,7 +3,8 @@
     python3 bench/results.py condense OUT.json RUN.json...   the medians of some runs, in one file
     python3 bench/results.py tables RESULTS.json             for people
 
-Names are SET/WORK/CONTENDER; what Google Benchmark appends is left off. A condensed file holds
+A name is set, work and contender with slashes between; what Google Benchmark appends is left off. A
+condensed file holds
 {set: {work: {contender: {"ns": time, "bytes": a second, if any, ...counters}}}}.
 """
 
