@@ -147,9 +147,9 @@ TEST_F(VexregTest, ExportNamesWhatImportLoses) {
             ASSERT_TRUE(Set("k" + std::to_string(i), "v"));
         }
         const Records before = ReadAll();
-        std::system(VEXREG " export file 2>named");
+        EXPECT_EQ(std::system(VEXREG " export file 2>named"), 0);
         fs::remove(database);
-        std::system(VEXREG " import file >out 2>&1");
+        EXPECT_TRUE(WIFEXITED(std::system(VEXREG " import file >out 2>&1")));
         const Records after = ReadAll();
         const std::string named = Read("named");
         for (const auto& [key, value] : before) {
