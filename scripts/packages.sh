@@ -16,11 +16,14 @@ packages_docs=(doxygen mandoc)
 # amd64's libdb5.3-dev has the header for both.
 packages_i386=(g++-multilib libdb5.3:i386 libsodium-dev:i386 libgtest-dev:i386)
 packages_debian=(dpkg-dev lintian debootstrap)
-# Runs 32-bit programs where the kernel does not, and those of other processors. The compilers without
-# a version in their names would have to push aside g++-multilib.
+# Runs 32-bit programs where the kernel does not, and those of other processors. The compilers for
+# those and g++-multilib can not be installed together: each pushes the other aside, and scripts/test
+# takes back what it needs.
 packages_emulator=(qemu-user)
-packages_arm64=(g++-12-aarch64-linux-gnu libstdc++6:arm64 libdb5.3:arm64 libsodium-dev:arm64 libgtest-dev:arm64)
-packages_s390x=(g++-12-s390x-linux-gnu libstdc++6:s390x libdb5.3:s390x libsodium-dev:s390x libgtest-dev:s390x)
+packages_arm64=(g++-12-aarch64-linux-gnu libstdc++6:arm64 libdb5.3:arm64 libsodium-dev:arm64
+    libgtest-dev:arm64)
+packages_s390x=(g++-12-s390x-linux-gnu libstdc++6:s390x libdb5.3:s390x libsodium-dev:s390x
+    libgtest-dev:s390x)
 
 # packages_missing NAME...: those that are not installed, one a line.
 packages_missing() {
