@@ -74,8 +74,9 @@ public:
     /// @param keshName null or empty for the logon that is not of a kesh; otherwise a kesh that has
     ///        a user name: where it has none, false and "Kesh NAME does not exist. Can not set
     ///        password"
-    /// @return true and "Password set", or false and "Cannot set password": the former password
-    ///         stays. The plain password is wiped from the memory that the call itself used.
+    /// @return true and "Password set", or false and "Cannot set password", and the cause in
+    ///         UnixRegistry::LastError(): the former password stays. The plain password is wiped
+    ///         from the memory that the call itself used.
     bool SetPassword(const char* password, const char* keshName);
 
     /// Writes every record but the passwords as one line, key, blank and value, in no particular

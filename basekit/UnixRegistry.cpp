@@ -21,22 +21,17 @@
 
 using registryFiles::File;
 
-static qtString& ErrorText() {
-    thread_local qtString text;
-    return text;
-}
-
 const qtString& UnixRegistry::LastError() {
-    return ErrorText();
+    return registryFiles::LastError();
 }
 
 static bool Missing() {
-    ErrorText().clear();
+    registryFiles::LastError().clear();
     return false;
 }
 
 static bool Fail(const std::string& file, const std::string& cause) {
-    ErrorText() = file + ": " + cause;
+    registryFiles::LastError() = file + ": " + cause;
     return false;
 }
 
@@ -356,8 +351,11 @@ static bool Fetch(DBM* handle, const qtString& key, datum& value) {
 }
 
 bool UnixRegistry::GetKey(const qtString& key, const char*& data, unsigned& length) {
-    if (!Refresh() || key.size() > INT_MAX) {
+    if (!Refresh()) {
         return false;
+    }
+    if (key.size() > INT_MAX) {
+        return Missing();
     }
     datum value;
     if (!Fetch(handle, key, value)) {
@@ -437,7 +435,10 @@ bool UnixRegistry::Update::Set(const qtString& key, const char* data, std::size_
 }
 
 bool UnixRegistry::Update::Remove(const qtString& key) {
-    return key.size() <= INT_MAX && Begin() && Apply(change->Delete(Bytes(key.data(), key.size())));
+    if (key.size() > INT_MAX) {
+        return Missing();
+    }
+    return Begin() && Apply(change->Delete(Bytes(key.data(), key.size())));
 }
 
 bool UnixRegistry::Update::Commit() {

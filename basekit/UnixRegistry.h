@@ -83,9 +83,9 @@ public:
     /// The path of the database, whether it exists or not; empty when the environment names none.
     static qtString DatabasePath();
 
-    /// What made the last failed operation of the calling thread fail, of any store: the file and
-    /// the cause in words, fit for the end of a message. Empty before, and again when a key was not
-    /// there: that is no failure.
+    /// What made the last failed operation of the calling thread fail, of any store or qtEncryptor:
+    /// the file and the cause in words, fit for the end of a message. Empty before, and again when
+    /// a key was not there: that is no failure.
     static const qtString& LastError();
 
     class Update;

@@ -20,6 +20,7 @@ const char* qtxEncryptor::BaseString() const {
 }
 
 [[noreturn]] static void Throw(const std::string& text) {
+    registryFiles::LastError() = text;
     qtxEncryptor error(11, text.c_str(), 1);
     error.SetFileInfo(QT_FILE_INFO);
     throw error;

@@ -5,7 +5,7 @@
 #include "basekit/qtxAll.h"
 
 /// Encryption or decryption failed: the text says why and names the key file where that is at
-/// fault. Code 11, level 1.
+/// fault. Code 11, level 1. UnixRegistry::LastError() keeps the text.
 class VANTRY_EXPORT qtxEncryptor : public qtxAll {
 public:
     using qtxAll::qtxAll;

@@ -39,6 +39,11 @@ std::string Path() {
     return path.front() == '/' ? path : std::filesystem::absolute(path, error).string();
 }
 
+qtString& LastError() {
+    thread_local qtString text;
+    return text;
+}
+
 File::~File() {
     if (descriptor >= 0) {
         close(descriptor);

@@ -3,13 +3,18 @@
 #include <string>
 #include <utility>
 
-/// What the registry's database and the key file beside it share: where they lie, the lock that
-/// their writers take, and the steps that replace a file so that it is either the old or the new
-/// one, whole, whenever the process or the machine stops.
+#include "basekit/qtString.h"
+
+/// What the registry's database and the key file beside it share: where they lie, what went wrong
+/// with them last, the lock that their writers take, and the steps that replace a file so that it
+/// is either the old or the new one, whole, whenever the process or the machine stops.
 namespace registryFiles {
 
 /// The registry's path without a suffix, absolute; empty when the environment names no place.
 std::string Path();
+
+/// What UnixRegistry::LastError() shows to the calling thread.
+qtString& LastError();
 
 /// An open file that closes itself.
 class File {

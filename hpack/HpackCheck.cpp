@@ -5,16 +5,12 @@
 #include <utility>
 
 #include "hpack/HpackFormat.h"
+#include "hpack/KindText.h"
 #include "hpack/RawPackage.h"
 
 using namespace HpackFormat;
 
 namespace {
-
-struct KindText {
-    const char* name;
-    const char* text;
-};
 
 // In the order of HpackFault::Kind.
 constexpr KindText kindTexts[] = {

@@ -11,16 +11,12 @@
 
 #include "hpack/Hpack.h"
 #include "hpack/HpackFormat.h"
+#include "hpack/KindText.h"
 #include "hpack/RawPackage.h"
 
 using namespace HpackFormat;
 
 namespace {
-
-struct KindText {
-    const char* name;
-    const char* text;
-};
 
 // In the order of HpackRecoverNote::Kind.
 constexpr KindText kindTexts[] = {

@@ -71,7 +71,8 @@ void SetPassword(qtString password, const qtString& kesh) {
     const bool stored = editor.SetPassword(password.c_str(), kesh.c_str());
     qtEncryptor::Wipe(password);
     if (!stored) {
-        throw RegistryFailure(editor.m_strMessage);
+        const qtString& cause = UnixRegistry::LastError();
+        throw RegistryFailure(editor.m_strMessage + (cause.empty() ? "" : ": " + cause));
     }
 }
 

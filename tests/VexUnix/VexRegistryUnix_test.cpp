@@ -165,6 +165,7 @@ TEST_F(CvexRegEditTest, PasswordsAreStoredEncrypted) {
     Write(fs::path(database).replace_extension(".key"), "no key");
     Expect(editor.SetPassword("other", "k"), false, "Cannot set password");
     EXPECT_EQ(editor.m_strMessage.find("other"), std::string::npos);
+    EXPECT_EQ(UnixRegistry::LastError().find("Cannot use key file "), 0U);
 }
 
 TEST_F(CvexRegEditTest, NoPasswordIsLeftWhereMemoryEnds) {

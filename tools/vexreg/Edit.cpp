@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "VexUnix/VexRegistryUnix.h"
-#include "basekit/qtEncryptor.h"
 #include "tools/common/Failures.h"
 #include "tools/common/KeyText.h"
 #include "tools/vexreg/Commands.h"
@@ -95,27 +94,13 @@ static void Set(const SetOptions& options) {
     PrintLine(editor.m_strMessage);
 }
 
-// Why the editor did not store a password. To ask for the encryption's reason makes a key file when
-// there is none, so nobody asks while anything else may be the reason.
-static std::string PasswordCause(const CvexRegEdit& editor) {
-    if (!UnixRegistry::LastError().empty() || editor.m_strMessage != "Cannot set password") {
-        return Cause();
-    }
-    try {
-        qtEncryptor().Encrypt("");
-    } catch (const qtxAll& error) {
-        return error.SpecificString();
-    }
-    return Cause();
-}
-
 static void SetPassword(const PasswordOptions& options) {
     const PasswordInput password;
     CvexRegEdit editor;
     if (!editor.SetPassword(password.Text(), options.kesh.c_str())) {
         const std::string section = options.kesh.empty() ? "" : "/Keshs/" + options.kesh + "/";
-        throw ToolFailure(Failure("Logon" + section + "DatabaseParam", editor.m_strMessage,
-                                  PasswordCause(editor)));
+        throw ToolFailure(
+            Failure("Logon" + section + "DatabaseParam", editor.m_strMessage, Cause()));
     }
     PrintLine(editor.m_strMessage);
 }
