@@ -9,8 +9,8 @@
 /// A file that is built beside its target and takes the target's name when it is whole:
 ///
 ///     NewFile file("a.txt", NewFile::Existing::replace);
-///     ...                                  // write to file.Descriptor(), or by name to
-///     file.Path() file.Commit();
+///     ...                                 // write to file.Descriptor(), or to file.Path()
+///     file.Commit();
 ///
 /// Without Commit() the new file is removed and the target is what it was. A target that is a link
 /// stays one: the file that it leads to is replaced. A new version keeps the mode of what it

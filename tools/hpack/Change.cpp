@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <memory>
 #include <vector>
 
 #include "tools/common/KeyText.h"
@@ -67,8 +66,7 @@ static void Move(const MoveOptions& options) {
 }
 
 void AddChangeCommands(CLI::App& app) {
-    const auto remove = std::make_shared<RemoveOptions>();
-    CLI::App& removeCommand = AddCommand(
+    const auto [removeCommand, remove] = AddPackageCommand(
         app, "rm", "Take items out of a package",
         "All of them or, when one is not there, none. Their bytes become dead space. A KEY may\n"
         "be a pattern, as for list, unless there is an item with just that key.\n"
@@ -76,20 +74,19 @@ void AddChangeCommands(CLI::App& app) {
         "Examples:\n"
         "  hpack rm include.hpk stdio.h sys/types.h\n"
         "  hpack rm include.hpk 'sys/*'",
-        &Remove, remove);
+        &Remove);
     removeCommand.alias("delete");
-    remove->words.AddTo(removeCommand, "KEY", "The items");
-    removeCommand.add_flag("-f,--force", remove->force, "Do not mind items that are not there");
-    remove->AddQuiet(removeCommand);
+    remove.words.AddTo(removeCommand, "KEY", "The items");
+    removeCommand.add_flag("-f,--force", remove.force, "Do not mind items that are not there");
+    remove.AddQuiet(removeCommand);
 
-    const auto move = std::make_shared<MoveOptions>();
-    CLI::App& moveCommand = AddCommand(app, "mv", "Move an item to another key",
-                                       "Examples:\n"
-                                       "  hpack mv letters.hpk alpha a\n"
-                                       "  hpack mv letters.hpk --number 7 seven",
-                                       &Move, move);
+    const auto [moveCommand, move] = AddPackageCommand(app, "mv", "Move an item to another key",
+                                                       "Examples:\n"
+                                                       "  hpack mv letters.hpk alpha a\n"
+                                                       "  hpack mv letters.hpk --number 7 seven",
+                                                       &Move);
     moveCommand.alias("rename");
-    move->words.AddTo(moveCommand, "KEY", "OLD NEW; a --number is OLD, and a second one is NEW");
-    moveCommand.add_flag("-f,--force", move->force, "Replace an item that has the new key");
-    move->AddQuiet(moveCommand);
+    move.words.AddTo(moveCommand, "KEY", "OLD NEW; a --number is OLD, and a second one is NEW");
+    moveCommand.add_flag("-f,--force", move.force, "Replace an item that has the new key");
+    move.AddQuiet(moveCommand);
 }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
-#include <functional>
 #include <string>
+
+#include "tools/common/Command.h"
 
 // Each function adds a group of commands; the file is named after the group.
 
@@ -20,21 +20,17 @@ struct PackageOptions {
     std::string package;
     bool quiet = false;
 
-    void AddPackage(CLI::App& command) {
-        command.add_option("PKG", package, "The package file")->required()->type_name("");
-    }
+    void AddPackage(CLI::App& command) { AddWord(command, "PKG", package, "The package file"); }
     void AddQuiet(CLI::App& command) {
         command.add_flag("-q,--quiet", quiet, "No progress bar, no remarks");
     }
 };
 
-/// Adds a command whose options are an `Options` and which `run` does with them.
+/// Adds a command on a package.
 template <class Options>
-CLI::App& AddCommand(CLI::App& app, const char* name, const char* description, const char* examples,
-                     void (*run)(const Options&), const std::shared_ptr<Options>& options) {
-    CLI::App& command = *app.add_subcommand(name, description);
-    command.footer(examples);
-    options->AddPackage(command);
-    command.callback([run, options] { run(*options); });
+Command<Options> AddPackageCommand(CLI::App& app, const char* name, const char* description,
+                                   const char* footer, void (*run)(const Options&)) {
+    const Command<Options> command = AddCommand(app, name, description, footer, run);
+    command.options.AddPackage(command.app);
     return command;
 }

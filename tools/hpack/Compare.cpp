@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cstdio>
-#include <memory>
 
 #include "tools/common/KeyText.h"
 #include "tools/common/Terminal.h"
@@ -96,8 +95,7 @@ static void Diff(const DiffOptions& options) {
 }
 
 void AddCompareCommands(CLI::App& app) {
-    const auto diff = std::make_shared<DiffOptions>();
-    CLI::App& diffCommand = AddCommand(
+    const auto [diffCommand, diff] = AddPackageCommand(
         app, "diff", "Show how the items of two packages differ",
         "A line for each: - only in PKG, + only in OTHER, ~ another body. Where the items\n"
         "lie, and the identity of the packages, do not matter.\n"
@@ -105,11 +103,9 @@ void AddCompareCommands(CLI::App& app) {
         "\n"
         "Example:\n"
         "  hpack diff old.hpk new.hpk",
-        &Diff, diff);
+        &Diff);
     diffCommand.alias("cmp");
-    diffCommand.add_option("OTHER", diff->other, "The package to compare it with")
-        ->required()
-        ->type_name("");
-    diffCommand.add_flag("-q,--quiet", diff->quiet, "Show nothing: the exit status tells");
-    diff->colors.AddTo(diffCommand);
+    AddWord(diffCommand, "OTHER", diff.other, "The package to compare it with");
+    diffCommand.add_flag("-q,--quiet", diff.quiet, "Show nothing: the exit status tells");
+    diff.colors.AddTo(diffCommand);
 }

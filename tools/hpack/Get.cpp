@@ -1,6 +1,5 @@
 #include <sys/stat.h>
 
-#include <memory>
 #include <optional>
 
 #include "tools/common/KeyText.h"
@@ -121,44 +120,42 @@ static void Extract(const ExtractOptions& options) {
 }
 
 void AddGetCommands(CLI::App& app) {
-    const auto get = std::make_shared<GetOptions>();
-    CLI::App& getCommand = AddCommand(app, "get", "Write the bodies of items to standard output",
-                                      "They come one behind the other, as given. A KEY may be a\n"
-                                      "pattern, as for list, unless there is an item with just\n"
-                                      "that key.\n"
-                                      "\n"
-                                      "Examples:\n"
-                                      "  hpack get include.hpk sys/types.h | less\n"
-                                      "  hpack get include.hpk sys/types.h -o types.h\n"
-                                      "  hpack cat log.hpk today --offset 4096 --length 512",
-                                      &Get, get);
+    const auto [getCommand, get] =
+        AddPackageCommand(app, "get", "Write the bodies of items to standard output",
+                          "They come one behind the other, as given. A KEY may be a\n"
+                          "pattern, as for list, unless there is an item with just\n"
+                          "that key.\n"
+                          "\n"
+                          "Examples:\n"
+                          "  hpack get include.hpk sys/types.h | less\n"
+                          "  hpack get include.hpk sys/types.h -o types.h\n"
+                          "  hpack cat log.hpk today --offset 4096 --length 512",
+                          &Get);
     getCommand.alias("cat");
-    get->words.AddTo(getCommand, "KEY", "The items");
-    getCommand.add_option("--offset", get->part.offset, "Leave out that many bytes of each body")
+    get.words.AddTo(getCommand, "KEY", "The items");
+    getCommand.add_option("--offset", get.part.offset, "Leave out that many bytes of each body")
         ->type_name("N");
-    getCommand.add_option("--length", get->part.length, "Write at most that many bytes of each")
+    getCommand.add_option("--length", get.part.length, "Write at most that many bytes of each")
         ->default_str("")
         ->type_name("N");
-    getCommand.add_option("-o,--output", get->output, "Write to this file, or over it")
+    getCommand.add_option("-o,--output", get.output, "Write to this file, or over it")
         ->type_name("FILE");
-    get->AddQuiet(getCommand);
+    get.AddQuiet(getCommand);
 
-    const auto extract = std::make_shared<ExtractOptions>();
-    CLI::App& extractCommand = AddCommand(
+    const auto [extractCommand, extract] = AddPackageCommand(
         app, "extract", "Write items to files below a folder",
-        "Keys are paths below the folder. Those that would lead out of it, by themselves or over "
-        "a\n"
-        "link, are refused by name; the rest is extracted. Existing files are replaced.\n"
+        "Keys are paths below the folder. Those that would lead out of it, by themselves or\n"
+        "over a link, are refused by name; the rest is extracted. Existing files are replaced.\n"
         "\n"
         "Examples:\n"
         "  hpack extract include.hpk -C copy\n"
         "  hpack extract include.hpk 'sys/*.h'",
-        &Extract, extract);
+        &Extract);
     extractCommand.alias("x");
-    extract->choice.AddTo(extractCommand, "GLOB", "The items to extract instead of all");
+    extract.choice.AddTo(extractCommand, "GLOB", "The items to extract instead of all");
     extractCommand
-        .add_option("-C,--directory", extract->folder,
-                    "The folder, which is made if need be; without it the current one")
+        .add_option("-C,--directory", extract.folder,
+                    "The folder, made if need be, instead of the current one")
         ->type_name("DIR");
-    extract->AddQuiet(extractCommand);
+    extract.AddQuiet(extractCommand);
 }

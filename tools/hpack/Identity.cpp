@@ -2,7 +2,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <limits>
-#include <memory>
 #include <optional>
 
 #include "tools/hpack/Commands.h"
@@ -74,23 +73,23 @@ static void AddNumber(CLI::App& command, const char* name, std::optional<std::ui
 }
 
 void AddIdentityCommands(CLI::App& app) {
-    const auto identity = std::make_shared<IdentityOptions>();
-    CLI::App& idCommand = AddCommand(app, "id", "Show or set the identity of a package",
-                                     "Shown are its three numbers: id, word and flags.\n"
-                                     "\n"
-                                     "Examples:\n"
-                                     "  hpack id letters.hpk\n"
-                                     "  hpack id letters.hpk 0x01020304 7 0",
-                                     &ShowOrSetIdentity, identity);
-    AddNumber(idCommand, "ID", identity->id, std::numeric_limits<std::uint32_t>::max());
-    AddNumber(idCommand, "WORD", identity->word, std::numeric_limits<std::uint16_t>::max());
-    AddNumber(idCommand, "FLAGS", identity->flags, std::numeric_limits<std::uint8_t>::max());
+    const auto [idCommand, identity] =
+        AddPackageCommand(app, "id", "Show or set the identity of a package",
+                          "Shown are its three numbers: id, word and flags.\n"
+                          "\n"
+                          "Examples:\n"
+                          "  hpack id letters.hpk\n"
+                          "  hpack id letters.hpk 0x01020304 7 0",
+                          &ShowOrSetIdentity);
+    AddNumber(idCommand, "ID", identity.id, std::numeric_limits<std::uint32_t>::max());
+    AddNumber(idCommand, "WORD", identity.word, std::numeric_limits<std::uint16_t>::max());
+    AddNumber(idCommand, "FLAGS", identity.flags, std::numeric_limits<std::uint8_t>::max());
 
-    const auto state = std::make_shared<StateOptions>();
-    CLI::App& stateCommand = AddCommand(app, "state", "Show or set the state of a package",
-                                        "Examples:\n"
-                                        "  hpack state letters.hpk\n"
-                                        "  hpack state letters.hpk 9",
-                                        &ShowOrSetState, state);
-    AddNumber(stateCommand, "N", state->state, std::numeric_limits<std::uint8_t>::max());
+    const auto [stateCommand, state] =
+        AddPackageCommand(app, "state", "Show or set the state of a package",
+                          "Examples:\n"
+                          "  hpack state letters.hpk\n"
+                          "  hpack state letters.hpk 9",
+                          &ShowOrSetState);
+    AddNumber(stateCommand, "N", state.state, std::numeric_limits<std::uint8_t>::max());
 }

@@ -1,5 +1,4 @@
 #include <cstdio>
-#include <memory>
 
 #include "hpack/HpackFormat.h"
 #include "tools/common/JsonOutput.h"
@@ -191,8 +190,7 @@ static void AddHuman(CLI::App& command, bool& human) {
 }
 
 void AddListCommands(CLI::App& app) {
-    const auto list = std::make_shared<ListOptions>();
-    CLI::App& listCommand = AddCommand(
+    const auto [listCommand, list] = AddPackageCommand(
         app, "list", "Show the keys of a package, in order",
         "A GLOB is a key, in quotes or not; or a pattern in which * also matches slashes; or the\n"
         "beginning of keys with a slash at its end.\n"
@@ -200,27 +198,25 @@ void AddListCommands(CLI::App& app) {
         "Examples:\n"
         "  hpack list -lh include.hpk 'sys/*.h'\n"
         "  hpack list -0 a.hpk 'tmp/*' | xargs -0 hpack rm --raw a.hpk --",
-        &List, list);
+        &List);
     listCommand.alias("ls")->alias("t");
     listCommand.set_help_flag("--help", "Print this help message and exit");
-    list->choice.AddTo(listCommand, "GLOB", "The items to show instead of all");
-    listCommand.add_flag("-l,--long", list->isLong, "Show size and offset before each key");
-    AddHuman(listCommand, list->human);
-    list->colors.AddTo(listCommand);
-    CLI::Option* const json =
-        listCommand.add_flag("--json", list->json, "Show an array of objects");
-    listCommand.add_flag("-0,--null", list->nul, "End keys with NUL, and never quote them")
+    list.choice.AddTo(listCommand, "GLOB", "The items to show instead of all");
+    listCommand.add_flag("-l,--long", list.isLong, "Show size and offset before each key");
+    AddHuman(listCommand, list.human);
+    list.colors.AddTo(listCommand);
+    CLI::Option* const json = listCommand.add_flag("--json", list.json, "Show an array of objects");
+    listCommand.add_flag("-0,--null", list.nul, "End keys with NUL, and never quote them")
         ->excludes(json);
 
-    const auto info = std::make_shared<InfoOptions>();
-    CLI::App& infoCommand = AddCommand(
+    const auto [infoCommand, info] = AddPackageCommand(
         app, "info", "Show what a package is, and its dead space; changes nothing",
         "live: bytes of the header, the index and the items; dead: bytes that nothing uses.\n"
         "\n"
         "Example:\n"
         "  hpack info --json include.hpk",
-        &Info, info);
+        &Info);
     infoCommand.set_help_flag("--help", "Print this help message and exit");
-    AddHuman(infoCommand, info->human);
-    infoCommand.add_flag("--json", info->json, "Show one object");
+    AddHuman(infoCommand, info.human);
+    infoCommand.add_flag("--json", info.json, "Show one object");
 }

@@ -1,4 +1,3 @@
-#include <memory>
 
 #include "tools/common/KeyText.h"
 #include "tools/common/NewFile.h"
@@ -49,8 +48,7 @@ static void Map(const MapOptions& options) {
 }
 
 void AddMapCommands(CLI::App& app) {
-    const auto map = std::make_shared<MapOptions>();
-    CLI::App& mapCommand = AddCommand(
+    const auto [mapCommand, map] = AddPackageCommand(
         app, "map", "Draw what lies where in a package",
         "The bytes from the first to the last, row by row: header, items by size, index\n"
         "and dead space; below that how many there are, their bytes and their share.\n"
@@ -58,12 +56,12 @@ void AddMapCommands(CLI::App& app) {
         "Examples:\n"
         "  hpack map include.hpk\n"
         "  hpack map include.hpk --svg include.svg",
-        &Map, map);
+        &Map);
     mapCommand
-        .add_option("--svg", map->svg,
+        .add_option("--svg", map.svg,
                     "Write a picture with the items' names; - for standard output")
         ->type_name("FILE");
-    mapCommand.add_option("--width", map->width, "Columns to draw in instead of the terminal's")
+    mapCommand.add_option("--width", map.width, "Columns to draw in instead of the terminal's")
         ->type_name("N");
-    map->colors.AddTo(mapCommand);
+    map.colors.AddTo(mapCommand);
 }

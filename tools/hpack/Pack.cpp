@@ -1,5 +1,4 @@
 #include <cstdio>
-#include <memory>
 
 #include "tools/common/NewFile.h"
 #include "tools/hpack/Commands.h"
@@ -121,8 +120,7 @@ static void AddPaths(CLI::App& command, PackOptions& options) {
 }
 
 void AddPackCommands(CLI::App& app) {
-    const auto create = std::make_shared<PackOptions>();
-    CLI::App& createCommand = AddCommand(
+    const auto [createCommand, create] = AddPackageCommand(
         app, "create", "Make a package of the files in folders",
         "A folder gives keys relative to itself (stdio.h, sys/types.h), a file gives its name.\n"
         "Only regular files go in; what is skipped is said. The package appears when it is whole.\n"
@@ -130,31 +128,30 @@ void AddPackCommands(CLI::App& app) {
         "Examples:\n"
         "  hpack create include.hpk /usr/include\n"
         "  hpack create --force letters.hpk a.txt b.txt",
-        &Create, create);
+        &Create);
     createCommand.alias("c");
-    AddPaths(createCommand, *create);
-    createCommand.add_flag("-f,--force", create->force, "Replace an existing file");
+    AddPaths(createCommand, create);
+    createCommand.add_flag("-f,--force", create.force, "Replace an existing file");
 
-    const auto add = std::make_shared<PackOptions>();
-    CLI::App& addCommand = AddCommand(
+    const auto [addCommand, add] = AddPackageCommand(
         app, "add", "Add files to a package, or replace them in it",
         "Keys are made as by create. The work is done on a copy, which takes the package's place\n"
         "at the end; links to the package by other names keep the old one.\n"
         "\n"
         "Example:\n"
         "  hpack add include.hpk /usr/local/include",
-        &Add, add);
-    AddPaths(addCommand, *add);
+        &Add);
+    AddPaths(addCommand, add);
 
-    const auto put = std::make_shared<PutOptions>();
-    CLI::App& putCommand = AddCommand(app, "put", "Add or replace one item",
-                                      "The body comes from FILE, without it from standard input.\n"
-                                      "\n"
-                                      "Examples:\n"
-                                      "  hpack put letters.hpk alpha alpha.txt\n"
-                                      "  date | hpack put letters.hpk now\n"
-                                      "  hpack put letters.hpk --number 7 seven.txt",
-                                      &Put, put);
-    put->words.AddTo(putCommand, "WORD", "KEY [FILE]; with --number just [FILE]");
-    put->AddQuiet(putCommand);
+    const auto [putCommand, put] =
+        AddPackageCommand(app, "put", "Add or replace one item",
+                          "The body comes from FILE, without it from standard input.\n"
+                          "\n"
+                          "Examples:\n"
+                          "  hpack put letters.hpk alpha alpha.txt\n"
+                          "  date | hpack put letters.hpk now\n"
+                          "  hpack put letters.hpk --number 7 seven.txt",
+                          &Put);
+    put.words.AddTo(putCommand, "WORD", "KEY [FILE]; with --number just [FILE]");
+    put.AddQuiet(putCommand);
 }

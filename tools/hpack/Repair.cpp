@@ -1,6 +1,5 @@
 #include <cinttypes>
 #include <cstdio>
-#include <memory>
 #include <optional>
 
 #include "hpack/HpackCheck.h"
@@ -192,52 +191,45 @@ static void Compact(const CompactOptions& options) {
 }
 
 void AddRepairCommands(CLI::App& app) {
-    const auto check = std::make_shared<CheckOptions>();
-    CLI::App& checkCommand =
-        AddCommand(app, "check", "Read all of a package and say what is wrong with it",
-                   "A line for each fault; nothing, and exit status 0, when there is none. Works "
-                   "on files that\n"
-                   "do not open. Bodies have no checksum: changed bytes in one are not seen.\n"
-                   "\n"
-                   "Examples:\n"
-                   "  hpack check letters.hpk\n"
-                   "  hpack check --json letters.hpk",
-                   &Check, check);
-    checkCommand.add_flag("--json", check->json, "Show one object");
+    const auto [checkCommand, check] = AddPackageCommand(
+        app, "check", "Read all of a package and say what is wrong with it",
+        "A line for each fault; nothing, and exit status 0, when there is none. Works on files\n"
+        "that do not open. Bodies have no checksum: changed bytes in one are not seen.\n"
+        "\n"
+        "Examples:\n"
+        "  hpack check letters.hpk\n"
+        "  hpack check --json letters.hpk",
+        &Check);
+    checkCommand.add_flag("--json", check.json, "Show one object");
 
-    const auto recover = std::make_shared<RecoverOptions>();
-    CLI::App& recoverCommand = AddCommand(
+    const auto [recoverCommand, recover] = AddPackageCommand(
         app, "recover", "Make a package of what can be read of a damaged one",
         "Items come from the index and, where there is none or it is damaged, from a search for\n"
-        "records. What was dropped or could not be decided is said, a line each. The index "
-        "decides\n"
-        "what was deleted; without it deleted items may come back.\n"
+        "records. What was dropped or could not be decided is said, a line each. The index\n"
+        "decides what was deleted; without it deleted items may come back.\n"
         "\n"
         "Example:\n"
         "  hpack recover damaged.hpk saved.hpk",
-        &Recover, recover);
-    recoverCommand.add_option("OUT", recover->output, "The new package")->required()->type_name("");
-    recoverCommand.add_flag("-a,--all", recover->all,
-                            "Also take what the index does not list: deleted, or never saved");
-    recoverCommand.add_flag("-f,--force", recover->force, "Replace an existing file");
-    recover->AddQuiet(recoverCommand);
+        &Recover);
+    AddWord(recoverCommand, "OUT", recover.output, "The new package");
+    recoverCommand.add_flag("-a,--all", recover.all, "Take also what was deleted, or never saved");
+    recoverCommand.add_flag("-f,--force", recover.force, "Replace an existing file");
+    recover.AddQuiet(recoverCommand);
 
-    const auto compact = std::make_shared<CompactOptions>();
-    CLI::App& compactCommand =
-        AddCommand(app, "compact", "Write a package anew without its dead space",
-                   "Same items, identity and state. The new file takes the package's place, or "
-                   "that of OUT, once\n"
-                   "it has been read back and compared.\n"
-                   "\n"
-                   "Examples:\n"
-                   "  hpack compact letters.hpk\n"
-                   "  hpack compact letters.hpk small.hpk --order offset",
-                   &Compact, compact);
-    compactCommand.add_option("OUT", compact->output, "A new package instead")->type_name("");
+    const auto [compactCommand, compact] = AddPackageCommand(
+        app, "compact", "Write a package anew without its dead space",
+        "Same items, identity and state. The new file takes the package's place, or that of\n"
+        "OUT, once it has been read back and compared.\n"
+        "\n"
+        "Examples:\n"
+        "  hpack compact letters.hpk\n"
+        "  hpack compact letters.hpk small.hpk --order offset",
+        &Compact);
+    compactCommand.add_option("OUT", compact.output, "A new package instead")->type_name("");
     compactCommand
-        .add_option("--order", compact->order, "Order of the records: key (the default) or offset")
+        .add_option("--order", compact.order, "Order of the records: key (the default) or offset")
         ->check(CLI::IsMember({"key", "offset"}))
         ->type_name("");
-    compactCommand.add_flag("-f,--force", compact->force, "Replace an existing OUT");
-    compact->AddQuiet(compactCommand);
+    compactCommand.add_flag("-f,--force", compact.force, "Replace an existing OUT");
+    compact.AddQuiet(compactCommand);
 }

@@ -13,13 +13,9 @@
 #include "tools/common/KeyText.h"
 #include "tools/hpack/PackageFile.h"
 
-namespace {
-
-unsigned char EntryType(const struct stat& status) {
+static unsigned char EntryType(const struct stat& status) {
     return static_cast<unsigned char>(IFTODT(status.st_mode));
 }
-
-}  // namespace
 
 void Sources::Collect(const std::vector<std::string>& paths, CTProgress& progress) {
     StartPhase(progress, "looking for files", 0);

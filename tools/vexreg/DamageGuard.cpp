@@ -51,7 +51,7 @@ void GuardAgainstDamage(unsigned seconds) {
 void AddDamageGuard(CLI::App& app) {
     const auto seconds = std::make_shared<unsigned>(30);
     app.add_option("--time-limit", *seconds,
-                   "Seconds of processor time until a database counts as damaged; 0: no limit")
+                   "Seconds of processor time until damage is assumed; 0: any")
         ->capture_default_str()
         ->type_name("");
     app.parse_complete_callback([seconds] { GuardAgainstDamage(*seconds); });

@@ -131,32 +131,25 @@ static void Remove(const RemoveOptions& options) {
 }
 
 void AddEditCommands(CLI::App& app) {
-    const auto get = std::make_shared<GetOptions>();
-    CLI::App& getCommand = AddCommand(app, "get", "Show a value",
-                                      "Examples:\n"
-                                      "  vexreg get Pop/Greeting\n"
-                                      "  greeting=$(vexreg get --value Pop/Greeting)",
-                                      &Get, get);
-    getCommand.add_option("KEY", get->key, "The full key, with its section")
-        ->required()
-        ->type_name("");
-    getCommand.add_flag("--value", get->valueOnly, "The value's bytes alone");
+    const auto [getCommand, get] = AddCommand(app, "get", "Show a value",
+                                              "Examples:\n"
+                                              "  vexreg get Pop/Greeting\n"
+                                              "  greeting=$(vexreg get --value Pop/Greeting)",
+                                              &Get);
+    AddWord(getCommand, "KEY", get.key, "The full key, with its section");
+    getCommand.add_flag("--value", get.valueOnly, "The value's bytes alone");
 
-    const auto set = std::make_shared<SetOptions>();
-    CLI::App& setCommand = AddCommand(app, "set", "Store a value",
-                                      "An existing value is replaced.\n"
-                                      "\n"
-                                      "Examples:\n"
-                                      "  vexreg set Pop/Greeting 'hello world'\n"
-                                      "  vexreg set -- Pop/Offset -5",
-                                      &Set, set);
-    setCommand.add_option("KEY", set->key, "The full key, with its section")
-        ->required()
-        ->type_name("");
-    setCommand.add_option("VALUE", set->value, "The value, as it is")->required()->type_name("");
+    const auto [setCommand, set] = AddCommand(app, "set", "Store a value",
+                                              "An existing value is replaced.\n"
+                                              "\n"
+                                              "Examples:\n"
+                                              "  vexreg set Pop/Greeting 'hello world'\n"
+                                              "  vexreg set -- Pop/Offset -5",
+                                              &Set);
+    AddWord(setCommand, "KEY", set.key, "The full key, with its section");
+    AddWord(setCommand, "VALUE", set.value, "The value, as it is");
 
-    const auto password = std::make_shared<PasswordOptions>();
-    CLI::App& passwordCommand = AddCommand(
+    const auto [passwordCommand, password] = AddCommand(
         app, "password", "Store the password of the database logon, encrypted",
         "It asks for the password; where the standard input is no terminal it reads the\n"
         "first line. A kesh must have a user name before it can have a password.\n"
@@ -165,18 +158,17 @@ void AddEditCommands(CLI::App& app) {
         "  vexreg password\n"
         "  vexreg set Logon/Keshs/main/DbUserName scott\n"
         "  vexreg password --kesh main < password.txt",
-        &SetPassword, password);
-    passwordCommand
-        .add_option("--kesh", password->kesh, "The logon entry instead of the usual one")
+        &SetPassword);
+    passwordCommand.add_option("--kesh", password.kesh, "The logon entry instead of the usual one")
         ->type_name("NAME");
 
-    const auto remove = std::make_shared<RemoveOptions>();
-    CLI::App& removeCommand = AddCommand(app, "rm", "Remove keys and their values",
-                                         "Keys that do not exist are named, the others removed.\n"
-                                         "\n"
-                                         "Example:\n"
-                                         "  vexreg rm Pop/Greeting Pop/Offset",
-                                         &Remove, remove);
+    const auto [removeCommand, remove] =
+        AddCommand(app, "rm", "Remove keys and their values",
+                   "Keys that do not exist are named, the others removed.\n"
+                   "\n"
+                   "Example:\n"
+                   "  vexreg rm Pop/Greeting Pop/Offset",
+                   &Remove);
     removeCommand.alias("delete");
-    removeCommand.add_option("KEY", remove->keys, "The full keys")->required()->type_name("");
+    AddWord(removeCommand, "KEY", remove.keys, "The full keys");
 }

@@ -96,47 +96,43 @@ static void Load(const LoadOptions& options) {
 }
 
 void AddListCommands(CLI::App& app) {
-    const auto list = std::make_shared<ListOptions>();
-    CLI::App& listCommand = AddCommand(app, "list", "Show the keys, in order",
-                                       "Passwords are never shown.\n"
-                                       "\n"
-                                       "Examples:\n"
-                                       "  vexreg list\n"
-                                       "  vexreg list -l Pop/",
-                                       &List, list);
+    const auto [listCommand, list] = AddCommand(app, "list", "Show the keys, in order",
+                                                "Passwords are never shown.\n"
+                                                "\n"
+                                                "Examples:\n"
+                                                "  vexreg list\n"
+                                                "  vexreg list -l Pop/",
+                                                &List);
     listCommand.alias("ls");
-    listCommand.add_option("PREFIX", list->prefix, "Only the keys that start with it")
+    listCommand.add_option("PREFIX", list.prefix, "Only the keys that start with it")
         ->type_name("");
     CLI::Option* const isLong =
-        listCommand.add_flag("-l,--long", list->isLong, "Show each value behind its key");
-    listCommand.add_flag("--json", list->json, "Show an array of objects")->excludes(isLong);
+        listCommand.add_flag("-l,--long", list.isLong, "Show each value behind its key");
+    listCommand.add_flag("--json", list.json, "Show an array of objects")->excludes(isLong);
 
-    const auto dump = std::make_shared<DumpOptions>();
-    CLI::App& dumpCommand =
+    const auto [dumpCommand, dump] =
         AddCommand(app, "dump", "Write all records as text that keeps every byte",
                    "A line is a key, a tab and a value, in quotes where they are not printable.\n"
                    "\n"
                    "Examples:\n"
                    "  vexreg dump registry.dump\n"
                    "  vexreg dump | BASEKIT_REGISTRY=/tmp/copy vexreg load -",
-                   &Dump, dump);
-    dumpCommand.add_option("FILE", dump->file, "The file to write, in one step")
+                   &Dump);
+    dumpCommand.add_option("FILE", dump.file, "The file to write, in one step")
         ->type_name("")
         ->default_str("standard output");
-    dumpCommand.add_flag("--with-passwords", dump->withPasswords,
+    dumpCommand.add_flag("--with-passwords", dump.withPasswords,
                          "Passwords too, encrypted as they are stored");
 
-    const auto load = std::make_shared<LoadOptions>();
-    CLI::App& loadCommand = AddCommand(app, "load", "Store all records that dump wrote, or none",
-                                       "Keys that the file does not name stay as they are.\n"
-                                       "\n"
-                                       "Examples:\n"
-                                       "  vexreg load --dry-run registry.dump\n"
-                                       "  vexreg load registry.dump",
-                                       &Load, load);
-    loadCommand.add_option("FILE", load->file, "The file to read; - for standard input")
-        ->required()
-        ->type_name("");
-    loadCommand.add_flag("--dry-run", load->dryRun,
+    const auto [loadCommand, load] =
+        AddCommand(app, "load", "Store all records that dump wrote, or none",
+                   "Keys that the file does not name stay as they are.\n"
+                   "\n"
+                   "Examples:\n"
+                   "  vexreg load --dry-run registry.dump\n"
+                   "  vexreg load registry.dump",
+                   &Load);
+    AddWord(loadCommand, "FILE", load.file, "The file to read; - for standard input");
+    loadCommand.add_flag("--dry-run", load.dryRun,
                          "Only show what would be added, changed and kept");
 }

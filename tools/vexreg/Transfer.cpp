@@ -172,8 +172,7 @@ static void Import(const ImportOptions& options) {
 }
 
 void AddTransferCommands(CLI::App& app) {
-    const auto exporting = std::make_shared<ExportOptions>();
-    CLI::App& exportCommand = AddCommand(
+    const auto [exportCommand, exporting] = AddCommand(
         app, "export", "Write all records but passwords as lines of text",
         "A line is a key, a blank and a value. What import would lose or change is named\n"
         "on standard error: for line ends, NUL, white space at the ends of a value or in a\n"
@@ -182,23 +181,20 @@ void AddTransferCommands(CLI::App& app) {
         "Examples:\n"
         "  vexreg export registry.txt\n"
         "  vexreg export | sort",
-        &Export, exporting);
-    exportCommand.add_option("FILE", exporting->file, "The file to write, in one step")
+        &Export);
+    exportCommand.add_option("FILE", exporting.file, "The file to write, in one step")
         ->type_name("")
         ->default_str("standard output");
 
-    const auto importing = std::make_shared<ImportOptions>();
-    CLI::App& importCommand =
+    const auto [importCommand, importing] =
         AddCommand(app, "import", "Store the lines of a file that export wrote",
                    "A bad line stops the import; the lines before it are stored.\n"
                    "\n"
                    "Examples:\n"
                    "  vexreg import --dry-run registry.txt\n"
                    "  vexreg import registry.txt",
-                   &Import, importing);
-    importCommand.add_option("FILE", importing->file, "The file to read; - for standard input")
-        ->required()
-        ->type_name("");
-    importCommand.add_flag("--dry-run", importing->dryRun,
+                   &Import);
+    AddWord(importCommand, "FILE", importing.file, "The file to read; - for standard input");
+    importCommand.add_flag("--dry-run", importing.dryRun,
                            "Only show what would be added, changed and kept");
 }
