@@ -101,6 +101,7 @@ void Hpack::Create() {
     state = 0;
     oldFormat = false;
     indexOffset = 0;
+    savedAt = 0;
     char header[headerSize] = {};
     PutWord(header, PackMagic);
     Write(*io.stream, header, sizeof header);
@@ -138,6 +139,7 @@ void Hpack::TakeOldFormat(unsigned int magic) {
 
 unsigned int Hpack::ReadIndex() {
     index->Clear();
+    savedAt = 0;
     unsigned int offset = 0;
     unsigned int count = 0;
     try {
@@ -155,6 +157,7 @@ unsigned int Hpack::ReadIndex() {
         FailIndex();
     }
     index->Load(*io.stream, count);
+    savedAt = offset;
     return offset;
 }
 
@@ -320,6 +323,10 @@ unsigned int Hpack::BeginRecord(const qtString& key, std::uint64_t bodyLength,
     } else {
         RequireRoom(key, offset + length);
         SeekTo(offset);
+        if (offset < headerSize ||
+            (offset < std::uint64_t{savedAt} + GetIndexSpace() && offset + length > savedAt)) {
+            savedAt = 0;
+        }
     }
 
     recordHead.resize(recordOverhead + key.size());
@@ -401,6 +408,7 @@ void Hpack::WriteIndex(unsigned int offset) {
     if (std::uint64_t{at} + GetIndexSpace() > maxStreamSize) {
         RefuseWrite();
     }
+    savedAt = 0;
     char head[indexOverhead];
     PutWord(PutWord(head, IndexMagic), index->Count());
     Write(*io.stream, head, sizeof head);
@@ -408,6 +416,7 @@ void Hpack::WriteIndex(unsigned int offset) {
     // Last of all, so that the header never leads to a block that is not all there.
     SeekTo(indexOffsetAt);
     io.Put(at);
+    savedAt = at;
 }
 
 void Hpack::SaveIndex() {
@@ -424,7 +433,11 @@ void Hpack::SaveIndex() {
         indexSpace = needed;
         indexOffset = end;
     }
-    WriteIndex(indexOffset);
+    // Items replaced in place leave an index of the same bytes, and a block that is not written
+    // over can not be torn.
+    if (savedAt == 0 || savedAt != indexOffset || index->Changed()) {
+        WriteIndex(indexOffset);
+    }
     modified = false;
 }
 

@@ -157,7 +157,8 @@ public:
     /// @throws qtX<HioErr> 4 before anything is written, where the block would pass 2^31 - 1 bytes
     void WriteIndex(unsigned int offset);
     /// Writes a changed index: where the last one is if it fits, else at the end. One that failed
-    /// may be tried again.
+    /// may be tried again. Where items were only replaced in place the index in the stream is right
+    /// as it is, and stays untouched.
     /// @throws qtX<Hpack> 5 "File is not open in update mode"
     void SaveIndex();
     /// Saves the index; gives the length of the stream and how many bytes of it nothing uses.
@@ -213,6 +214,7 @@ private:
     Hio<Generic32> io;
     unsigned int indexSpace = 0;
     unsigned int indexOffset = 0;
+    unsigned int savedAt = 0;  // the header leads there, to the index as last read or saved; or 0
     std::unique_ptr<HpackIndex> index;
     unsigned int fileID = 0;
     unsigned short fileIDWord = 0;

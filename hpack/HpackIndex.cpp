@@ -114,6 +114,7 @@ void HpackIndex::TakeEntry(std::uint32_t length) {
 // Of several entries for one key only the last one counts.
 void HpackIndex::TakeLoaded() {
     bytes = used;
+    changed = sorted != order.size();
     if (sorted != order.size()) {
         SortTail(order);
         const auto superseded = [this](std::uint32_t place, std::uint32_t next) {
@@ -139,6 +140,7 @@ void HpackIndex::Save(Generic32& stream) {
         if (used != 0) {
             stream.Write(entries.Data(), used);
         }
+        changed = false;
         return;
     }
     std::vector<char> piece;
@@ -156,6 +158,7 @@ void HpackIndex::Save(Generic32& stream) {
     if (!piece.empty()) {
         write();
     }
+    changed = false;
 }
 
 std::optional<std::uint32_t> HpackIndex::Find(std::string_view key) {
@@ -178,10 +181,13 @@ void HpackIndex::Set(std::string_view key, std::uint32_t offset) {
         ++count;
         bytes += entryOverhead + key.size();
     }
-    PutWord(entry + wordSize + key.size(), offset);
+    char* const stored = entry + wordSize + key.size();
+    changed = changed || Word(stored) != offset;
+    PutWord(stored, offset);
 }
 
 void HpackIndex::Erase(std::string_view key) {
+    changed = true;
     const std::optional<std::uint32_t> place = Place(key);
     if (!place || At(*place).deleted) {
         return;
@@ -275,6 +281,7 @@ void HpackIndex::MakeRoom(std::string_view key) {
 
 void HpackIndex::Append(std::string_view key, std::uint32_t offset) {
     MakeRoom(key);
+    changed = true;
     sorted += IsLast(key) ? 1 : 0;
     order.push_back(used);
     char* out = PutWord(entries.Data() + used, static_cast<std::uint32_t>(key.size()));

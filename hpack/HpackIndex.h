@@ -37,6 +37,9 @@ public:
     /// Writes all entries, in key order, at the stream's current offset.
     void Save(Generic32& stream);
 
+    /// Whether Save() may write other bytes than those that Load() read or Save() last wrote.
+    bool Changed() const { return changed; }
+
     std::optional<std::uint32_t> Find(std::string_view key);
     /// Adds the key or replaces its offset. @throws std::bad_alloc; nothing has changed then.
     void Set(std::string_view key, std::uint32_t offset);
@@ -91,6 +94,7 @@ private:
     std::uint64_t lastPrefix = 0;      // of the last sorted key, while loading
     std::vector<std::uint32_t> slots;  // place + 1, or 0; a power of two of them, or none
     std::uint32_t lookups = 0;
+    bool changed = true;
     std::uint32_t count = 0;
     std::uint64_t bytes = 0;
 };

@@ -116,8 +116,6 @@ public:
                 pwrite(both, record.data(), record.size(), static_cast<off_t>(found->offset)) >= 0,
                 "write");
         }
-        Require(pwrite(both, index.data(), index.size(), static_cast<off_t>(indexAt)) >= 0,
-                "write");
         close(both);
     }
 

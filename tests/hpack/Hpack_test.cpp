@@ -384,6 +384,32 @@ TEST_F(HpackTest, RefusesToPassTheLastOffset) {
     }
 }
 
+// What is not written can not be torn; a scar in the block shows whether it was.
+TEST_F(HpackTest, SavingLeavesAnIndexThatWouldBeTheSame) {
+    struct Case {
+        std::function<void()> change;
+        bool written;
+    };
+    const Case cases[] = {{[&] { package.AddOrUpdate("ab", "xy"); }, false},
+                          {[&] { package.AddAtOffset("ab", qtString("xyz"), 16); }, false},
+                          {[&] { package.AddAtOffset("ab", qtString("xyz+"), 16); }, true},
+                          {[&] { package.AddOrUpdate("ab", "xyz+"); }, true},
+                          {[&] { package.Delete("missing"); }, true},
+                          {[&] {
+                               package.WriteIndex(0);
+                               package.AddOrUpdate("ab", "");
+                           },
+                           true}};
+    for (const auto& [change, written] : cases) {
+        Open(example, 'u');
+        change();
+        buffer->Data()[33] = '!';
+        package.Close();
+        EXPECT_EQ(buffer->Data()[33], written ? '\x4a' : '!');
+        EXPECT_EQ(buffer->Data()[7], 33);
+    }
+}
+
 TEST_F(HpackTest, ErrorsAreCaughtByEveryBase) {
     const auto missing = [&] { Get(package, "x"); };
     EXPECT_THROW(missing(), qtX<Hpack>);
