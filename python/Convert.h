@@ -57,6 +57,7 @@ private:
 
 /// Parts of the module.
 void DefinePackage(py::module_& module);
+void DefineRepair(py::module_& module);
 void DefineRegistry(py::module_& module);
 
 /// qtString is `bytes` in Python. Any object with bytes in one piece is taken, and text as UTF-8.

@@ -1,7 +1,5 @@
 #include <algorithm>
-#include <atomic>
 #include <memory>
-#include <optional>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -9,57 +7,11 @@
 #include "hpack/Hfile32.h"
 #include "hpack/Hmemory.h"
 #include "hpack/Hpack.h"
-#include "hpack/HpackCheck.h"
 #include "hpack/HpackFormat.h"
+#include "python/Buffer.h"
 #include "python/Convert.h"
 
 namespace {
-
-// Memory that packages are opened in: by any number of readers or by one that changes it.
-class Buffer {
-public:
-    explicit Buffer(const qtString& content) {
-        bytes.Resize(content.size());
-        content.copy(bytes.Data(), content.size());
-    }
-
-    // Readers and writers come with the interpreter's lock held, which keeps them away meanwhile.
-    const qtBuffer& Content() const {
-        RequireNoWriter();
-        return bytes;
-    }
-
-    void Begin(char mode) {
-        if (mode != 'r' && users > 0) {
-            throw py::buffer_error("A package is open in the buffer");
-        }
-        RequireNoWriter();
-        if (mode == 'r') {
-            ++users;
-        } else {
-            users = writer;
-        }
-    }
-    void End() {
-        if (users == writer) {
-            users = 0;
-        } else {
-            --users;
-        }
-    }
-
-    qtBuffer bytes;
-
-private:
-    void RequireNoWriter() const {
-        if (users == writer) {
-            throw py::buffer_error("A package is open for changes in the buffer");
-        }
-    }
-
-    static constexpr int writer = -1;
-    std::atomic<int> users{0};
-};
 
 // A package that is being let go of has nobody to tell that its file does not close.
 struct LetGo {
@@ -159,31 +111,6 @@ void WriteSegments(Hpack& package, const qtString& key, const SegBuf& body) {
     package.AddAtOffset(key, body, body.size <= size ? offset : 0);
 }
 
-using Fault = std::tuple<std::string, std::string, std::uint32_t, std::optional<qtString>>;
-
-std::vector<Fault> Check(Generic32& stream) {
-    std::vector<Fault> faults;
-    for (const HpackFault& fault : HpackCheck(stream).faults) {
-        faults.emplace_back(HpackFault::Name(fault.kind), HpackFault::Text(fault.kind),
-                            fault.offset, fault.ofItem ? std::optional(fault.key) : std::nullopt);
-    }
-    return faults;
-}
-
-std::vector<Fault> CheckFile(const qtString& name) {
-    const py::gil_scoped_release others;
-    Hfile32 file;
-    file.Open(name, 'r');
-    return Check(file);
-}
-
-std::vector<Fault> CheckBuffer(Buffer& buffer) {
-    buffer.Content();  // throws while it is being changed; the interpreter's lock keeps it so
-    Hmemory memory;
-    memory.Open(buffer.bytes, 'r');
-    return Check(memory);
-}
-
 void AppendSegment(SegBuf& body, const py::buffer& data) {
     const View view(data);
     const unsigned int start = body.size;
@@ -225,9 +152,6 @@ void DefinePackage(py::module_& module) {
                  return py::bytes(self.Content().Data(), self.Content().Length());
              })
         .def("size", [](const Buffer& self) { return self.Content().Length(); });
-
-    module.def("check", &CheckFile);
-    module.def("check", &CheckBuffer);
 
     py::class_<SegBuf>(module, "Segments").def(py::init<>()).def("append", &AppendSegment);
 

@@ -77,6 +77,7 @@ static py::list Tokens(const qtString& text, const std::optional<qtString>& sepa
 PYBIND11_MODULE(_vantry, module) {
     py::register_exception_translator(Translate);
     DefinePackage(module);
+    DefineRepair(module);
     DefineRegistry(module);
 
     py::class_<Poly_Hash<32>>(module, "PolyHash")

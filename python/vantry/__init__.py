@@ -30,25 +30,20 @@ from . import _vantry
 from ._vantry import PolyHash, decrypt, encrypt, tokenize
 from .errors import (EncryptionError, Error, HashError, MissingKeyError, PackageError,
                      RegistryError, StreamError)
+from .places import Body, Buffer, Where, path_bytes
+from .repair import Fault, Note, Recovery, check, compact, recover
 
 __all__ = ["Buffer", "EncryptionError", "Error", "Fault", "HashError", "Identity",
-           "MissingKeyError", "Package", "PackageError", "PolyHash", "Registry", "RegistryError",
-           "StreamError", "check", "decrypt", "encrypt", "open", "tokenize"]
+           "MissingKeyError", "Note", "Package", "PackageError", "PolyHash", "Recovery", "Registry",
+           "RegistryError", "StreamError", "check", "compact", "decrypt", "encrypt", "open",
+           "recover", "tokenize"]
 __version__ = _vantry.version()
 
 Key = Union[bytes, bytearray, memoryview, str]
-Body = Union[bytes, bytearray, memoryview, str]
 if TYPE_CHECKING:
     _Mapping = MutableMapping[Key, Any]
 else:
     _Mapping = _MutableMapping
-
-
-def _path(where: Union[str, bytes, "os.PathLike[Any]"]) -> bytes:
-    path = os.fsencode(where)
-    if b"\0" in path:
-        raise ValueError("embedded null byte")
-    return path
 
 
 class Identity(NamedTuple):
@@ -62,35 +57,6 @@ class Identity(NamedTuple):
     word: int
     flags: int
     old: bool = False
-
-
-class Buffer:
-    """Memory that packages are created and opened in.
-
-    >>> buffer = vantry.Buffer()
-    >>> with vantry.open(buffer, "w") as package:
-    ...     package[b"key"] = b"body"
-    >>> len(buffer), bytes(buffer)[:4]
-    (54, b'J[lf')
-    >>> with vantry.open(vantry.Buffer(bytes(buffer))) as package:
-    ...     package[b"key"]
-    b'body'
-
-    Several packages may be open in it for reading, or one for changes; until that one is closed the
-    buffer's bytes can not be had (BufferError).
-    """
-
-    def __init__(self, content: Body = b"") -> None:
-        self._buffer = _vantry.Buffer(content)
-
-    def __bytes__(self) -> bytes:
-        return self._buffer.content()
-
-    def __len__(self) -> int:
-        return self._buffer.size()
-
-    def __repr__(self) -> str:
-        return f"<vantry.Buffer at {id(self):#x}>"
 
 
 class _ItemFile(io.RawIOBase):
@@ -147,8 +113,7 @@ class Package(_Mapping):
     changed, before it is closed.
     """
 
-    def __init__(self, where: Union[str, bytes, "os.PathLike[Any]", Buffer],
-                 mode: str = "r") -> None:
+    def __init__(self, where: Where, mode: str = "r") -> None:
         if mode not in ("r", "u", "w"):
             raise ValueError(f"the mode must be 'r', 'u' or 'w', not {mode!r}")
         self._mode = mode
@@ -156,7 +121,7 @@ class Package(_Mapping):
             self._name = repr(where)
             self._package = _vantry.Package(where._buffer, mode)
             return
-        path = _path(where)
+        path = path_bytes(where)
         self._name = repr(os.fsdecode(path))
         self._package = _vantry.Package(path, mode)
 
@@ -296,39 +261,12 @@ class Package(_Mapping):
         self._package.set_state(value)
 
 
-def open(where: Union[str, bytes, "os.PathLike[Any]", Buffer], mode: str = "r") -> Package:
+def open(where: Where, mode: str = "r") -> Package:
     """Opens the package in a file or a Buffer.
 
     "r" reads an existing one, "u" also changes it, "w" creates one in place of what was there.
     """
     return Package(where, mode)
-
-
-class Fault(NamedTuple):
-    """Something that is wrong with a package: a name, the same in words, where it is, and the key
-    of the item concerned, or None."""
-
-    kind: str
-    text: str
-    offset: int
-    key: Optional[bytes]
-
-
-def check(where: Union[str, bytes, "os.PathLike[Any]", Buffer]) -> List[Fault]:
-    """Reads all that a package has in use, and tells what is wrong with it.
-
-    It takes any file or buffer, also one that open() refuses. Bodies have no checksum: a change in
-    one goes unnoticed.
-
-    >>> with vantry.open("letters.hpk", "w") as package:
-    ...     package["alpha"] = b"first"
-    >>> vantry.check("letters.hpk")
-    []
-    >>> [fault.kind for fault in vantry.check(vantry.Buffer(b"no package"))]
-    ['header-magic']
-    """
-    faults = _vantry.check(where._buffer if isinstance(where, Buffer) else _path(where))
-    return [Fault(*fault) for fault in faults]
 
 
 class Registry(_Mapping):

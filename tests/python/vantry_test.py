@@ -15,6 +15,8 @@ import unittest
 
 import vantry
 import vantry.errors
+import vantry.places
+import vantry.repair
 
 
 def write_file(name, content):
@@ -207,6 +209,33 @@ class Damage(unittest.TestCase):
                 self.attempt(lambda: package.pop("two"))
             self.attempt(package.close)
 
+    def test_repair_replaces_in_one_step(self):
+        write_file("a.hpk", self.content)
+        os.chmod("a.hpk", 0o640)
+        os.symlink("a.hpk", "link")
+        with vantry.open("a.hpk") as package:
+            items = dict(package)
+        with open("a.hpk") as file:
+            fcntl.flock(file, fcntl.LOCK_EX)
+            waiting = threading.Thread(target=vantry.compact, args=["link"])
+            waiting.start()
+            time.sleep(0.1)
+            self.assertEqual(os.path.getsize("a.hpk"), len(self.content))
+        waiting.join()
+        self.assertTrue(os.path.islink("link") and os.path.getsize("a.hpk") < len(self.content))
+        self.assertEqual(os.stat("a.hpk").st_mode & 0o777, 0o640)
+        vantry.compact("a.hpk", "b.hpk", order="offset")
+        recovery = vantry.recover("a.hpk", "c.hpk")
+        self.assertEqual(recovery, ("good", True, 3, 3, 0, []))
+        for name in "abc":
+            with vantry.open(name + ".hpk") as package:
+                self.assertEqual((dict(package), package.identity[:3]), (items, (1, 2, 3)))
+        write_file("a.hpk", b"no package")
+        for action in vantry.compact, vantry.recover:
+            self.assertRaises(FileExistsError, action, "a.hpk", "link")
+            self.assertEqual(self.attempt(lambda: action("a.hpk", "d.hpk")).number, 3)
+        self.assertFalse([name for name in os.listdir() if name[0] in ".d"])
+
     def test_cut_at_every_length(self):
         for length in range(len(self.content)):
             write_file("cut.hpk", self.content[:length])
@@ -324,7 +353,8 @@ class Registries(unittest.TestCase):
 
 def doctests():
     flags = {"vantry": vantry}
-    results = [doctest.testmod(module, extraglobs=flags) for module in (vantry, vantry.errors)]
+    results = [doctest.testmod(module, extraglobs=flags) for module in
+               (vantry, vantry.errors, vantry.places, vantry.repair)]
     return int(sum(result.failed for result in results) > 0 or results[0].attempted < 15)
 
 

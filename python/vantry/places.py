@@ -1,0 +1,49 @@
+"""Where packages are: in files, or in memory."""
+
+import os
+from typing import Any, Union
+
+from . import _vantry
+
+Path = Union[str, bytes, "os.PathLike[Any]"]
+Body = Union[bytes, bytearray, memoryview, str]
+
+
+def path_bytes(where: Path) -> bytes:
+    """The path as the system takes it."""
+    path = os.fsencode(where)
+    if b"\0" in path:
+        raise ValueError("embedded null byte")
+    return path
+
+
+class Buffer:
+    """Memory that packages are created and opened in.
+
+    >>> buffer = vantry.Buffer()
+    >>> with vantry.open(buffer, "w") as package:
+    ...     package[b"key"] = b"body"
+    >>> len(buffer), bytes(buffer)[:4]
+    (54, b'J[lf')
+    >>> with vantry.open(vantry.Buffer(bytes(buffer))) as package:
+    ...     package[b"key"]
+    b'body'
+
+    Several packages may be open in it for reading, or one for changes; until that one is closed the
+    buffer's bytes can not be had (BufferError).
+    """
+
+    def __init__(self, content: Body = b"") -> None:
+        self._buffer = _vantry.Buffer(content)
+
+    def __bytes__(self) -> bytes:
+        return self._buffer.content()
+
+    def __len__(self) -> int:
+        return self._buffer.size()
+
+    def __repr__(self) -> str:
+        return f"<vantry.Buffer at {id(self):#x}>"
+
+
+Where = Union[Path, Buffer]
