@@ -11,27 +11,38 @@ static constexpr struct {
     std::string_view word;
     std::string_view command;
 } synonyms[] = {
-    {"append", "add"},     {"cp", "get"},         {"commands", "--help"}, {"copy", "get"},
-    {"del", "rm"},         {"dir", "list"},       {"fsck", "check"},      {"find", "list"},
-    {"gc", "compact"},     {"insert", "put"},     {"keys", "list"},       {"move", "mv"},
-    {"new", "create"},     {"open", "list"},      {"pack", "create"},     {"print", "get"},
-    {"read", "get"},       {"replace", "put"},    {"repair", "recover"},  {"salvage", "recover"},
-    {"select", "list"},    {"show", "get"},       {"shrink", "compact"},  {"stat", "info"},
-    {"store", "put"},      {"tables", "list"},    {"test", "check"},      {"type", "get"},
-    {"unlink", "rm"},      {"unpack", "extract"}, {"unzip", "extract"},   {"update", "add"},
-    {"vacuum", "compact"}, {"verify", "check"},   {"write", "put"},       {"zip", "create"},
+    {"add", "set"},        {"append", "add"},      {"backup", "dump"},
+    {"cat", "get"},        {"commands", "--help"}, {"copy", "get"},
+    {"cp", "get"},         {"create", "set"},      {"del", "rm"},
+    {"dir", "list"},       {"find", "list"},       {"fsck", "check"},
+    {"gc", "compact"},     {"insert", "put"},      {"keys", "list"},
+    {"move", "mv"},        {"new", "create"},      {"open", "list"},
+    {"pack", "create"},    {"print", "get"},       {"put", "set"},
+    {"read", "get"},       {"remove", "rm"},       {"repair", "recover"},
+    {"replace", "put"},    {"restore", "load"},    {"salvage", "recover"},
+    {"select", "list"},    {"show", "get"},        {"shrink", "compact"},
+    {"stat", "info"},      {"store", "put"},       {"store", "set"},
+    {"tables", "list"},    {"test", "check"},      {"type", "get"},
+    {"unlink", "rm"},      {"unpack", "extract"},  {"unset", "rm"},
+    {"unzip", "extract"},  {"update", "add"},      {"V", "--version"},
+    {"vacuum", "compact"}, {"verify", "check"},    {"version", "--version"},
+    {"write", "put"},      {"write", "set"},       {"zip", "create"},
 };
 
-// What tar does for "xvf", with or without a dash, and sqlite3 for ".tables".
-static std::string_view Synonym(std::string_view word) {
+// Which of `names` does what tar does for "xvf", with or without a dash, and sqlite3 for ".tables".
+static std::string_view Synonym(std::string_view word, const std::vector<std::string>& names) {
+    const auto known = [&names](std::string_view name) {
+        return std::find(names.begin(), names.end(), name) != names.end();
+    };
     const std::size_t start = word.find_first_not_of("-.");
     word.remove_prefix(std::min(start, word.size()));
     for (const auto& synonym : synonyms) {
-        if (synonym.word == word) {
+        if (synonym.word == word && known(synonym.command)) {
             return synonym.command;
         }
     }
-    if (!word.empty() && word.find_first_not_of("ctxruvfz") == std::string_view::npos) {
+    if (!word.empty() && known("extract") &&
+        word.find_first_not_of("ctxruvfz") == std::string_view::npos) {
         const char mode = word.front();
         return mode == 'c' ? "create" : mode == 't' ? "list" : mode == 'x' ? "extract" : "add";
     }
@@ -73,7 +84,7 @@ static std::string Closest(const std::string& word, const std::vector<std::strin
 }
 
 static std::vector<std::string> Commands(const CLI::App& app) {
-    std::vector<std::string> names = {"--help"};
+    std::vector<std::string> names = {"--help", "--version"};
     for (const CLI::App* const command :
          app.get_subcommands([](const CLI::App*) { return true; })) {
         names.push_back(command->get_name());
@@ -99,9 +110,8 @@ std::string SuggestWord(const CLI::App& app, const std::string& word) {
                               : std::string();
     }
     const std::vector<std::string> names = Commands(app);
-    std::string synonym(Synonym(word));
-    if (std::find(names.begin(), names.end(), synonym) != names.end()) {
-        return synonym;
+    if (const std::string_view synonym = Synonym(word, names); !synonym.empty()) {
+        return std::string(synonym);
     }
     // Whoever gives nothing but a file wants to see what is in it.
     std::error_code ignored;
