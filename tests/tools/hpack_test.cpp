@@ -241,9 +241,11 @@ TEST_F(HpackToolTest, KeysAreGivenAsTheyAreShown) {
     }
     Done("hpack list p", listed);
     Done("hpack put p -- --help word; hpack get p -- --help", shown.rbegin()->second);
-    Fails("hpack get p '\"a'", "a key that begins with a quote must end with one: \"a", 2);
+    Fails("hpack get p '\"a'",
+          "a key that begins with a quote must end with one: \"a (see hpack get --help)", 2);
     Fails("hpack rm p '\"\\q\"'",
-          R"(bad escape in key "\q": \n, \r, \t, \", \\ and \xHH are known)", 2);
+          R"(bad escape in key "\q": \n, \r, \t, \", \\ and \xHH are known (see hpack rm --help))",
+          2);
     Fails("hpack list p no 'n*'", "p: no item matches n*\nhpack: p: no item matches no");
 }
 
@@ -336,10 +338,10 @@ TEST_F(HpackToolTest, FailuresAreOneLineWithFileAndReason) {
              {"hpack info p --nix", "unknown word or option --nix (see hpack info --help)", 2},
              {"hpack state p 256", "N: Value 256 not in range 0 to 255 (see hpack state --help)",
               2},
-             {"hpack id p 1 2", "ID, WORD and FLAGS go together", 2},
-             {"hpack rm p", "KEY is required", 2},
-             {"hpack mv p a", "NEW is required", 2},
-             {"hpack put p a text more", "too many words: more", 2},
+             {"hpack id p 1 2", "ID, WORD and FLAGS go together (see hpack id --help)", 2},
+             {"hpack rm p", "KEY is required (see hpack rm --help)", 2},
+             {"hpack mv p a", "NEW is required (see hpack mv --help)", 2},
+             {"hpack put p a text more", "too many words: more (see hpack put --help)", 2},
          }) {
         Fails(c.command, c.error, c.status);
     }

@@ -69,7 +69,8 @@ TEST_F(VexregTest, ShowsAndChangesValues) {
     Fails("vexreg load --dry-run in", cause);
     EXPECT_FALSE(fs::exists("file"));
     Run("vexreg get", 2, "", "KEY is required (see vexreg get --help)");
-    Run("vexreg get '\"a\\x00\"'", 2, "", "\"a\\x00\": a key with NUL in it needs --value");
+    Run("vexreg get '\"a\\x00\"'", 2, "",
+        "\"a\\x00\": a key with NUL in it needs --value (see vexreg get --help)");
     for (const char* command :
          {"get", "set", "password", "rm", "list", "dump", "load", "export", "import"}) {
         Done(std::string("vexreg ") + command + " --help | grep -c -A1 Example", "1\n");

@@ -70,15 +70,20 @@ static void TakeMarksOff(CLI::App& app) {
     }
 }
 
+static int UsageFailed(const CLI::App& app, const std::string& reason) {
+    std::string helpOf = app.get_name();
+    for (const CLI::App* const command : app.get_subcommands()) {
+        helpOf += " " + command->get_name();
+    }
+    PrintError(reason + " (see " + helpOf + " --help)");
+    return exitUsage;
+}
+
 static int ParseFailed(const CLI::App& app, const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) {  // --help and --version come this way
         app.exit(error);
         FlushOutput();
         return exitDone;
-    }
-    std::string helpOf = app.get_name();
-    for (const CLI::App* command : app.get_subcommands()) {
-        helpOf += " " + command->get_name();
     }
     std::string reason = error.what();
     if (const std::vector<std::string> unknown = app.remaining(true); !unknown.empty()) {
@@ -88,8 +93,7 @@ static int ParseFailed(const CLI::App& app, const CLI::ParseError& error) {
             reason += "; did you mean " + meant + "?";
         }
     }
-    PrintError(reason + " (see " + helpOf + " --help)");
-    return exitUsage;
+    return UsageFailed(app, reason);
 }
 
 static int EndBySignal(int signal) {
@@ -129,8 +133,7 @@ int RunTool(CLI::App& app, int argc, char** argv, const KeyLister& keys) {
     } catch (const Interrupted& stop) {
         return EndBySignal(stop.signal);
     } catch (const UsageFailure& error) {
-        PrintError(error.what());
-        return exitUsage;
+        return UsageFailed(app, error.what());
     } catch (...) {
         PrintError(DescribeException());
         return exitFailed;
