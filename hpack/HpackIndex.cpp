@@ -1,7 +1,10 @@
 #include "hpack/HpackIndex.h"
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 #include <algorithm>
-#include <cstring>
 #include <functional>
 #include <iterator>
 #include <limits>
@@ -15,23 +18,47 @@ using namespace HpackFormat;
 // Marks a deleted entry in its key length. No key is that long: a package would not hold it.
 static constexpr std::uint32_t deletedMark = 0x80000000;
 
-// Room behind the last entry, so that eight bytes can be loaded from where any key starts.
-static constexpr std::uint32_t slack = 8;
+// Keys are compared by so many bytes at once, and there is room behind the last entry to load them
+// from where any key starts.
+static constexpr std::uint32_t slack = 32;
 
 static constexpr std::uint32_t pieceSize = 65536;
+
+static std::uint64_t EightBytes(const char* in) {
+    unsigned long long value;
+    qtUnpackUssDiet(value, in);
+    return value;
+}
 
 // The first eight bytes of a key as a number that compares as they do, zeros behind a short key.
 // Two different keys may have the same one.
 static std::uint64_t Prefix(std::string_view key) {
-    std::uint64_t prefix;
-    std::memcpy(&prefix, key.data(), sizeof prefix);
-#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    prefix = __builtin_bswap64(prefix);
-#endif
-    if (key.size() < sizeof prefix) {
-        prefix = key.empty() ? 0 : prefix >> (64 - 8 * key.size()) << (64 - 8 * key.size());
+    const std::uint64_t prefix = EightBytes(key.data());
+    if (key.size() >= sizeof prefix) {
+        return prefix;
     }
-    return prefix;
+    return key.empty() ? 0 : prefix >> (64 - 8 * key.size()) << (64 - 8 * key.size());
+}
+
+// Whether `next` comes after `key`. In a sorted index it mostly begins as `key` does, for a length
+// that no processor foresees: a comparison that branches on it would be most of loading.
+static bool Ascend(std::string_view key, std::string_view next) {
+#ifdef __SSE2__
+    const auto same = [&](std::size_t at) {
+        const auto load = [at](std::string_view from) {
+            return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from.data() + at));
+        };
+        return static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(load(key), load(next))));
+    };
+    const unsigned int differ = ~(same(0) | same(16) << 16);
+    if (differ != 0) {
+        const auto first = static_cast<std::size_t>(__builtin_ctz(differ));
+        if (first < std::min(key.size(), next.size())) {
+            return static_cast<unsigned char>(key[first]) < static_cast<unsigned char>(next[first]);
+        }
+    }
+#endif
+    return key < next;
 }
 
 HpackIndex::Entry HpackIndex::At(std::uint32_t place) const {
@@ -63,14 +90,10 @@ void HpackIndex::LoadEntries(Generic32& stream, std::uint32_t expected) {
     order.reserve(std::min(expected, available / entryOverhead));
 
     std::uint32_t loaded = 0;
-    while (order.size() < expected) {
+    while (TakeEntries(loaded, expected), order.size() < expected) {
         const std::uint32_t there = loaded - used;
         const std::uint64_t needed =
             entryOverhead + (there < wordSize ? 0 : std::uint64_t{Word(entries.Data() + used)});
-        if (needed <= there) {
-            TakeEntry(static_cast<std::uint32_t>(needed));
-            continue;
-        }
         if (needed > available - used) {
             ReadPastEnd(stream);
         }
@@ -98,17 +121,24 @@ std::uint32_t HpackIndex::ReadAhead(std::uint32_t expected, std::uint32_t availa
         std::min<std::uint64_t>(std::max<std::uint64_t>(left, pieceSize), available));
 }
 
-// Takes the entry at `used`, which has `length` bytes.
-void HpackIndex::TakeEntry(std::uint32_t length) {
-    const std::string_view key(entries.Data() + used + wordSize, length - entryOverhead);
-    const std::uint64_t prefix = Prefix(key);
-    if (sorted == order.size() && (prefix > lastPrefix || order.empty() ||
-                                   (prefix == lastPrefix && At(order.back()).key < key))) {
-        ++sorted;
-        lastPrefix = prefix;
+// Takes the entries that are whole in what has been loaded.
+void HpackIndex::TakeEntries(std::uint32_t loaded, std::uint32_t expected) {
+    const char* const start = entries.Data();
+    std::string_view last = order.empty() ? std::string_view() : At(order.back()).key;
+    bool ascending = sorted == order.size();
+    std::uint32_t at = used;
+    while (order.size() < expected && loaded - at >= entryOverhead) {
+        const std::string_view key(start + at + wordSize, Word(start + at));
+        if (key.size() > loaded - at - entryOverhead) {
+            break;
+        }
+        ascending = ascending && (order.empty() || Ascend(last, key));
+        sorted += ascending ? 1 : 0;
+        order.push_back(at);
+        at += static_cast<std::uint32_t>(entryOverhead + key.size());
+        last = key;
     }
-    order.push_back(used);
-    used += length;
+    used = at;
 }
 
 // Of several entries for one key only the last one counts.

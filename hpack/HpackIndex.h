@@ -80,7 +80,7 @@ private:
     void Append(std::string_view key, std::uint32_t offset);
     void LoadEntries(Generic32& stream, std::uint32_t expected);
     std::uint32_t ReadAhead(std::uint32_t expected, std::uint32_t available) const;
-    void TakeEntry(std::uint32_t length);
+    void TakeEntries(std::uint32_t loaded, std::uint32_t expected);
     void TakeLoaded();
     std::vector<std::uint32_t> InOrder() const;
     void SortTail(std::vector<std::uint32_t>& places) const;
@@ -91,7 +91,6 @@ private:
     std::uint32_t used = 0;
     std::vector<std::uint32_t> order;
     std::size_t sorted = 0;
-    std::uint64_t lastPrefix = 0;      // of the last sorted key, while loading
     std::vector<std::uint32_t> slots;  // place + 1, or 0; a power of two of them, or none
     std::uint32_t lookups = 0;
     bool changed = true;

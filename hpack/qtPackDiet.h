@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <type_traits>
+#include <utility>
 
 /// @file
 /// Packed integers: a fixed number of bytes, most significant first, the same on every machine.
@@ -42,15 +44,20 @@ constexpr int qtPackUssDiet(T value, char* out) {
     return size;
 }
 
+/// The integer whose bytes are `in[I]...`, most significant first.
+template <class T, std::size_t... I>
+constexpr T qtJoinBytes(const char* in, std::index_sequence<I...> /*places*/) {
+    // One expression, not a loop: compilers make a single load of it.
+    return static_cast<T>((... | (static_cast<unsigned long long>(static_cast<unsigned char>(in[I]))
+                                  << (8 * (sizeof(T) - 1 - I)))));
+}
+
 /// Reads the packed form at `in` into `value`. A bool is true for any byte but 0.
 /// @return the number of bytes consumed, the packed size of `T`
 template <class T>
 constexpr int qtUnpackUssDiet(T& value, const char* in) {
     constexpr int size = qtPackedSize<T>;
-    unsigned long long bits = 0;
-    for (int i = size - static_cast<int>(sizeof(T)); i < size; ++i) {
-        bits = bits << 8 | static_cast<unsigned char>(in[i]);
-    }
-    value = static_cast<T>(bits);
+    constexpr int own = static_cast<int>(sizeof(T));
+    value = qtJoinBytes<T>(in + (size - own), std::make_index_sequence<sizeof(T)>());
     return size;
 }
