@@ -30,9 +30,9 @@ static void Remove(const RemoveOptions& options) {
         throw UsageFailure("KEY is required");
     }
     const LockedPackage original(options.package);
-    const std::vector<qtString> keys = words.TakeKeys([&] { return original.Keys(); });
+    const std::vector<qtString> present = original.Keys();
+    const std::vector<qtString> keys = words.TakeKeys([&] { return present; });
     if (!options.force) {
-        const std::vector<qtString> present = original.Keys();
         for (const qtString& key : keys) {
             if (!Has(present, key)) {
                 throw NoSuchItem(options.package, key);

@@ -7,7 +7,8 @@
 // Each function adds a group of commands; the file is named after the group.
 
 void AddPackCommands(CLI::App& app);      // create, add, put
-void AddListCommands(CLI::App& app);      // list, info
+void AddListCommands(CLI::App& app);      // list
+void AddInfoCommands(CLI::App& app);      // info
 void AddGetCommands(CLI::App& app);       // get, extract
 void AddChangeCommands(CLI::App& app);    // rm, mv
 void AddCompareCommands(CLI::App& app);   // diff
@@ -25,6 +26,12 @@ struct PackageOptions {
         command.add_flag("-q,--quiet", quiet, "No progress bar, no remarks");
     }
 };
+
+/// Gives -h the meaning that it has in ls: help is --help alone then.
+inline void AddHuman(CLI::App& command, bool& human) {
+    command.set_help_flag("--help", "Print this help message and exit");
+    command.add_flag("-h,--human", human, "Sizes as people read them: 512, 1.5K, 12M");
+}
 
 /// Adds a command on a package.
 template <class Options>

@@ -1,6 +1,5 @@
 #include <cstdio>
 
-#include "hpack/HpackFormat.h"
 #include "tools/common/JsonOutput.h"
 #include "tools/common/KeyText.h"
 #include "tools/common/Terminal.h"
@@ -17,11 +16,6 @@ struct ListOptions : PackageOptions {
     bool human = false;
     bool json = false;
     bool nul = false;
-};
-
-struct InfoOptions : PackageOptions {
-    bool human = false;
-    bool json = false;
 };
 
 // Places of items, some of which may be damaged: those are reported once and counted.
@@ -119,76 +113,6 @@ static void List(const ListOptions& options) {
     places.FailIfAny();
 }
 
-static const char* FormatName(bool old, unsigned int flags) {
-    if (!old) {
-        return "current";
-    }
-    return flags == HpackFormat::oldUnicodeFlags ? "old-unicode" : "old-ascii";
-}
-
-// The class tells the dead space of packages that are open for changes; this one is only read.
-static std::int64_t LiveBytes(PackageReader& reader, const std::vector<qtString>& keys, bool old,
-                              std::uint32_t indexOffset, Places& places) {
-    std::int64_t live = old ? HpackFormat::oldHeaderSize : HpackFormat::headerSize;
-    if (indexOffset != 0) {
-        live += reader.Package().GetIndexSpace();
-    }
-    for (const qtString& key : keys) {
-        PackageReader::Place place;
-        if (places.Find(key, place)) {
-            live += HpackFormat::recordOverhead + std::int64_t(key.size()) + place.size;
-        }
-    }
-    return live;
-}
-
-static Json Describe(PackageReader& reader, Places& places) {
-    unsigned int id = 0;
-    unsigned short word = 0;
-    unsigned char flags = 0;
-    unsigned char state = 0;
-    bool old = false;
-    reader.Package().GetFileID(id, word, flags, old);
-    reader.Package().GetState(state);
-    const std::vector<qtString> keys = reader.Keys();
-    const std::uint32_t indexOffset = reader.IndexOffset();
-    const std::int64_t live = LiveBytes(reader, keys, old, indexOffset, places);
-    const std::uint32_t size = reader.Size();
-    return {{"format", FormatName(old, flags)},
-            {"id", id},
-            {"word", word},
-            {"flags", flags},
-            {"state", state},
-            {"items", keys.size()},
-            {"size", size},
-            {"live", live},
-            {"dead", size - live},
-            {"index_offset", indexOffset}};
-}
-
-static void Info(const InfoOptions& options) {
-    PackageReader reader(options.package);
-    Places places(reader);
-    const Json info = Describe(reader, places);
-    if (options.json) {
-        PrintJson(info);
-    } else {
-        for (const auto& [name, value] : info.items()) {
-            const bool isSize = name == "size" || name == "live" || name == "dead";
-            const std::string text = value.is_string() ? value.get<std::string>()
-                                     : isSize && options.human
-                                         ? HumanSize(value.get<std::uint64_t>())
-                                         : value.dump();
-            std::printf("%-12s  %s\n", name.c_str(), text.c_str());
-        }
-    }
-    places.FailIfAny();
-}
-
-static void AddHuman(CLI::App& command, bool& human) {
-    command.add_flag("-h,--human", human, "Sizes as people read them: 512, 1.5K, 12M");
-}
-
 void AddListCommands(CLI::App& app) {
     const auto [listCommand, list] = AddPackageCommand(
         app, "list", "Show the keys of a package, in order",
@@ -200,23 +124,11 @@ void AddListCommands(CLI::App& app) {
         "  hpack list -0 a.hpk 'tmp/*' | xargs -0 hpack rm --raw a.hpk --",
         &List);
     listCommand.alias("ls")->alias("t");
-    listCommand.set_help_flag("--help", "Print this help message and exit");
+    AddHuman(listCommand, list.human);
     list.choice.AddTo(listCommand, "GLOB", "The items to show instead of all");
     listCommand.add_flag("-l,--long", list.isLong, "Show size and offset before each key");
-    AddHuman(listCommand, list.human);
     list.colors.AddTo(listCommand);
     CLI::Option* const json = listCommand.add_flag("--json", list.json, "Show an array of objects");
     listCommand.add_flag("-0,--null", list.nul, "End keys with NUL, and never quote them")
         ->excludes(json);
-
-    const auto [infoCommand, info] = AddPackageCommand(
-        app, "info", "Show what a package is, and its dead space; changes nothing",
-        "live: bytes of the header, the index and the items; dead: bytes that nothing uses.\n"
-        "\n"
-        "Example:\n"
-        "  hpack info --json include.hpk",
-        &Info);
-    infoCommand.set_help_flag("--help", "Print this help message and exit");
-    AddHuman(infoCommand, info.human);
-    infoCommand.add_flag("--json", info.json, "Show one object");
 }

@@ -27,6 +27,7 @@ int main(int argc, char** argv) {
         "Exit status: 0 done, 1 the operation failed, 2 the command line makes no sense.");
     AddPackCommands(app);
     AddListCommands(app);
+    AddInfoCommands(app);
     AddGetCommands(app);
     AddChangeCommands(app);
     AddCompareCommands(app);
