@@ -73,7 +73,9 @@ public:
             return 0;
         }
         const auto count = static_cast<unsigned int>(std::min<std::uint64_t>(size, length - from));
-        stream->Seek(static_cast<int>(stream->Tell() + static_cast<unsigned int>(from)));
+        // A damaged length may reach anywhere: that is then beyond the end.
+        const std::uint64_t place = stream->Tell() + from;
+        stream->Seek(static_cast<int>(std::min<std::uint64_t>(place, HpackFormat::maxStreamSize)));
         stream->Read(data, count);
         return count;
     }

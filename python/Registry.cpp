@@ -93,6 +93,10 @@ void DefineRegistry(py::module_& module) {
         .def("records", [](Registry& self) { return self.Use(&Records); });
     module.def("registry_path", &UnixRegistry::DatabasePath);
     module.def("set_password", &SetPassword);
-    module.def("encrypt", [](const qtString& plain) { return qtEncryptor().Encrypt(plain); });
-    module.def("decrypt", [](const qtString& data) { return qtEncryptor().Decrypt(data); });
+    // The first to encrypt makes the key, for which it may have to wait.
+    const py::call_guard<py::gil_scoped_release> others;
+    module.def(
+        "encrypt", [](const qtString& plain) { return qtEncryptor().Encrypt(plain); }, others);
+    module.def(
+        "decrypt", [](const qtString& data) { return qtEncryptor().Decrypt(data); }, others);
 }

@@ -209,6 +209,15 @@ class Damage(unittest.TestCase):
                 self.attempt(lambda: package.pop("two"))
             self.attempt(package.close)
 
+    def test_a_damaged_length_leads_nowhere_else(self):
+        at = self.content.index(b"behind") - 4
+        write_file("long.hpk", self.content[:at] + b"\xff" * 4 + self.content[at + 4:])
+        with vantry.open("long.hpk") as package, package.file("one") as file:
+            self.assertEqual(file.read(), b"first body")
+            with package.file("two") as file:
+                file.seek(2**32 - at - 4)  # around to the header
+                self.assertRaises(vantry.StreamError, file.read, 4)
+
     def test_repair_replaces_in_one_step(self):
         write_file("a.hpk", self.content)
         os.chmod("a.hpk", 0o640)
