@@ -13,8 +13,8 @@
 ///     unsigned char data[] = "hello";
 ///     SetPopRegParam(name, 0, data, 5);              // key "Pop/Greeting"
 ///
-///     unsigned char buffer[64];
-///     unsigned long length = sizeof buffer;
+///     unsigned char buffer[64] = {};
+///     unsigned long length = sizeof buffer - 1;            // room for a NUL behind the longest
 ///     if (GetPopRegParam(name, buffer, &length) == 0) ...  // "hello" and a NUL
 ///
 /// Each call opens the registry, stores or reads one value and closes it again: any thread may call

@@ -2,6 +2,7 @@
 //
 //     bundle PKG LANGUAGE NAME...
 #include <iostream>
+#include <system_error>
 
 #include "basekit/files.h"
 #include "hpack/Hpack.h"
@@ -23,10 +24,7 @@ public:
     qtString Text(const qtString& name) {
         for (const qtString& language : {wanted, qtString("en")}) {
             const qtString key = language + "/" + name;
-            unsigned int offset = 0;
-            unsigned int size = 0;
-            package.GetKeyInfo(key, offset, size);
-            if (offset != 0) {
+            if (package.Contains(key)) {
                 qtString text;
                 package.GetItem(key, text);
                 return text;

@@ -5,8 +5,8 @@
 #include "VexUnix/VexRegistryUnix.h"
 
 static qtString Read(char* name, const char* otherwise) {
-    unsigned char value[64];
-    unsigned long length = sizeof value;
+    unsigned char value[64] = {};
+    unsigned long length = sizeof value - 1;  // a value that fills its room has no NUL behind it
     const bool found = GetPopRegParam(name, value, &length) == 0;
     return found ? qtString(reinterpret_cast<const char*>(value)) : qtString(otherwise);
 }

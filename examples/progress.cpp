@@ -34,7 +34,7 @@ static void Work(int steps) {
     progress.EndRun(done);
 }
 
-// Everything that is shown stems from one copy of the record.
+// Text and amounts stem from one copy of the record, so they belong together.
 static void Draw() {
     CTProgress::ProgressData data;
     progress.GetPhaseData(0, data);
