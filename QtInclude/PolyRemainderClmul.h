@@ -182,15 +182,18 @@ template <class Vector>
     const std::uint64_t high = std::uint64_t{hash} >> (64 - 8 * before);
     bytes += before;
     const std::uint64_t* powers = constants.Of(words);
-    const __m128i head = TimesPair(Pair(high, low), LoadPair(powers - 2));
+    __m128i sum = TimesPair(Pair(high, low), LoadPair(powers - 2));
     std::size_t rest = words;
-    Vector sum = Vector::First(head);
-    for (; rest >= Vector::words; rest -= Vector::words) {
-        sum = sum ^ Times(Vector::Load(bytes), Vector::Powers(powers));
-        bytes += 8 * Vector::words;
-        powers += Vector::words;
+    if (rest >= Vector::words) {
+        Vector lanes = Vector::First(sum);
+        for (; rest >= Vector::words; rest -= Vector::words) {
+            lanes = lanes ^ Times(Vector::Load(bytes), Vector::Powers(powers));
+            bytes += 8 * Vector::words;
+            powers += Vector::words;
+        }
+        sum = lanes.Sum();
     }
-    return DivideFully(constants, _mm_xor_si128(sum.Sum(), SumOfPairs(bytes, rest, powers)));
+    return DivideFully(constants, _mm_xor_si128(sum, SumOfPairs(bytes, rest, powers)));
 }
 
 template <class Vector>

@@ -50,10 +50,9 @@ unsigned int Poly_Hash<N>::Extend(unsigned int hash, const char* bytes, std::siz
     return ExtendOther(hash & mask, bytes, count);
 }
 
-// Apart from Extend, which needs no stack frame without it.
 template <int N>
-[[gnu::noinline]] std::uint32_t Poly_Hash<N>::ExtendOther(std::uint32_t hash, const char* bytes,
-                                                          std::size_t count) const {
+std::uint32_t Poly_Hash<N>::ExtendOther(std::uint32_t hash, const char* bytes,
+                                        std::size_t count) const {
     const PolyRemainder& remainder = GetPolyRemainder();
     if (count < remainder.pays) {
         return StepBytes(hash, bytes, count);
