@@ -117,6 +117,9 @@ TEST_F(HpackToolTest, TreeWithOddNamesComesBackAsItWas) {
         names += name + '\0';
     }
     Done("hpack list -0 tree/old.hpk", names);
+    EXPECT_EQ(std::system(HPACK " add tree/old.hpk tree 2>err"), 0);
+    EXPECT_EQ(FileBytes("err"), remarks);
+    Done("hpack list -0 tree/old.hpk", names);
     Done("hpack extract tree/old.hpk -C new/folder");
     EXPECT_EQ(Tree("new/folder"), files);
     Done("hpack extract tree/old.hpk -C new/folder");  // over what is there
@@ -339,6 +342,7 @@ TEST_F(HpackToolTest, FailuresAreOneLineWithFileAndReason) {
              {"hpack state p 256", "N: Value 256 not in range 0 to 255 (see hpack state --help)",
               2},
              {"hpack id p 1 2", "ID, WORD and FLAGS go together (see hpack id --help)", 2},
+             {"hpack get p a --length=-1", "--length: -1 is below 0 (see hpack get --help)", 2},
              {"hpack rm p", "KEY is required (see hpack rm --help)", 2},
              {"hpack mv p a", "NEW is required (see hpack mv --help)", 2},
              {"hpack put p a text more", "too many words: more (see hpack put --help)", 2},

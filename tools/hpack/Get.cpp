@@ -119,6 +119,20 @@ static void Extract(const ExtractOptions& options) {
     }
 }
 
+// The parser would take -1 for the largest number.
+static void AddBytes(CLI::App& command, const char* name, std::uint64_t& value,
+                     const char* description) {
+    const CLI::Validator unsignedNumber(
+        [](const std::string& word) {
+            return word.compare(0, 1, "-") == 0 ? word + " is below 0" : std::string();
+        },
+        "");
+    command.add_option(name, value, description)
+        ->check(unsignedNumber)
+        ->default_str("")
+        ->type_name("N");
+}
+
 void AddGetCommands(CLI::App& app) {
     const auto [getCommand, get] =
         AddPackageCommand(app, "get", "Write the bodies of items to standard output",
@@ -133,11 +147,8 @@ void AddGetCommands(CLI::App& app) {
                           &Get);
     getCommand.alias("cat");
     get.words.AddTo(getCommand, "KEY", "The items");
-    getCommand.add_option("--offset", get.part.offset, "Leave out that many bytes of each body")
-        ->type_name("N");
-    getCommand.add_option("--length", get.part.length, "Write at most that many bytes of each")
-        ->default_str("")
-        ->type_name("N");
+    AddBytes(getCommand, "--offset", get.part.offset, "Leave out that many bytes of each body");
+    AddBytes(getCommand, "--length", get.part.length, "Write at most that many bytes of each");
     getCommand.add_option("-o,--output", get.output, "Write to this file, or over it")
         ->type_name("FILE");
     get.AddQuiet(getCommand);

@@ -61,11 +61,11 @@ static void LeaveOutFormer(Sources& sources, const std::string& path) {
 static void Create(const PackOptions& options) {
     Sources sources;
     RunLongWork(options.quiet, [&](CTProgress& progress) {
+        // Before there is a new file, which may lie in a folder that is packed.
+        sources.Collect(options.paths, progress);
         const std::string& path = options.package;
         NewFile file(path, options.force ? NewFile::Existing::replace : NewFile::Existing::refuse);
         LeaveOutFormer(sources, path);
-        sources.LeaveOut(file.Descriptor());
-        sources.Collect(options.paths, progress);
         Hpack package;
         OnPackage(path, [&] { package.Open(file.Path(), 'w'); });
         StoreAll(package, path, sources, progress);
@@ -81,8 +81,10 @@ static void Add(const PackOptions& options) {
     Sources sources;
     const LockedPackage original(options.package);
     sources.LeaveOut(original.Descriptor());
+    // Before there is a copy, which may lie in a folder that is packed.
+    RunLongWork(options.quiet,
+                [&](CTProgress& progress) { sources.Collect(options.paths, progress); });
     ChangePackage(original, options.quiet, [&](Hpack& package, CTProgress& progress) {
-        sources.Collect(options.paths, progress);
         StoreAll(package, options.package, sources, progress);
     });
     ReportSkipped(sources, options.quiet);
