@@ -433,12 +433,17 @@ void Hpack::SaveIndex() {
         indexSpace = needed;
         indexOffset = end;
     }
-    // Items replaced in place leave an index of the same bytes, and a block that is not written
-    // over can not be torn.
-    if (savedAt == 0 || savedAt != indexOffset || index->Changed()) {
+    if (!IsIndexSaved()) {
         WriteIndex(indexOffset);
     }
     modified = false;
+}
+
+// Items replaced in place leave an index of the same bytes, and a block that is not written over
+// can not be torn. The stream may have been cut behind the package's back.
+bool Hpack::IsIndexSaved() {
+    return savedAt != 0 && savedAt == indexOffset && !index->Changed() &&
+           io.stream->GetFileSize() >= std::uint64_t{savedAt} + GetIndexSpace();
 }
 
 void Hpack::CalculateDeadSpace(unsigned int& fileSize, unsigned int& deadSpace) {

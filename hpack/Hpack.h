@@ -204,6 +204,7 @@ private:
     VANTRY_LOCAL void RequireRoom(const qtString& key, std::uint64_t end);
     VANTRY_LOCAL void SeekTo(unsigned int offset);
     VANTRY_LOCAL bool Holds(std::uint64_t end);
+    VANTRY_LOCAL bool IsIndexSaved();
     VANTRY_LOCAL void RequireUpdateMode() const;
     [[noreturn]] VANTRY_LOCAL void FailWithStream(const char* text,
                                                   HpackErrors::Number number) const;

@@ -1,6 +1,8 @@
 // Every call that an operation makes to its stream, and every allocation, fails in turn. What comes
 // out is the stream's error; afterwards the object works on, and what the last save held is there.
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,8 +15,10 @@
 #include <optional>
 
 #include "hpack/Hpack.h"
+#include "hpack/HpackFormat.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/Bytes.h"
+#include "tests/support/Errors.h"
 #include "tests/support/FaultyStream.h"
 #include "tests/support/TempFolder.h"
 
@@ -277,6 +281,10 @@ TEST(HpackFault, FileThatShrinksWhileItIsOpen) {
                 EXPECT_EQ(error.Number(), HioErrors::read);
             }
         }
+        package.AddAtOffset("", qtString("in place"), HpackFormat::headerSize);
+        package.SaveIndex();
+        Hpack other;
+        other.Open(name, 'r');
         package.AddOrUpdate("new", "added");
         package.Close();
         package.Open(name, 'r');
@@ -317,6 +325,48 @@ TEST(HpackFault, NoRoomForTheFile) {
         }
     }
     std::signal(SIGXFSZ, formerHandler);
+}
+
+// A disk that fills up while items are added: every save that was done stays, and when there is
+// room again the package goes on.
+TEST(HpackFault, NoRoomOnTheDisk) {
+    const TempFolder folder;
+    const char* const disk = folder.Path().c_str();
+    if (unshare(CLONE_NEWNS) != 0 ||
+        mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("none", disk, "tmpfs", 0, "size=128k") != 0) {
+        GTEST_SKIP() << "no file system may be mounted here";
+    }
+    const qtString name = folder / "package";
+    const qtString filler = folder / "filler";
+    WriteFile(filler, std::string(65536, 'x'));
+    const qtString body(3000, 'b');
+    Hpack package;
+    package.Open(name, 'w');
+    package.Close();
+    unsigned int added = 0;
+    for (const unsigned int fitting : {15U, 30U}) {
+        package.Open(name, 'u');
+        const auto addUntilItFails = [&] {
+            for (;; ++added) {
+                package.AddOrUpdate(Hpack::MakeStringKey(added), body);
+                package.SaveIndex();
+            }
+        };
+        ExpectError<HioErr>(addUntilItFails, HioErrors::write, "Write error in file " + name,
+                            {name});
+        EXPECT_GE(added, fitting);
+        package.Close();
+        package.Open(name, 'r');
+        for (unsigned int number = 0; number < added; ++number) {
+            qtString value;
+            package.GetItem(Hpack::MakeStringKey(number), value);
+            EXPECT_EQ(value, body);
+        }
+        std::filesystem::remove(std::string(filler));
+    }
+    package.Close();
+    umount(disk);
 }
 
 }  // namespace
