@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fs::remove_all(folder);
     fs::create_directories(folder);
     setenv("BASEKIT_REGISTRY", (folder / "one").c_str(), 1);
-    WriteFile((folder / "text").string(), qtString(reinterpret_cast<const char*>(data), size));
+    WriteFile((folder / "text").string(), Input(data, size).rest);
     CvexRegEdit editor;
     editor.Import((folder / "text").c_str());
     const Contents stored = Stored();

@@ -1,7 +1,7 @@
 // The tokenizers against a walk, one character after the other.
 #include "fuzz/Fuzz.h"
 #include "lpstring/LpString.h"
-#include "tests/support/Judges.h"
+#include "tests/support/Walk.h"
 
 template <class View, class String, class... Separators>
 static void Compare(const String& text, const String& set, const Separators&... separators) {
@@ -17,11 +17,11 @@ static void Compare(const String& text, const String& set, const Separators&... 
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    FuzzedDataProvider input(data, size);
-    const std::size_t skipped = input.ConsumeIntegralInRange(0, 15);  // any alignment
-    const qtString separators = input.ConsumeRandomLengthString(20);
-    const qtString text(input.ConsumeRemainingBytesAsString());
-    const qtString shifted = text.substr(std::min(skipped, text.size()));
+    Input input(data, size);
+    const std::size_t skipped = input() % 16;  // any alignment
+    const std::size_t count = input() % 20;
+    const qtString separators = input.rest.substr(0, count);
+    const qtString shifted = input.rest.substr(std::min(skipped, input.rest.size()));
     const qtString first = separators.substr(0, 1);
     Compare<LpCString>(shifted, separators, separators);
     Compare<LpCString>(shifted, qtString(" \t\n\v\f\r"));

@@ -2,19 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <random>
-
 #include "lpstring/LpStringHash.h"
-#include "tests/support/Judges.h"
 
 namespace {
-
-qtString RandomBytes(std::mt19937& random, std::size_t count) {
-    qtString bytes(count, '\0');
-    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(random()); });
-    return bytes;
-}
 
 TEST(PolyHash, KnownValues) {
     const Poly_Hash<32>& hash = LpStringHash::s_polyHash;
@@ -63,44 +53,6 @@ TEST(PolyHash, InitRefusesDegreesAndChangesNothing) {
     EXPECT_EQ(hash.Mask(), 0xFFu);
     EXPECT_EQ(hash.InitialValue(), 0x45u);
     EXPECT_EQ(hash.TableEntry(1), 0x71u);
-}
-
-TEST(PolyHash, EveryDegreeLengthSplitAndAlignmentDivides) {
-    std::mt19937 random(4321);
-    const qtString bytes = RandomBytes(random, 20000);
-    for (int round = 0; round < 3000; ++round) {
-        const int degree = 8 + round % 25;
-        const auto polynomial =
-            static_cast<std::uint32_t>(random() % 2 == 0 ? Hash_primitive_seed[degree] : random());
-        const auto initial = static_cast<std::uint32_t>(random());
-        const std::size_t longest = round % 50 == 0 ? 15000 : round % 4 == 0 ? 1500 : 80;
-        // A copy of its own, for the sanitizer to see reading beyond either end.
-        const qtString text = bytes.substr(random() % 5000, random() % longest);
-        const std::size_t split = random() % (text.size() + 1);
-
-        Poly_Hash<32> hash;
-        hash.Init(degree, polynomial, initial);
-        const std::uint32_t expected = Divide(degree, polynomial, initial, text);
-        ASSERT_EQ(hash.Hash(text), expected) << degree << ' ' << polynomial << ' ' << text.size();
-        const unsigned int first = hash.Hash(text.data(), split);
-        ASSERT_EQ(hash.Extend(first, text.data() + split, text.size() - split), expected);
-        ASSERT_EQ(hash.Extend(~hash.Mask() | first, text.data() + split, text.size() - split),
-                  expected);
-    }
-}
-
-TEST(PolyHash, SharedHashDividesAtEveryShortLength) {
-    std::mt19937 random(99);
-    for (std::size_t length = 0; length < 1300; ++length) {
-        const std::vector<char> memory = [&] {
-            const qtString bytes = RandomBytes(random, length);
-            return std::vector<char>(bytes.begin(), bytes.end());
-        }();
-        const auto start = static_cast<std::uint32_t>(random());
-        ASSERT_EQ(LpStringHash::s_polyHash.Extend(start, memory.data(), length),
-                  Divide(32, 0xc0000401, start, qtString(memory.begin(), memory.end())))
-            << length;
-    }
 }
 
 TEST(PolyHash, UnusedObjectHashesModuloX8) {

@@ -27,12 +27,11 @@ protected:
 
     void ExpectCounts(unsigned int numOfPhases, unsigned int phase, unsigned int range,
                       unsigned int steps, const char* name) const {
-        EXPECT_EQ(progress.numOfPhases, numOfPhases);
-        EXPECT_EQ(progress.phase, phase);
-        EXPECT_EQ(progress.progressRange, range);
-        EXPECT_EQ(progress.progress, steps);
-        EXPECT_EQ(progress.phaseName, name);
-        EXPECT_FALSE(progress.stopRequested);
+        using Counts =
+            std::tuple<unsigned int, unsigned int, unsigned int, unsigned int, const char*, bool>;
+        EXPECT_EQ(Counts(progress.numOfPhases, progress.phase, progress.progressRange,
+                         progress.progress, progress.phaseName, progress.stopRequested),
+                  Counts(numOfPhases, phase, range, steps, name, false));
     }
 
     Progress progress;

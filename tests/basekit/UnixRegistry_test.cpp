@@ -2,17 +2,14 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <csignal>
 #include <random>
 #include <thread>
 #include <vector>
 
-#include "TemporaryRegistry.h"
+#include "tests/support/Processes.h"
+#include "tests/support/TemporaryRegistry.h"
 
 #define DB_DBM_HSEARCH 1
 #include <db.h>
@@ -21,14 +18,26 @@
 
 namespace {
 
-using UnixRegistryTest = TemporaryRegistry;
 namespace fs = std::filesystem;
 
-TEST_F(UnixRegistryTest, KeepsAnyBytes) {
-    std::string all(256, '\0');
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        all[i] = static_cast<char>(i);
+class UnixRegistryTest : public TemporaryRegistry {
+protected:
+    static std::string LastError() { return UnixRegistry::LastError(); }
+    static fs::perms Permissions(const fs::path& path) { return fs::status(path).permissions(); }
+
+    /// The value of a key, or "none".
+    static std::string Get(UnixRegistry& store, const char* key) {
+        const char* data = nullptr;
+        unsigned length = 0;
+        return store.GetKey(key, data, length) ? std::string(data, length) : "none";
     }
+
+    const fs::path lock = database.string() + ".lock";
+    const fs::path fresh = database.string() + ".new";
+};
+
+TEST_F(UnixRegistryTest, KeepsAnyBytes) {
+    const std::string all = AllBytes();
     Records model = {{"Pop/Greeting", "hello"},
                      {"empty", ""},
                      {"", "empty key"},
@@ -37,7 +46,7 @@ TEST_F(UnixRegistryTest, KeepsAnyBytes) {
     UnixRegistry store;
     ASSERT_TRUE(store.Open(true));
     for (const auto& [key, value] : model) {
-        ASSERT_TRUE(Set(store, key, value)) << UnixRegistry::LastError();
+        ASSERT_TRUE(Set(store, key, value)) << LastError();
     }
     ASSERT_TRUE(Set(store, "Pop/Greeting", model["Pop/Greeting"] = "hallo"));
     EXPECT_EQ(ReadAll(), model);
@@ -58,7 +67,7 @@ TEST_F(UnixRegistryTest, KeepsAnyBytes) {
     model.erase("");
     model["new"] = "1";
     EXPECT_EQ(ReadAll(), model);
-    EXPECT_FALSE(fs::exists(database.string() + ".new"));
+    EXPECT_FALSE(fs::exists(fresh));
 }
 
 TEST_F(UnixRegistryTest, SharesTheFormatOfNdbm) {
@@ -90,8 +99,7 @@ TEST_F(UnixRegistryTest, CreatesWhatIsMissingForTheUserAlone) {
     umask(0);
     UnixRegistry store;
     EXPECT_FALSE(store.Open(false));
-    EXPECT_EQ(std::string(UnixRegistry::LastError()),
-              database.string() + ": No such file or directory");
+    EXPECT_EQ(LastError(), database.string() + ": No such file or directory");
     EXPECT_TRUE(fs::is_empty(folder));
     EXPECT_EQ(store.Handle(), nullptr);
     EXPECT_FALSE(Set(store, "a", "b"));
@@ -99,9 +107,9 @@ TEST_F(UnixRegistryTest, CreatesWhatIsMissingForTheUserAlone) {
     ASSERT_TRUE(store.Open(true));
     EXPECT_NE(store.Handle(), nullptr);
     EXPECT_EQ(ReadAll(), Records());
-    EXPECT_EQ(fs::status(database).permissions(), fs::perms(0600));
-    EXPECT_EQ(fs::status(database.string() + ".lock").permissions(), fs::perms(0600));
-    EXPECT_EQ(fs::status(database.parent_path()).permissions(), fs::perms(0700));
+    EXPECT_EQ(Permissions(database), fs::perms(0600));
+    EXPECT_EQ(Permissions(lock), fs::perms(0600));
+    EXPECT_EQ(Permissions(database.parent_path()), fs::perms(0700));
     ASSERT_TRUE(store.Open(false));
     EXPECT_FALSE(Set(store, "a", "b"));
     EXPECT_EQ(ReadAll(), Records());
@@ -112,7 +120,7 @@ TEST_F(UnixRegistryTest, CreatesWhatIsMissingForTheUserAlone) {
     fs::create_symlink(folder / "real", database);
     ASSERT_TRUE(Set("a", "b"));
     EXPECT_TRUE(fs::is_symlink(database));
-    EXPECT_EQ(fs::status(folder / "real").permissions(), fs::perms(0640));
+    EXPECT_EQ(Permissions(folder / "real"), fs::perms(0640));
     EXPECT_EQ(ReadAll(), (Records{{"a", "b"}}));
 
     // A link that leads to nothing yet, by way of another, and one that leads in a circle.
@@ -126,8 +134,7 @@ TEST_F(UnixRegistryTest, CreatesWhatIsMissingForTheUserAlone) {
     fs::remove(folder / "store/other");
     fs::create_symlink(database, folder / "store/other");
     EXPECT_FALSE(Set("a", "d"));
-    EXPECT_EQ(std::string(UnixRegistry::LastError()),
-              database.string() + ": Too many levels of symbolic links");
+    EXPECT_EQ(LastError(), database.string() + ": Too many levels of symbolic links");
 }
 
 TEST_F(UnixRegistryTest, IsFoundByTheEnvironment) {
@@ -156,21 +163,18 @@ TEST_F(UnixRegistryTest, StoresThatStayOpenSeeEachOther) {
     UnixRegistry first;
     UnixRegistry second;
     ASSERT_TRUE(first.Open(true) && second.Open(true));
-    const char* data = nullptr;
-    unsigned length = 0;
     for (int i = 0; i < 100; ++i) {
         ASSERT_TRUE(Set(i % 2 == 0 ? first : second, "n", std::to_string(i)));
-        ASSERT_TRUE((i % 2 == 0 ? second : first).GetKey("n", data, length));
-        ASSERT_EQ(std::string(data, length), std::to_string(i));
+        ASSERT_EQ(Get(i % 2 == 0 ? second : first, "n"), std::to_string(i));
     }
     fs::remove_all(database.parent_path());
-    EXPECT_FALSE(first.GetKey("n", data, length));
+    EXPECT_EQ(Get(first, "n"), "none");
     Records last;
     EXPECT_TRUE(ReadAll(last, first));
     EXPECT_EQ(last, (Records{{"n", "99"}})) << "a walk shows what is still open";
     EXPECT_NE(first.Handle(), nullptr);
     EXPECT_TRUE(Set(second, "n", "anew"));
-    EXPECT_TRUE(first.GetKey("n", data, length));
+    EXPECT_EQ(Get(first, "n"), "anew");
 
     // In the middle of a walk, writers are neither kept out nor seen.
     ASSERT_TRUE(Set("m", "1"));
@@ -188,25 +192,19 @@ TEST_F(UnixRegistryTest, DamageIsNeverShownAsData) {
     for (const auto& [key, value] : model) {
         ASSERT_TRUE(Set(key, value));
     }
-    const std::string good = Read(database);
+    const std::string good = FileBytes(database);
     const auto check = [&](const std::string& content) {
         fs::remove(database);
-        Write(database, content);
+        WriteFile(database, content);
         UnixRegistry store;
         Records found;
-        if (store.Open(true) && ReadAll(found, store)) {
-            EXPECT_TRUE(found == model) << content.size();
-        } else {
-            EXPECT_FALSE(UnixRegistry::LastError().empty());
-        }
+        const bool whole = store.Open(true) && ReadAll(found, store);
+        EXPECT_TRUE(whole ? found == model : !LastError().empty()) << content.size();
         for (const auto& [key, value] : found) {
             EXPECT_TRUE(model.at(key) == value);
         }
-        const char* data = nullptr;
-        unsigned length = 0;
-        if (store.GetKey("Pop/Greeting", data, length)) {
-            EXPECT_EQ(std::string(data, length), "hello");
-        }
+        const std::string value = Get(store, "Pop/Greeting");
+        EXPECT_TRUE(value == "hello" || value == "none");
     };
     std::mt19937 random(1);
     for (std::size_t i = 0; i < good.size(); i += i < 512 ? 1 : 17) {
@@ -215,10 +213,10 @@ TEST_F(UnixRegistryTest, DamageIsNeverShownAsData) {
         check(bad);
         check(good.substr(0, i));
     }
-    for (const char* content : {"", "no database at all", "\0"}) {
-        Write(database, std::string(content) + std::string(2000, *content));
+    for (const std::string& content : {std::string(2000, '\0'), std::string(2000, 'n')}) {
+        WriteFile(database, content);
         EXPECT_FALSE(Set("a", "b"));
-        EXPECT_EQ(Read(database), std::string(content) + std::string(2000, *content));
+        EXPECT_EQ(FileBytes(database), content);
     }
 }
 
@@ -228,14 +226,12 @@ TEST_F(UnixRegistryTest, AFailedWriteLeavesWhatWasThere) {
     ASSERT_TRUE(store.Open(true));
     const auto fails = [&](const std::string& cause) {
         EXPECT_FALSE(Set(store, "a", std::string(100000, 'c')));
-        EXPECT_NE(UnixRegistry::LastError().find(cause), std::string::npos)
-            << UnixRegistry::LastError();
-        EXPECT_FALSE(fs::exists(database.string() + ".new"));
+        EXPECT_NE(LastError().find(cause), std::string::npos) << LastError();
+        EXPECT_FALSE(fs::exists(fresh));
         EXPECT_EQ(ReadAll(), (Records{{"a", "b"}}));
     };
 
-    const pid_t child = fork();
-    if (child == 0) {
+    const pid_t child = Start([&] {
         std::signal(SIGXFSZ, SIG_IGN);
         const rlimit small{20000, 20000};
         setrlimit(RLIMIT_FSIZE, &small);
@@ -249,17 +245,14 @@ TEST_F(UnixRegistryTest, AFailedWriteLeavesWhatWasThere) {
             fs::permissions(database.parent_path(), fs::perms(0500));
         }
         fails("Permission denied");
-        _exit(HasFailure() ? 1 : 0);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+    });
+    EXPECT_EQ(End(child), 0);
 
     // What a killed writer left is in nobody's way, a folder in that place is.
-    Write(database.string() + ".new", "debris");
+    WriteFile(fresh, "debris");
     EXPECT_TRUE(Set("a", "b"));
-    EXPECT_FALSE(fs::exists(database.string() + ".new"));
-    fs::create_directories(database.string() + ".new/in the way");
+    EXPECT_FALSE(fs::exists(fresh));
+    fs::create_directories(fresh / "in the way");
     EXPECT_FALSE(Set("a", "c"));
     EXPECT_EQ(ReadAll(), (Records{{"a", "b"}}));
 
@@ -273,54 +266,14 @@ TEST_F(UnixRegistryTest, AFailedWriteLeavesWhatWasThere) {
 }
 
 TEST_F(UnixRegistryTest, IgnoresDbConfig) {
-    Write(folder / "DB_CONFIG", "set_data_dir /nowhere\nset_flags nonsense\nset_create_dir /x\n");
+    WriteFile(folder / "DB_CONFIG",
+              "set_data_dir /nowhere\nset_flags nonsense\nset_create_dir /x\n");
     fs::current_path(folder);
     Use("registry");
     EXPECT_TRUE(Set("a", "b"));
     EXPECT_EQ(ReadAll(), (Records{{"a", "b"}}));
     EXPECT_TRUE(fs::exists(folder / "registry.db"));
     fs::current_path("/");
-}
-
-TEST_F(UnixRegistryTest, ManyWritersLoseNothing) {
-    static constexpr int processes = 3;
-    static constexpr int threads = 3;
-    static constexpr int writes = 15;
-    const auto write = [](int process, int thread) {
-        UnixRegistry kept;
-        EXPECT_TRUE(kept.Open(true));
-        for (int i = 0; i < writes; ++i) {
-            const std::string name =
-                std::to_string(process) + "/" + std::to_string(thread) + "/" + std::to_string(i);
-            EXPECT_TRUE(i % 2 == 0 ? Set(kept, name, name) : Set(name, name))
-                << UnixRegistry::LastError();
-            const Records all = ReadAll();
-            for (int before = 0; before <= i; ++before) {
-                EXPECT_EQ(all.count(name.substr(0, 4) + std::to_string(before)), 1u);
-            }
-        }
-    };
-    std::vector<pid_t> children;
-    for (int process = 0; process < processes; ++process) {
-        children.push_back(fork());
-        ASSERT_GE(children.back(), 0);
-        if (children.back() == 0) {
-            std::vector<std::thread> running;
-            for (int thread = 0; thread < threads; ++thread) {
-                running.emplace_back(write, process, thread);
-            }
-            for (std::thread& thread : running) {
-                thread.join();
-            }
-            _exit(HasFailure() ? 1 : 0);
-        }
-    }
-    for (const pid_t child : children) {
-        int status = 0;
-        waitpid(child, &status, 0);
-        EXPECT_EQ(status, 0);
-    }
-    EXPECT_EQ(ReadAll().size(), std::size_t{processes * threads * writes});
 }
 
 struct Report {
@@ -340,61 +293,50 @@ std::string SlotOf(const Report& write) {
 // reported when it has succeeded.
 [[noreturn]] void WriteUntilKilled(int reports, Report write) {
     UnixRegistry kept;
-    for (;; ++write.number) {
+    for (bool good = true; good; ++write.number) {
         UnixRegistry fresh;
         UnixRegistry& store = write.number % 2 == 0 ? fresh : kept;
-        if (store.Handle() == nullptr && !store.Open(true)) {
-            _exit(1);
-        }
+        good = store.Handle() != nullptr || store.Open(true);
         const std::string value = ValueOf(write.number);
         UnixRegistry::Update update(store);
         for (const std::string& key :
              {SlotOf(write), write.writer + std::string("+"), write.writer + std::string("-")}) {
             update.Set(key, value.data(), value.size());
         }
-        if (!update.Commit() || ::write(reports, &write, sizeof write) != sizeof write) {
-            _exit(1);
-        }
+        const char* data = nullptr;
+        unsigned length = 0;
+        good = good && update.Commit() && store.GetKey(SlotOf(write), data, length) &&
+               value == std::string(data, length) &&
+               ::write(reports, &write, sizeof write) == ssize_t{sizeof write};
     }
+    _exit(1);
 }
 
-// VANTRY_KILL_ROUNDS sets the number of rounds; each kills two writers.
+// Each round kills two processes, one of which writes in two threads.
 TEST_F(UnixRegistryTest, KilledWritersLoseNothing) {
-    const char* const wanted = std::getenv("VANTRY_KILL_ROUNDS");
-    const int rounds = wanted == nullptr ? 40 : std::atoi(wanted);
+    const int rounds = KillRounds(40);
     std::mt19937 random(7);
     std::map<std::string, unsigned long> reported;
     unsigned long writes = 0;
     unsigned long lost = 0;
     for (int round = 0; round < rounds; ++round) {
-        int reports[2];
-        ASSERT_EQ(pipe2(reports, O_CLOEXEC), 0);
-        std::vector<pid_t> children;
-        for (const char writer : {'a', 'b'}) {
-            children.push_back(fork());
-            ASSERT_GE(children.back(), 0);
-            if (children.back() == 0) {
-                WriteUntilKilled(reports[1], {writer, static_cast<unsigned long>(round) * 10000});
-            }
-        }
-        close(reports[1]);
-        if (round % 2 != 0) {
-            // Builds differ in the time that the first write takes.
-            pollfd first{reports[0], POLLIN, 0};
-            ASSERT_EQ(poll(&first, 1, 30000), 1);
-        }
-        for (const pid_t child : children) {
-            usleep(static_cast<useconds_t>(random() % 20000));
-            kill(child, SIGKILL);
-            int status = 0;
-            waitpid(child, &status, 0);
-            EXPECT_TRUE(WIFSIGNALED(status)) << "a writer gave up";
-        }
-        for (Report write; read(reports[0], &write, sizeof write) == sizeof write; ++writes) {
+        const auto first = static_cast<unsigned long>(round) * 10000;
+        const auto threads = [&](int pipe) {
+            std::thread other(WriteUntilKilled, pipe, Report{'c', first});
+            WriteUntilKilled(pipe, {'b', first});
+            other.join();
+        };
+        const auto reports = KillWriters<Report>(
+            {[&](int pipe) {
+                 WriteUntilKilled(pipe, {'a', first});
+             },
+             threads},
+            random, 20000,
+            round % 2 != 0);  // builds differ in the time that the first write takes
+        for (const Report& write : reports) {
             reported[SlotOf(write)] = write.number;
         }
-        close(reports[0]);
-
+        writes += reports.size();
         if (reported.empty() && !fs::exists(database)) {
             continue;
         }
@@ -405,8 +347,9 @@ TEST_F(UnixRegistryTest, KilledWritersLoseNothing) {
         for (const auto& [key, value] : stored) {
             ASSERT_EQ(value, ValueOf(std::stoul(value))) << key;
         }
-        EXPECT_EQ(stored["a+"], stored["a-"]);
-        EXPECT_EQ(stored["b+"], stored["b-"]);
+        for (const std::string writer : {"a", "b", "c"}) {
+            EXPECT_EQ(stored[writer + "+"], stored[writer + "-"]);
+        }
     }
     std::printf("%d kills, %lu writes, %lu lost\n", 2 * rounds, writes, lost);
     EXPECT_EQ(lost, 0ul);

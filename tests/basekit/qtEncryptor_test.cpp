@@ -1,12 +1,11 @@
 #include "basekit/qtEncryptor.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <vector>
 
-#include "TemporaryRegistry.h"
+#include "tests/support/Processes.h"
+#include "tests/support/TemporaryRegistry.h"
 
 namespace {
 
@@ -15,10 +14,7 @@ namespace fs = std::filesystem;
 
 TEST_F(qtEncryptorTest, DecryptsWhatItEncryptedAndNothingElse) {
     EXPECT_THROW(qtEncryptor().Decrypt("no key yet"), qtxAll);
-    qtString all(256, '\0');
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        all[i] = static_cast<char>(i);
-    }
+    const qtString all = AllBytes();
     for (const qtString& plain : {qtString(), qtString("secret"), all}) {
         const qtString encrypted = qtEncryptor().Encrypt(plain);
         EXPECT_EQ(encrypted.size(), plain.size() + 40);
@@ -35,9 +31,9 @@ TEST_F(qtEncryptorTest, DecryptsWhatItEncryptedAndNothingElse) {
     const fs::path key = fs::path(database).replace_extension(".key");
     EXPECT_EQ(fs::status(key).permissions(), fs::perms(0600));
     const qtString encrypted = qtEncryptor().Encrypt("secret");
-    const std::string bytes = Read(key);
+    const std::string bytes = FileBytes(key);
     for (const std::string& other : {std::string(32, 'k'), bytes.substr(1), bytes + "x"}) {
-        Write(key, other);
+        WriteFile(key, other);
         EXPECT_THROW(qtEncryptor().Decrypt(encrypted), qtxEncryptor);
     }
     EXPECT_THROW(qtEncryptor().Encrypt("secret"), qtxEncryptor) << "no key is ever replaced";
@@ -60,21 +56,18 @@ TEST_F(qtEncryptorTest, ProcessesThatStartTogetherMakeOneKey) {
         ASSERT_EQ(pipe(start), 0);
         std::vector<pid_t> children;
         for (int i = 0; i < 4; ++i) {
-            children.push_back(fork());
-            if (children.back() == 0) {
+            children.push_back(Start([&] {
                 close(start[1]);
                 char byte;
-                (void)!read(start[0], &byte, 1);
-                const qtString name = (folder / std::to_string(i)).string();
-                Write(name.c_str(), qtEncryptor().Encrypt("secret"));
-                _exit(0);
-            }
+                EXPECT_EQ(read(start[0], &byte, 1), 0);
+                WriteFile(folder / std::to_string(i), qtEncryptor().Encrypt("secret"));
+            }));
         }
         close(start[0]);
         close(start[1]);
         for (std::size_t i = 0; i < children.size(); ++i) {
-            waitpid(children[i], nullptr, 0);
-            EXPECT_EQ(qtEncryptor().Decrypt(Read(folder / std::to_string(i))), "secret");
+            EXPECT_EQ(End(children[i]), 0);
+            EXPECT_EQ(qtEncryptor().Decrypt(FileBytes(folder / std::to_string(i))), "secret");
         }
     }
 }

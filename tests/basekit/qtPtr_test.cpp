@@ -5,31 +5,15 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/Counted.h"
+
 namespace {
 
-struct Counted {
-    explicit Counted(int& counter) : alive(counter) { ++alive; }
-    ~Counted() { --alive; }
-    int& alive;
-};
-
 TEST(qtPtr, LastReferenceDeletes) {
-    int alive = 0;
-    for (const bool singleThread : {false, true}) {
+    for (const bool singleThread : {true, false}) {
         qtPtrBase::m_CountAux::s_singleThread = singleThread;
-        qtPtr<Counted> first(new Counted(alive));
-        qtPtr<Counted> second(first);
-        first = qtPtr<Counted>();
-        EXPECT_EQ(alive, 1);
-        EXPECT_FALSE(first);
-        second = *&second;
-        EXPECT_EQ(alive, 1);
-        second = qtPtr<Counted>(new Counted(alive));
-        EXPECT_EQ(alive, 1);
-        second = first;
-        EXPECT_EQ(alive, 0);
+        ExpectLastReferenceDeletes<qtPtr<Counted>>();
     }
-    qtPtrBase::m_CountAux::s_singleThread = false;
 }
 
 TEST(qtPtr, ThreadsShareTheCount) {

@@ -4,6 +4,7 @@
 
 #include "hpack/Hmemory.h"
 #include "tests/support/Bytes.h"
+#include "tests/support/Counted.h"
 
 namespace {
 
@@ -38,24 +39,8 @@ TEST(Generic32, BaseDoesNothing) {
     EXPECT_EQ(stream.Name(), "");
 }
 
-struct Counted : Generic32 {
-    explicit Counted(int& counter) : alive(counter) { ++alive; }
-    ~Counted() override { --alive; }
-    int& alive;
-};
-
-TEST(qtPtrLight, LastReferenceDeletesTheWholeObject) {
-    int alive = 0;
-    qtPtrLight<Generic32> first(new Counted(alive));
-    qtPtrLight<Generic32> second(first);
-    first = qtPtrLight<Generic32>();
-    second = *&second;
-    EXPECT_EQ(alive, 1);
-    second = qtPtrLight<Generic32>(new Counted(alive));
-    EXPECT_EQ(alive, 1);
-    EXPECT_TRUE(second);
-    second = first;
-    EXPECT_EQ(alive, 0);
+TEST(qtPtrLight, LastReferenceDeletes) {
+    ExpectLastReferenceDeletes<qtPtrLight<CountedBase>>();
 }
 
 }  // namespace

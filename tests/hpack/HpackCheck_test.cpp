@@ -3,35 +3,13 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <functional>
-#include <map>
-
-#include "hpack/Hmemory.h"
-#include "hpack/HpackCompact.h"
-#include "hpack/HpackFormat.h"
-#include "tests/support/Bytes.h"
+#include "tests/support/Attempts.h"
 #include "tests/support/FaultyStream.h"
 
 namespace {
 
 // Header 0, "a" 16, "b" 30, index 44: "a" at 52, "b" at 61; both end at 70.
-qtString TwoItems() {
-    qtPtr<qtBuffer> buffer = NewBuffer();
-    Hpack package;
-    package.Open(buffer, 'w');
-    package.AddOrUpdate("a", "1");
-    package.AddOrUpdate("b", "2");
-    package.Close();
-    return Bytes(*buffer);
-}
-
-HpackCheckReport Check(const qtString& bytes) {
-    const qtPtr<qtBuffer> buffer = NewBuffer(bytes);
-    Hmemory stream;
-    stream.Open(*buffer, 'r');
-    return HpackCheck(stream);
-}
+const qtString twoItems = Package({{"a", "1"}, {"b", "2"}});
 
 struct Case {
     HpackFault::Kind kind;
@@ -67,9 +45,7 @@ TEST(HpackCheck, FindsEachKindOfFault) {
         {HpackFault::overlapsIndex, "b", 2, PutAt(39, 2)},
         {HpackFault::overlapsHeader, "", 0,
          [](qtString& bytes) {
-             HpackFormat::PutWord(bytes.data() + 4, 8);
-             HpackFormat::PutWord(bytes.data() + 8, HpackFormat::IndexMagic);
-             HpackFormat::PutWord(bytes.data() + 12, 0);
+             bytes.replace(4, 12, Word(8) + Word(HpackFormat::IndexMagic) + Word(0));
          }},
         {HpackFault::overlapsHeader, "a", 2,
          [](qtString& bytes) {
@@ -79,8 +55,7 @@ TEST(HpackCheck, FindsEachKindOfFault) {
     };
     for (const Case& fault : cases) {
         SCOPED_TRACE(HpackFault::Name(fault.kind));
-        qtString bytes = TwoItems();
-        EXPECT_TRUE(Check(bytes).Good());
+        qtString bytes = twoItems;
         fault.damage(bytes);
         const HpackCheckReport report = Check(bytes);
         EXPECT_TRUE(std::any_of(report.faults.begin(), report.faults.end(), [&](const auto& found) {
@@ -92,58 +67,36 @@ TEST(HpackCheck, FindsEachKindOfFault) {
 }
 
 TEST(HpackCheck, UnreadablePlacesAreTheItemsFault) {
-    const qtPtr<qtBuffer> buffer = NewBuffer(TwoItems());
+    const qtPtr<qtBuffer> buffer = NewBuffer(twoItems);
     FaultyStream stream(*buffer);
     stream.FailAfter(1, true);
     EXPECT_FALSE(HpackCheck(stream).Good());
 }
 
-qtPtr<qtBuffer> Compacted(Hpack& source, HpackOrder order) {
-    qtPtr<qtBuffer> buffer = NewBuffer();
-    Hpack target;
-    target.Open(buffer, 'w');
-    HpackCompact(source, target, order);
-    target.Close();
-    return buffer;
-}
-
 TEST(HpackCompact, KeepsAllButDeadSpace) {
     for (const int format : {0, 1, 2}) {
-        qtPtr<qtBuffer> buffer = NewBuffer();
-        Hpack package;
-        package.Open(buffer, 'w');
-        for (const char* const key : {"c", "", "b"}) {
-            package.AddOrUpdate(key, qtString(50000, *key));
-        }
-        package.Close();
-        package.Open(buffer, 'u');
-        package.AddOrUpdate("c", qtString(60000, 'd'));
-        package.Rename("b", "a");
-        package.SetFileID(1, 2, 3);
-        package.SetState(4);
-        if (format != 0) {
-            package.SetOldID(format == 1);
-        }
-        package.Close();
-        package.Open(buffer, 'r');
+        const qtString bytes = Updated(
+            Package({{"c", qtString(50000, 'c')}, {"", ""}, {"b", "body"}}), [&](Hpack& package) {
+                package.AddOrUpdate("c", qtString(60000, 'd'));
+                package.Rename("b", "a");
+                package.AddOrUpdate("a", "behind c");
+                package.SetFileID(1, 2, 3);
+                package.SetState(4);
+                if (format != 0) {
+                    package.SetOldID(format == 1);
+                }
+            });
+        Opened package(bytes);
         for (const HpackOrder order : {HpackOrder::key, HpackOrder::offset}) {
-            qtPtr<qtBuffer> compact = Compacted(package, order);
-            Hpack copy;
-            copy.Open(compact, 'u');
+            const auto fill = [&](Hpack& target) { HpackCompact(package, target, order); };
+            const qtString compact = Updated("", fill, 'w');
+            EXPECT_TRUE(Check(compact).Good());
+            Opened copy(compact, 'u');
             EXPECT_TRUE(HpackSame(package, copy));
-            unsigned int size = 0;
-            unsigned int dead = 0;
-            copy.CalculateDeadSpace(size, dead);
-            EXPECT_EQ(dead, format == 0 ? 0U : 8U);
-            unsigned int first = 0;
-            unsigned int second = 0;
-            copy.GetKeyInfo("a", first, size);
-            copy.GetKeyInfo("c", second, size);
-            EXPECT_LT(first, second);
-            copy.GetKeyInfo("", second, size);
-            EXPECT_EQ(second < first, true);
-            copy.Close();
-            EXPECT_TRUE(Check(Bytes(*compact)).Good());
+            EXPECT_EQ(DeadSpace(copy).second, format == 0 ? 0U : 8U);
+            const bool ascends = Place(copy, "a") < Place(copy, "c");
+            EXPECT_EQ(ascends, order == HpackOrder::key);
+            EXPECT_LT(Place(copy, ""), std::min(Place(copy, "a"), Place(copy, "c")));
 
             // Every difference shows.
             const std::function<void(Hpack&)> changes[] = {
@@ -153,10 +106,8 @@ TEST(HpackCompact, KeepsAllButDeadSpace) {
                 [&](Hpack& changed) { format == 0 ? changed.SetState(9) : changed.Delete("a"); },
             };
             for (const auto& change : changes) {
-                qtPtr<qtBuffer> other = NewBuffer(Bytes(*compact));
-                copy.Open(other, 'u');
-                change(copy);
-                EXPECT_FALSE(HpackSame(package, copy));
+                Opened changed(Updated(compact, change));
+                EXPECT_FALSE(HpackSame(package, changed));
             }
         }
     }

@@ -2,33 +2,25 @@
 // close the buffer and the file hold just the bytes that the model holds.
 #include <gtest/gtest.h>
 
-#include <map>
+#include <algorithm>
 #include <random>
 
-#include "hpack/Hpack.h"
-#include "hpack/HpackFormat.h"
-#include "tests/support/Bytes.h"
+#include "tests/support/Items.h"
 #include "tests/support/TempFolder.h"
 
 namespace {
 
 using namespace HpackFormat;
 
-qtString Packed(std::size_t value) {
-    char word[wordSize];
-    PutWord(word, static_cast<std::uint32_t>(value));
-    return qtString(word, wordSize);
-}
-
 class Model {
 public:
     struct Item {
-        std::uint32_t offset;
+        std::size_t offset;
         qtString body;
     };
 
     void Create() {
-        bytes = Packed(PackMagic) + qtString(headerSize - wordSize, '\0');
+        bytes = Word(PackMagic) + qtString(headerSize - wordSize, '\0');
         items.clear();
         indexOffset = 0;
         modified = true;
@@ -41,8 +33,8 @@ public:
 
     void Add(const qtString& key, const qtString& body, std::size_t offset) {
         const std::size_t at = offset == 0 ? bytes.size() : offset;
-        Put(at, Packed(ItemMagic) + Packed(key.size()) + key + Packed(body.size()) + body);
-        items[key] = {static_cast<std::uint32_t>(at), body};
+        Put(at, Record(key, body));
+        items[key] = {at, body};
         modified = true;
     }
 
@@ -67,35 +59,30 @@ public:
         if (!modified) {
             return;
         }
-        if (IndexSize() > indexSpace) {
-            indexSpace = IndexSize();
-            indexOffset = bytes.size();
-        } else if (indexOffset == 0) {
-            // The first save of a package that was created by an object used before: the former
-            // reservation covers the block, which goes to the end all the same.
+        // The first save of a package that was created by an object used before goes to the end
+        // even if the former reservation covers the block.
+        if (IndexSize() > indexSpace || indexOffset == 0) {
+            indexSpace = std::max(indexSpace, IndexSize());
             indexOffset = bytes.size();
         }
-        qtString block = Packed(IndexMagic) + Packed(items.size());
-        for (const auto& [key, item] : items) {
-            block += Packed(key.size()) + key + Packed(item.offset);
-        }
-        Put(indexOffset, block);
-        Put(indexOffsetAt, Packed(indexOffset));
+        Put(indexOffset, IndexBlock());
+        Put(indexOffsetAt, Word(indexOffset));
         modified = false;
     }
 
-    std::size_t IndexSize() const {
-        std::size_t size = indexOverhead;
+    qtString IndexBlock() const {
+        qtString block = Word(IndexMagic) + Word(items.size());
         for (const auto& [key, item] : items) {
-            size += entryOverhead + key.size();
+            block += Word(key.size()) + key + Word(item.offset);
         }
-        return size;
+        return block;
     }
+    std::size_t IndexSize() const { return IndexBlock().size(); }
 
     std::size_t Dead() const {
         std::size_t live = headerSize + IndexSize();
         for (const auto& [key, item] : items) {
-            live += recordOverhead + key.size() + item.body.size();
+            live += Record(key, item.body).size();
         }
         return bytes.size() - live;
     }
@@ -116,7 +103,6 @@ private:
 
 class HpackModel : public testing::TestWithParam<bool> {
 protected:
-    HpackModel() : buffer(NewBuffer()) {}
     ~HpackModel() noexcept override = default;
 
     void Open(char mode) {
@@ -128,21 +114,9 @@ protected:
     }
     qtString Stored() const { return GetParam() ? FileBytes(file) : Bytes(*buffer); }
 
-    qtString RandomKey() {
-        const auto length = random() % 6;
-        qtString key;
-        for (auto i = length; i-- > 0;) {
-            key.push_back("ab\0\xff"[random() % 4]);
-        }
-        return key;
-    }
     qtString RandomBody() {
         const auto length = random() % 20 == 0 ? random() % 40000 : random() % 30;
         return qtString(length, static_cast<char>(random()));
-    }
-    qtString ExistingKey() const {
-        const auto at = static_cast<std::ptrdiff_t>(random() % model.items.size());
-        return std::next(model.items.begin(), at)->first;
     }
 
     void ExpectItem(const qtString& key) {
@@ -154,71 +128,54 @@ protected:
         }
         package.GetItem(key, body);
         EXPECT_EQ(body, found->second.body);
-        unsigned int offset = 0;
-        unsigned int size = 0;
-        package.GetKeyInfo(key, offset, size);
-        EXPECT_EQ(offset, found->second.offset);
-        EXPECT_EQ(size, body.size());
+        EXPECT_EQ(Place(package, key), Extent(found->second.offset, body.size()));
     }
 
     void ExpectKeys() {
-        std::vector<qtString> keys;
-        package.GetIndex(keys);
         std::vector<qtString> expected;
         for (const auto& [key, item] : model.items) {
             expected.push_back(key);
         }
-        EXPECT_EQ(keys, expected);
+        EXPECT_EQ(Keys(package), expected);
         EXPECT_EQ(package.GetIndexSpace(), model.IndexSize());
     }
 
     void ChangeOrLook() {
-        const qtString key = RandomKey();
-        const qtString body = RandomBody();
+        const qtString key = RandomKey(random) + RandomKey(random);
         switch (random() % 10) {
-            case 0:
-                package.Delete(key);
-                model.Delete(key);
+            case 0: {
+                const auto space = DeadSpace(package);
+                model.Save();
+                EXPECT_EQ(space, Extent(model.bytes.size(), model.Dead()));
                 break;
-            case 1:
-            case 2:
-                if (!model.items.empty()) {
-                    const qtString old = ExistingKey();
-                    package.Rename(old, key);
-                    model.Rename(old, key);
-                }
-                break;
-            case 3:
+            }
+            case 1: {
+                const qtString body = RandomBody();
                 package.AddAtOffset(key, *NewBuffer(body), 0);
                 model.Add(key, body, 0);
                 break;
-            case 4:
+            }
+            case 2:
                 ExpectKeys();
                 break;
-            case 5: {
-                unsigned int size = 0;
-                unsigned int dead = 0;
-                package.CalculateDeadSpace(size, dead);
-                model.Save();
-                EXPECT_EQ(size, model.bytes.size());
-                EXPECT_EQ(dead, model.Dead());
-                break;
-            }
-            case 6:
+            case 3:
                 ExpectItem(key);
                 break;
-            default:
-                package.AddOrUpdate(key, body);
-                model.AddOrUpdate(key, body);
+            default: {
+                const Change change =
+                    RandomChange(random, model.items, [&] { return RandomBody(); });
+                change.Do(package);
+                change.Do(model);
+            }
         }
     }
 
     TempFolder folder;
     qtString file = folder / "package";
-    qtPtr<qtBuffer> buffer;
+    qtPtr<qtBuffer> buffer = NewBuffer();
     Hpack package;
     Model model;
-    mutable std::mt19937 random{2024};
+    std::mt19937 random{2024};
 };
 
 TEST_P(HpackModel, HoldsJustTheBytesOfTheModel) {
@@ -226,11 +183,11 @@ TEST_P(HpackModel, HoldsJustTheBytesOfTheModel) {
         Open('w');
         model.Create();
         for (auto count = random() % 40; count-- > 0;) {
-            const qtString key = RandomKey();
+            const qtString key = RandomKey(random) + RandomKey(random);
             if (model.items.count(key) == 0) {
-                const qtString body = RandomBody();
-                package.AddOrUpdate(key, body);
-                model.AddOrUpdate(key, body);
+                const Change change{Change::add, key, RandomBody()};
+                change.Do(package);
+                change.Do(model);
             }
         }
         package.Close();
@@ -257,36 +214,34 @@ TEST_P(HpackModel, HoldsJustTheBytesOfTheModel) {
 
 // Many keys, added out of order, so that every way of looking one up is taken.
 TEST_P(HpackModel, ManyKeysInRandomOrder) {
-    std::vector<unsigned int> numbers(20000);
-    for (unsigned int i = 0; i < numbers.size(); ++i) {
-        numbers[i] = i;
+    std::vector<qtString> numbers(20000);
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        numbers[i] = Word(i);
     }
+    const std::vector<qtString> sorted = numbers;
     std::shuffle(numbers.begin(), numbers.end(), random);
     Open('w');
-    for (const unsigned int number : numbers) {
-        package.AddAtOffset(Hpack::MakeStringKey(number), qtString(std::to_string(number)), 0);
+    for (const qtString& key : numbers) {
+        package.AddAtOffset(key, key, 0);
     }
     package.Close();
     Open('u');
     for (int round = 0; round < 3; ++round) {
-        std::vector<qtString> keys;
-        package.GetIndex(keys);
-        ASSERT_EQ(keys.size(), numbers.size());
-        EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
-        for (const unsigned int number : numbers) {
+        EXPECT_EQ(Keys(package), sorted);
+        for (const qtString& key : numbers) {
             qtString body;
-            package.GetItem(Hpack::MakeStringKey(number), body);
-            ASSERT_EQ(body, std::to_string(number));
+            package.GetItem(key, body);
+            ASSERT_EQ(body, key);
         }
         // Delete a third, save or not, and let them come back.
         for (std::size_t i = 0; i < numbers.size(); i += 3) {
-            package.Delete(Hpack::MakeStringKey(numbers[i]));
+            package.Delete(numbers[i]);
         }
         if (round == 1) {
             package.SaveIndex();
         }
         for (std::size_t i = 0; i < numbers.size(); i += 3) {
-            package.AddOrUpdate(Hpack::MakeStringKey(numbers[i]), std::to_string(numbers[i]));
+            package.AddOrUpdate(numbers[i], numbers[i]);
         }
     }
     package.Close();

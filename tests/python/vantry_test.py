@@ -1,5 +1,6 @@
 """Tests of the Python module; the argument names a class of tests, or `doctests`, or `types`."""
 
+import concurrent.futures
 import doctest
 import fcntl
 import io
@@ -35,44 +36,27 @@ class Packages(unittest.TestCase):
     def test_random_operations_agree_with_a_dictionary(self):
         chance = random.Random(7)
         for where in "model.hpk", vantry.Buffer():
-            vantry.open(where, "w").close()
             model = {}
-            package = vantry.open(where, "u")
-            for _ in range(2000):
+            package = vantry.open(where, "w")
+            for step in range(2000):
                 key = bytes(chance.choices(b"ab\0\xff", k=chance.randrange(4)))
-                step = chance.randrange(10)
-                if step < 4:
-                    package[key] = model[key] = chance.randbytes(chance.choice((0, 9, 30, 20000)))
-                elif step < 5:
-                    body = chance.randbytes(chance.randrange(40000))
-                    package.write(key, io.BytesIO(body))
-                    model[key] = body
-                elif step < 6 and model:
-                    old = chance.choice(sorted(model))
-                    package.rename(old, key)
-                    model[key] = model.pop(old)
-                elif step < 7:
-                    self.assertEqual(package.pop(key, None), model.pop(key, None))
-                elif step < 8:
+                body = chance.randbytes(chance.choice((0, 9, 30, 20000)))
+                if step % 50 == 0:
                     package.close()
                     package = vantry.open(where, "u")
+                elif step % 3 == 1:
+                    self.assertEqual(package.pop(key, None), model.pop(key, None))
+                elif step % 3 == 2:
+                    package.write(key, io.BytesIO(body))
+                    model[key] = body
                 else:
-                    self.assertEqual(package.get(key), model.get(key))
-                self.assertEqual(len(package), len(model))
-                self.assertEqual(key in package, key in model)
+                    package[key] = model[key] = body
+                self.assertEqual((len(package), package.get(b"a")), (len(model), model.get(b"a")))
             self.assertEqual(list(package.items()), sorted(model.items()))
-            for key, body in model.items():
-                with package.file(key) as file:
-                    self.assertEqual((package.size(key), file.read()), (len(body), body))
-            # What is not dead is the header, the index block and the records.
-            live = 24 + sum(20 + 2 * len(key) + len(body) for key, body in model.items())
-            dead = package.dead_space()
             package.clear()
             package.close()
             with vantry.open(where) as package:
                 self.assertEqual(dict(package), {})
-            size = len(where) if isinstance(where, vantry.Buffer) else os.path.getsize(where)
-            self.assertEqual(size - dead, live)
 
     def test_keys_and_bodies_of_any_kind(self):
         with vantry.open("kinds.hpk", "w") as package:
@@ -111,12 +95,68 @@ class Packages(unittest.TestCase):
             self.assertEqual(error.text, "Missing key in index: \\xff")
             self.fails(vantry.PackageError, 5, package.rename, "a", "b")
             self.fails(vantry.StreamError, 4, package.__setitem__, "b", b"c")
-            self.fails(vantry.MissingKeyError, 4, package.size, "b")
-            self.fails(vantry.MissingKeyError, 4, package.__delitem__, "b")
+            for action in package.size, package.__delitem__:
+                self.fails(vantry.MissingKeyError, 4, action, "b")
             file = package.file("a")
         self.assertTrue(package.closed)
         for action in package.__iter__, package.__len__, file.read, package.save:
             self.assertRaisesRegex(ValueError, "closed", action)
+
+    def test_damage_gives_what_is_right_or_an_error(self):
+        buffer = vantry.Buffer()
+        with vantry.open(buffer, "w") as package:
+            package.update(one="first body", two="second")
+        content = bytes(buffer)
+        at = content.index(b"second") - 4
+        long = vantry.Buffer(content[:at] + b"\xff" * 4 + content[at + 4:])
+        with vantry.open(long) as package, package.file("two") as file:
+            file.seek(2**32 - at - 4)  # around to the header
+            self.assertRaises(vantry.StreamError, file.read, 4)
+        for bit in range(8 * len(content)):
+            damaged = bytearray(content)
+            damaged[bit // 8] ^= 1 << bit % 8
+            try:
+                package = vantry.open(vantry.Buffer(damaged))
+                for key in package:
+                    body = package[key]
+                    with package.file(key) as file:
+                        self.assertEqual((package.size(key), file.read()), (len(body), body))
+                package.close()
+            except vantry.Error as error:
+                self.assertIn(error.number, range(7))
+                # Whatever reading meets, the check has found.
+                self.assertTrue(vantry.check(vantry.Buffer(damaged)))
+
+    def test_repair_replaces_in_one_step(self):
+        items = {b"one": b"first", b"two": b"longer than before"}
+        with vantry.open("a.hpk", "w") as package:
+            package.update(one="first", two="second")
+            package.identity = 1, 2, 3
+        with vantry.open("a.hpk", "u") as package:
+            package.update(items)
+        size = os.path.getsize("a.hpk")
+        os.chmod("a.hpk", 0o640)
+        os.symlink("a.hpk", "link")
+        with open("a.hpk") as file:
+            fcntl.flock(file, fcntl.LOCK_EX)
+            waiting = threading.Thread(target=vantry.compact, args=["link"])
+            waiting.start()
+            time.sleep(0.1)
+            self.assertEqual(os.path.getsize("a.hpk"), size)
+        waiting.join()
+        self.assertTrue(os.path.islink("link") and os.path.getsize("a.hpk") < size)
+        self.assertEqual(os.stat("a.hpk").st_mode & 0o777, 0o640)
+        vantry.compact("a.hpk", "b.hpk", order="offset")
+        recovery = vantry.recover("a.hpk", "c.hpk")
+        self.assertEqual(recovery, ("good", True, 2, 2, 0, []))
+        for name in "abc":
+            with vantry.open(name + ".hpk") as package:
+                self.assertEqual((dict(package), package.identity[:3]), (items, (1, 2, 3)))
+        write_file("a.hpk", b"no package")
+        for action in vantry.compact, vantry.recover:
+            self.assertRaises(FileExistsError, action, "a.hpk", "link")
+            self.fails(vantry.PackageError, 3, action, "a.hpk", "d.hpk")
+        self.assertFalse([name for name in os.listdir() if name[0] in ".d"])
 
     def test_saving_and_letting_go(self):
         with vantry.open("s.hpk", "w") as package:
@@ -161,119 +201,11 @@ class Packages(unittest.TestCase):
         self.assertEqual(vantry.tokenize(b"a,b;\0", ",;"), [b"a", b"b", b"\0"])
 
 
-class Damage(unittest.TestCase):
-    """As hpack/HpackDamage_test.cpp: what a damaged package gives is right or a vantry.Error."""
-
-    @classmethod
-    def setUpClass(cls):
-        buffer = vantry.Buffer()
-        with vantry.open(buffer, "w") as package:
-            package.update(one="first body", two="second")
-            package[b""] = b""
-        with vantry.open(buffer, "u") as package:
-            package["two"] = "behind the index"
-            package.identity = 1, 2, 3
-        cls.content = bytes(buffer)
-
-    def attempt(self, action):
-        try:
-            return action()
-        except vantry.Error as error:
-            self.assertIn(error.number, range(7))
-            return error
-
-    def try_everything(self, where):
-        for mode in "ru":
-            package = self.attempt(lambda: vantry.open(where, mode))
-            if isinstance(package, vantry.Error):
-                continue
-            keys = list(package)
-            self.assertEqual(keys, sorted(keys))
-            if mode == "r":
-                # Whatever reading meets, the check has found.
-                faults = self.attempt(lambda: vantry.check(where))
-                unreadable = [isinstance(self.attempt(lambda: package[k]), Exception) for k in keys]
-                self.assertTrue(faults or not any(unreadable))
-            for key in keys:
-                body = self.attempt(lambda: package[key])
-                if isinstance(body, bytes):
-                    self.assertEqual(package.size(key), len(body))
-                    with package.file(key) as file:
-                        self.assertEqual(file.read(), body)
-                else:
-                    self.attempt(lambda: package.file(key).read())
-            if mode == "u":
-                self.attempt(package.dead_space)
-                self.attempt(lambda: package.update(new="item"))
-                self.attempt(lambda: package.rename("one", "renamed"))
-                self.attempt(lambda: package.pop("two"))
-            self.attempt(package.close)
-
-    def test_a_damaged_length_leads_nowhere_else(self):
-        at = self.content.index(b"behind") - 4
-        write_file("long.hpk", self.content[:at] + b"\xff" * 4 + self.content[at + 4:])
-        with vantry.open("long.hpk") as package, package.file("one") as file:
-            self.assertEqual(file.read(), b"first body")
-            with package.file("two") as file:
-                file.seek(2**32 - at - 4)  # around to the header
-                self.assertRaises(vantry.StreamError, file.read, 4)
-
-    def test_repair_replaces_in_one_step(self):
-        write_file("a.hpk", self.content)
-        os.chmod("a.hpk", 0o640)
-        os.symlink("a.hpk", "link")
-        with vantry.open("a.hpk") as package:
-            items = dict(package)
-        with open("a.hpk") as file:
-            fcntl.flock(file, fcntl.LOCK_EX)
-            waiting = threading.Thread(target=vantry.compact, args=["link"])
-            waiting.start()
-            time.sleep(0.1)
-            self.assertEqual(os.path.getsize("a.hpk"), len(self.content))
-        waiting.join()
-        self.assertTrue(os.path.islink("link") and os.path.getsize("a.hpk") < len(self.content))
-        self.assertEqual(os.stat("a.hpk").st_mode & 0o777, 0o640)
-        vantry.compact("a.hpk", "b.hpk", order="offset")
-        recovery = vantry.recover("a.hpk", "c.hpk")
-        self.assertEqual(recovery, ("good", True, 3, 3, 0, []))
-        for name in "abc":
-            with vantry.open(name + ".hpk") as package:
-                self.assertEqual((dict(package), package.identity[:3]), (items, (1, 2, 3)))
-        write_file("a.hpk", b"no package")
-        for action in vantry.compact, vantry.recover:
-            self.assertRaises(FileExistsError, action, "a.hpk", "link")
-            self.assertEqual(self.attempt(lambda: action("a.hpk", "d.hpk")).number, 3)
-        self.assertFalse([name for name in os.listdir() if name[0] in ".d"])
-
-    def test_cut_at_every_length(self):
-        for length in range(len(self.content)):
-            write_file("cut.hpk", self.content[:length])
-            self.try_everything("cut.hpk")
-            self.try_everything(vantry.Buffer(self.content[:length]))
-
-    def test_every_bit_flipped(self):
-        for bit in range(8 * len(self.content)):
-            damaged = bytearray(self.content)
-            damaged[bit // 8] ^= 1 << bit % 8
-            self.try_everything(vantry.Buffer(damaged))
-
-
 class Threads(unittest.TestCase):
     def run_all(self, works):
-        failures = []
-
-        def guarded(work):
-            try:
-                work()
-            except BaseException as failure:
-                failures.append(failure)
-
-        threads = [threading.Thread(target=guarded, args=(work,)) for work in works]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join(60)
-        self.assertEqual(failures, [])
+        with concurrent.futures.ThreadPoolExecutor(len(works)) as pool:
+            for done in [pool.submit(work) for work in works]:
+                done.result(60)
 
     def test_one_package_takes_calls_from_many(self):
         vantry.open("t.hpk", "w").close()
@@ -329,23 +261,18 @@ class Registries(unittest.TestCase):
 
     def test_mapping(self):
         with vantry.Registry() as registry:
-            registry["a"] = b"\0any\xff"
-            registry[b""] = b""
+            registry[b""] = b"\0any\xff"
             registry.update([("b", "2"), (b"c", b"3")], d="4")
-            model = {b"": b"", b"a": b"\0any\xff", b"b": b"2", b"c": b"3", b"d": b"4"}
-            self.assertEqual(registry, model)
-            self.assertEqual((list(registry)[:2], len(registry)), ([b"", b"a"], 5))
+            self.assertEqual(registry, {b"": b"\0any\xff", b"b": b"2", b"c": b"3", b"d": b"4"})
+            self.assertEqual((list(registry)[:2], len(registry)), ([b"", b"b"], 4))
             del registry["b"]
-            self.assertRaises(KeyError, registry.__delitem__, "b")
-            self.assertRaises(KeyError, registry.__getitem__, "b")
-            self.assertIsNone(registry.get("b"))
-            self.assertEqual(("b" in registry, "a" in registry), (False, True))
+            for action in registry.__delitem__, registry.__getitem__:
+                self.assertRaises(KeyError, action, "b")
+            self.assertEqual((registry.get("b"), "b" in registry), (None, False))
             with vantry.Registry("r") as reader:
                 self.assertEqual(dict(reader), dict(registry))
                 self.assertRaises(vantry.RegistryError, reader.__setitem__, "x", "y")
-                self.assertNotIn("b", reader)
-        self.assertRaises(vantry.RegistryError, registry.get, "a")
-        self.assertTrue(os.path.exists(vantry.Registry.path()))
+        self.assertRaises(vantry.RegistryError, registry.get, "d")
 
     def test_damage_and_passwords(self):
         with vantry.Registry() as registry:

@@ -25,6 +25,23 @@ inline qtString Hex(const char* digits) {
     return bytes;
 }
 
+/// A number of four bytes, big-endian.
+inline qtString Word(std::size_t value) {
+    qtString bytes;
+    for (const int shift : {24, 16, 8, 0}) {
+        bytes.push_back(static_cast<char>(value >> shift));
+    }
+    return bytes;
+}
+
+inline qtString AllBytes() {
+    qtString bytes;
+    for (int byte = 0; byte < 256; ++byte) {
+        bytes.push_back(static_cast<char>(byte));
+    }
+    return bytes;
+}
+
 inline qtString Bytes(const qtBuffer& buffer) {
     return qtString(buffer.Data(), buffer.Length());
 }
@@ -36,11 +53,11 @@ inline qtPtr<qtBuffer> NewBuffer(const qtString& bytes = {}) {
     return buffer;
 }
 
-inline qtString FileBytes(const qtString& path) {
+inline qtString FileBytes(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return qtString(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
-inline void WriteFile(const qtString& path, const qtString& bytes) {
+inline void WriteFile(const std::string& path, const qtString& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }

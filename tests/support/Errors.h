@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <typeinfo>
 #include <vector>
 
 #include "QtInclude/qtX.h"
@@ -19,6 +20,7 @@ void ExpectError(Action action, int number, const qtString& text,
         EXPECT_EQ(error.Arguments(), arguments);
         EXPECT_EQ(error.ErrorCode(), 2UL);
         EXPECT_EQ(error.ErrorLevel(), 1UL);
+        EXPECT_STREQ(error.BaseString(), typeid(T).name());
         return;
     }
     ADD_FAILURE() << "expected an error: " << text;

@@ -1,15 +1,14 @@
 #pragma once
 
-#include "hpack/Generic32.h"
 #include "hpack/Hmemory.h"
 
 /// A stream over a buffer that fails when it is told to: at the n-th call of Seek, SeekEnd, Read or
 /// Write, once or from then on. A write that fails has written half of its bytes.
-class FaultyStream : public Generic32 {
+class FaultyStream : public Hmemory {
 public:
-    explicit FaultyStream(qtBuffer& buffer) {
+    explicit FaultyStream(qtBuffer& bytes) {
+        Open(bytes, 'u');
         name = "faulty";
-        memory.Open(buffer, 'u');
     }
     ~FaultyStream() noexcept(false) override = default;
 
@@ -19,41 +18,37 @@ public:
         staysBroken = sticky;
     }
 
-    unsigned int Tell() override { return memory.Tell(); }
     void Seek(int offset) override {
-        MayFail(HioErrors::position, "faulty seek");
-        memory.Seek(offset);
+        MayFail(HioErrors::position);
+        Hmemory::Seek(offset);
     }
     unsigned int SeekEnd() override {
-        MayFail(HioErrors::position, "faulty seek");
-        return memory.SeekEnd();
+        MayFail(HioErrors::position);
+        return Hmemory::SeekEnd();
     }
-    unsigned int GetFileSize() override { return memory.GetFileSize(); }
     void Write(char* data, unsigned int count) override {
         try {
-            MayFail(HioErrors::write, "faulty write");
+            MayFail(HioErrors::write);
         } catch (const qtX<HioErr>&) {
-            memory.Write(data, count / 2);
+            Hmemory::Write(data, count / 2);
             throw;
         }
-        memory.Write(data, count);
+        Hmemory::Write(data, count);
     }
     void Read(char* data, unsigned int count) override {
-        MayFail(HioErrors::read, "faulty read");
-        memory.Read(data, count);
+        MayFail(HioErrors::read);
+        Hmemory::Read(data, count);
     }
-    void Close() override { memory.Close(); }
 
 private:
-    void MayFail(HioErrors::Number number, const char* text) {
+    void MayFail(HioErrors::Number number) {
         if (untilFailure < 0 || untilFailure-- > 0) {
             return;
         }
         untilFailure = staysBroken ? 0 : -1;
-        Fail(number, text);
+        Fail(number, "faulty");
     }
 
-    Hmemory memory;
     long untilFailure = -1;
     bool staysBroken = false;
 };

@@ -1,11 +1,10 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <cstdio>
 #include <cstring>
 
-#include "TemporaryRegistry.h"
 #include "basekit/qtEncryptor.h"
+#include "tests/support/ToolTest.h"
 
 #define DB_DBM_HSEARCH 1
 #include <db.h>
@@ -18,23 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::string_literals;
 
-class VexregTest : public TemporaryRegistry {
-protected:
-    VexregTest() { fs::current_path(folder); }
-    ~VexregTest() override { fs::current_path("/"); }
-
-    /// Runs a shell command in which `vexreg` is the tool and compares all that comes of it.
-    void Run(const std::string& command, int status, const std::string& out,
-             const std::string& error) {
-        const std::string line = "vexreg() { " VEXREG " \"$@\"; }; { " + command + "; } >out 2>err";
-        const int result = std::system(line.c_str());
-        EXPECT_EQ(WEXITSTATUS(result), status) << command;
-        EXPECT_EQ(Read("out"), out) << command;
-        EXPECT_EQ(Read("err"), error.empty() ? "" : "vexreg: " + error + "\n") << command;
-    }
-    void Done(const std::string& command, const std::string& out = "") { Run(command, 0, out, ""); }
-    void Fails(const std::string& command, const std::string& error) { Run(command, 1, "", error); }
-};
+using VexregTest = ToolTest;
 
 TEST_F(VexregTest, ShowsAndChangesValues) {
     const std::string where = " (" + database.string() + ")";
@@ -57,15 +40,15 @@ TEST_F(VexregTest, ShowsAndChangesValues) {
     Done("vexreg rm '\"a\\nb\"'");
     EXPECT_EQ(ReadAll(), (Records{{"Pop/Greeting", "hello world"}}));
 
-    Write(database, "no database");
+    WriteFile(database, "no database");
     const std::string cause =
         database.string() + ": no registry database, or a damaged one (Invalid argument)";
     Fails("vexreg get Pop/Greeting", cause);
     Fails("vexreg set a b", "a: can't open DB (" + cause + ")");
     Fails("vexreg export file", cause);
-    Write("in", "a b\n");
+    WriteFile("in", "a b\n");
     Fails("vexreg import --dry-run in", cause);
-    Write("in", "# vexreg dump 1\na\tb\n# end\n");
+    WriteFile("in", "# vexreg dump 1\na\tb\n# end\n");
     Fails("vexreg load --dry-run in", cause);
     EXPECT_FALSE(fs::exists("file"));
     Run("vexreg get", 2, "", "KEY is required (see vexreg get --help)");
@@ -93,8 +76,8 @@ TEST_F(VexregTest, PasswordsAreReadAndNeverShown) {
     EXPECT_EQ(qtEncryptor().Decrypt(ReadAll()["Logon/Keshs/k/DatabaseParam"]), "geheim");
     Done("vexreg list -l LogonD", "LogonDatabaseParam\t(password)\n");
     Run("vexreg dump file", 0, "", "passwords left out: 2");
-    EXPECT_EQ(Read("file"), "# vexreg dump 1\nLogon/Keshs/k/DbUserName\tscott\n# end\n");
-    Write(key, "short");
+    EXPECT_EQ(FileBytes("file"), "# vexreg dump 1\nLogon/Keshs/k/DbUserName\tscott\n# end\n");
+    WriteFile(key, "short");
     Fails("echo x | vexreg password",
           "LogonDatabaseParam: Cannot set password (Cannot use key file " + key.string() +
               ": Bad message)");
@@ -102,7 +85,7 @@ TEST_F(VexregTest, PasswordsAreReadAndNeverShown) {
 
 TEST_F(VexregTest, ExportsAndImports) {
     ASSERT_TRUE(Set("Pop/Greeting", "hello") && Set("edge", " x") && Set("DatabaseParam", "p"));
-    Write("other", "before");
+    WriteFile("other", "before");
     fs::create_symlink("other", "file");
     Run("vexreg export file", 0, "",
         "exported 2 keys\n"
@@ -110,7 +93,7 @@ TEST_F(VexregTest, ExportsAndImports) {
         "vexreg: 1 of the exported records will not read back the same; "
         "\"vexreg dump\" keeps all");
     EXPECT_TRUE(fs::is_symlink("file"));
-    const std::string text = Read("other");
+    const std::string text = FileBytes("other");
     EXPECT_EQ(text.size(), std::strlen("Pop/Greeting hello\nedge  x\n"));
     Done("vexreg rm edge");
     Run("vexreg export", 0, "Pop/Greeting hello\n", "exported 1 keys");
@@ -119,9 +102,9 @@ TEST_F(VexregTest, ExportsAndImports) {
         "big: Cannot set value (" + database.string() +
             ": File too large)\n"
             "vexreg: exported 1 keys");
-    EXPECT_EQ(Read("other"), "Pop/Greeting hello\n");
+    EXPECT_EQ(FileBytes("other"), "Pop/Greeting hello\n");
 
-    Write("in", "Pop/Greeting  hallo\nnew 1\nnew 2\nDatabaseParam  p\n");
+    WriteFile("in", "Pop/Greeting  hallo\nnew 1\nnew 2\nDatabaseParam  p\n");
     const Records before = ReadAll();
     Done("vexreg import --dry-run in",
          "keep\tDatabaseParam\t(password)\nchange\tPop/Greeting\thallo\nadd\tnew\t2\n");
@@ -129,10 +112,10 @@ TEST_F(VexregTest, ExportsAndImports) {
     Done("vexreg import - <in", "Imported 4 lines\n");
     EXPECT_EQ(ReadAll(),
               (Records{{"Pop/Greeting", "hallo"}, {"new", "2"}, {"DatabaseParam", "p"}}));
-    Write("in", "a 1\n b\nc 3\n");
+    WriteFile("in", "a 1\n b\nc 3\n");
     Run("vexreg import --dry-run in", 1, "add\ta\t1\n", "in: invalid line:  b");
     Fails("vexreg import in", "in: invalid line:  b");
-    Write("in", "");
+    WriteFile("in", "");
     Fails("vexreg import in", "can't read file in (it is empty)");
     Fails("vexreg import none", "can't read file none (No such file or directory)");
 }
@@ -148,11 +131,11 @@ TEST_F(VexregTest, ExportNamesWhatImportLoses) {
             ASSERT_TRUE(Set("k" + std::to_string(i), "v"));
         }
         const Records before = ReadAll();
-        EXPECT_EQ(std::system(VEXREG " export file 2>named"), 0);
+        EXPECT_EQ(std::system(COMMAND " export file 2>named"), 0);
         fs::remove(database);
-        EXPECT_TRUE(WIFEXITED(std::system(VEXREG " import file >out 2>&1")));
+        EXPECT_TRUE(WIFEXITED(std::system(COMMAND " import file >out 2>&1")));
         const Records after = ReadAll();
-        const std::string named = Read("named");
+        const std::string named = FileBytes("named");
         for (const auto& [key, value] : before) {
             const auto found = after.find(key);
             const bool lost = found == after.end() || found->second != value;
@@ -164,10 +147,7 @@ TEST_F(VexregTest, ExportNamesWhatImportLoses) {
 }
 
 TEST_F(VexregTest, DumpKeepsEveryByte) {
-    std::string all(256, '\0');
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        all[i] = static_cast<char>(i);
-    }
+    const std::string all = AllBytes();
     for (const auto& [key, value] : Records{
              {"", "x"}, {all, ""}, {"#a", "\tb "}, {"\"", all}, {"LogonDatabaseParam", "secret"}}) {
         ASSERT_TRUE(Set(key, value));
@@ -175,13 +155,13 @@ TEST_F(VexregTest, DumpKeepsEveryByte) {
     const Records model = ReadAll();
     Done("vexreg dump --with-passwords file");
     EXPECT_EQ(fs::status("file").permissions(), fs::perms(0600));
-    const std::string text = Read("file");
+    const std::string text = FileBytes("file");
     Use(folder / "copy");
-    Write("cut", text.substr(0, text.size() - 7));
+    WriteFile("cut", text.substr(0, text.size() - 7));
     Fails("vexreg load cut", "cut: the end is missing");
-    Write("bad", "# vexreg dump 1\na\t\"x\n# end\n");
+    WriteFile("bad", "# vexreg dump 1\na\t\"x\n# end\n");
     Fails("vexreg load bad", "bad:2: a key that begins with a quote must end with one: \"x");
-    Write("bad", "a\tb\n# end\n");
+    WriteFile("bad", "a\tb\n# end\n");
     Fails("vexreg load bad", "bad: not written by \"vexreg dump\"");
     EXPECT_FALSE(fs::exists(database));
     Done("vexreg load file", "loaded 5 keys\n");
@@ -196,12 +176,12 @@ TEST_F(VexregTest, GivesUpOnADatabaseThatNeverEnds) {
     const datum key{const_cast<char*>("key"), 3};
     ASSERT_EQ(dbm_store(dbm, key, key, DBM_REPLACE), 0);
     dbm_close(dbm);
-    std::string bytes = Read(database);
+    std::string bytes = FileBytes(database);
     for (std::size_t page = 1; page < bytes.size() / 4096; ++page) {
         const auto number = static_cast<unsigned>(page);
         std::memcpy(&bytes[page * 4096 + 16], &number, sizeof number);
     }
-    Write(database, bytes);
+    WriteFile(database, bytes);
     Fails("ulimit -t 10; vexreg __complete get ''",
           database.string() + ": no answer within 2 s of processor time: the database is damaged");
     const std::string gaveUp =
@@ -209,7 +189,7 @@ TEST_F(VexregTest, GivesUpOnADatabaseThatNeverEnds) {
     Fails("vexreg list --time-limit 1", gaveUp);
     Fails("vexreg --time-limit 1 export file", gaveUp);
     EXPECT_FALSE(fs::exists("file"));
-    EXPECT_EQ(Read(database), bytes);
+    EXPECT_EQ(FileBytes(database), bytes);
 }
 
 }  // namespace

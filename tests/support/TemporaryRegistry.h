@@ -2,39 +2,21 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
-#include <string>
 
 #include "basekit/UnixRegistry.h"
+#include "tests/support/Bytes.h"
+#include "tests/support/TempFolder.h"
 
 /// A test with a registry of its own, in a folder that goes with the test.
 class TemporaryRegistry : public ::testing::Test {
 protected:
-    TemporaryRegistry() {
-        std::string name = (std::filesystem::temp_directory_path() / "registryXXXXXX").string();
-        EXPECT_NE(mkdtemp(name.data()), nullptr);
-        folder = std::filesystem::path(name);
-        Use(folder / "store" / "registry");
-    }
-    ~TemporaryRegistry() override { std::filesystem::remove_all(folder); }
+    TemporaryRegistry() { Use(folder / "store/registry"); }
 
     /// Makes `path`, which has no suffix, the registry.
     void Use(const std::filesystem::path& path) {
         setenv("BASEKIT_REGISTRY", path.c_str(), 1);
         database = path.string() + ".db";
-    }
-
-    static std::string Read(const std::filesystem::path& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
-    static void Write(const std::filesystem::path& path, const std::string& content) {
-        std::ofstream(path, std::ios::binary) << content;
     }
 
     using Records = std::map<std::string, std::string>;
@@ -62,6 +44,7 @@ protected:
         return store.Open(true) && Set(store, key, value);
     }
 
-    std::filesystem::path folder;
+    TempFolder scratch;
+    std::filesystem::path folder = scratch.Path();
     std::filesystem::path database;
 };
