@@ -29,8 +29,8 @@ static void OfferOptions(const CLI::App& command) {
     }
 }
 
-// The values that a type name lists as "{a,b}", and what FILE and DIR mean.
-static void OfferValues(const CLI::Option& option) {
+// The values that a type name lists as "{a,b}", each behind `start`, and what FILE and DIR mean.
+static void OfferValues(const CLI::Option& option, const std::string& start) {
     const std::string type = option.get_type_name();
     if (type == "FILE" || type == "DIR") {
         std::puts(type == "FILE" ? ":file" : ":folder");
@@ -38,7 +38,7 @@ static void OfferValues(const CLI::Option& option) {
     std::size_t at = type.find('{');
     while (at != std::string::npos && type[at] != '}') {
         const std::size_t end = type.find_first_of(",}", at + 1);
-        Offer(type.substr(at + 1, end - at - 1), "");
+        Offer(start + type.substr(at + 1, end - at - 1), "");
         at = end;
     }
 }
@@ -89,6 +89,16 @@ static const CLI::Option* FindOption(const CLI::App& command, const std::string&
     return option != nullptr && option->get_items_expected_max() > 0 ? option : nullptr;
 }
 
+// What may become of "--co" or "--color=al".
+static void OfferOptionsOrValues(const CLI::App& command, const std::string& word) {
+    const std::size_t equals = word.find('=');
+    if (equals == std::string::npos) {
+        OfferOptions(command);
+    } else if (const CLI::Option* const option = FindOption(command, word.substr(0, equals))) {
+        OfferValues(*option, word.substr(0, equals + 1));
+    }
+}
+
 void PrintCompletions(const CLI::App& app, const std::vector<std::string>& words,
                       const KeyLister& keys) {
     const auto isOption = [](const std::string& word) { return word.size() > 1 && word[0] == '-'; };
@@ -110,9 +120,9 @@ void PrintCompletions(const CLI::App& app, const std::vector<std::string>& words
         }
     }
     if (awaiting != nullptr) {
-        OfferValues(*awaiting);
+        OfferValues(*awaiting, "");
     } else if (!words.empty() && words.back().compare(0, 1, "-") == 0) {
-        OfferOptions(*command);
+        OfferOptionsOrValues(*command, words.back());
     } else if (command == &app) {
         OfferCommands(app);
     } else {
