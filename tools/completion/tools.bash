@@ -1,7 +1,7 @@
 # Completion of hpack and vexreg in bash. The tools say themselves what may come next.
 _vantry_tools() {
     local word=${COMP_WORDS[COMP_CWORD]} words=("${COMP_WORDS[@]}") at=$COMP_CWORD
-    local breaks=${COMP_WORDBREAKS//[^:=]/} offer text quote= typed unfit=
+    local breaks=${COMP_WORDBREAKS//[^:=]/} offer text quote='' typed unfit=''
     # The shell has taken words apart at colons and equals signs.
     if declare -F _get_comp_words_by_ref >/dev/null; then
         _get_comp_words_by_ref -n "$breaks" -c word -w words -i at
