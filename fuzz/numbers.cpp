@@ -43,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Input input(data, size);
     const unsigned int polynomial = input();
     const unsigned int start = input();
-    Pack<bool, unsigned char, short, unsigned short, int, unsigned int, long, unsigned long,
+    Pack<bool, char, unsigned char, short, unsigned short, int, unsigned int, long, unsigned long,
          long long>(static_cast<unsigned long long>(polynomial) << 32 | start);
 
     const int degree = 8 + static_cast<int>(input() % 25);
