@@ -62,6 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         hash.Init(degree, terms, start);
         divides(hash, terms);
         REQUIRE(hash.Hash(text) == hash.Extend(start, text.data(), text.size()));
+        REQUIRE(hash.Hash(text.data(), half) == hash.Extend(start, text.data(), half));
     }
     return 0;
 }

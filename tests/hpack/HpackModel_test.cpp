@@ -115,7 +115,7 @@ protected:
     qtString Stored() const { return GetParam() ? FileBytes(file) : Bytes(*buffer); }
 
     qtString RandomBody() {
-        const auto length = random() % 20 == 0 ? random() % 40000 : random() % 30;
+        const auto length = random() % 100 == 0 ? random() % 40000 : random() % 30;
         return qtString(length, static_cast<char>(random()));
     }
 
@@ -184,7 +184,7 @@ TEST_P(HpackModel, HoldsJustTheBytesOfTheModel) {
     for (int life = 0; life < 12; ++life) {
         Open('w');
         model.Create();
-        for (auto count = life == 0 ? 5000 : random() % 40; count-- > 0;) {
+        for (auto count = life == 0 ? 20000 : random() % 40; count-- > 0;) {
             const qtString key = life == 0 ? Word(random()) : RandomKey(random) + RandomKey(random);
             if (model.items.count(key) == 0) {
                 Do({Change::add, key, RandomBody()});
