@@ -195,7 +195,9 @@ bool CvexRegEdit::Export(const char* file) {
         ++count;
         std::fwrite(key.data(), 1, key.size(), out);
         std::putc(' ', out);
-        std::fwrite(data, 1, length, out);
+        if (length != 0) {  // else there need not be any data
+            std::fwrite(data, 1, length, out);
+        }
         std::putc('\n', out);
     });
     named.reset();

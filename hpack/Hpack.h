@@ -111,7 +111,8 @@ public:
     /// its size, and its bytes behind the body.
     void GetItem(const qtString& key, SegBuf& value);
     /// Whether there is an item of that name: by the index alone, so this works in every mode and
-    /// does not fail.
+    /// does not fail. Not for several threads at once, const as it is: looking up may sort and
+    /// count.
     bool Contains(const qtString& key) const;
     /// How many items there are, likewise.
     unsigned int Count() const;
@@ -138,6 +139,7 @@ public:
     /// Adds an item or replaces it: in place if the new body is no longer than the old one, else at
     /// the end. A write that fails in place leaves that one record damaged.
     /// @throws qtX<Hpack> 4 "Key points to invalid item: KEY"
+    /// @throws qtX<HioErr> 3 when the former record is cut
     void AddOrUpdate(const qtString& key, const qtString& data);
     /// Takes the key out of the index; one that is not there is no error.
     /// @throws qtX<Hpack> 5 "File is not open in update mode"
@@ -164,6 +166,7 @@ public:
     /// Saves the index; gives the length of the stream and how many bytes of it nothing uses.
     /// Records are trusted to be where the index says: in a damaged package the number may wrap.
     /// @throws qtX<Hpack> 5 "File is not open in update mode"
+    /// @throws qtX<HioErr> 3 when a record is cut
     void CalculateDeadSpace(unsigned int& fileSize, unsigned int& deadSpace);
     /// @}
 

@@ -296,16 +296,16 @@ bool HpackIndex::IsLast(std::string_view key) const {
 
 // All that Append() needs memory for.
 void HpackIndex::MakeRoom(std::string_view key) {
-    const std::size_t slotsNeeded = 2 * order.size() + 2;
-    if (slots.empty() ? !IsLast(key) : slots.size() < slotsNeeded) {
-        BuildSlots(slotsNeeded);
+    const std::size_t expected = 2 * order.size() + 2;
+    if (slots.empty() ? !IsLast(key) : slots.size() < expected) {
+        BuildSlots(expected);
     }
     const std::uint64_t end = std::uint64_t{used} + entryOverhead + key.size();
     if (entries.Length() < end + slack) {
         Reserve(end + end / 2);
     }
     if (order.size() == order.capacity()) {
-        order.reserve(slotsNeeded);
+        order.reserve(expected);
     }
 }
 
