@@ -37,6 +37,9 @@ static void Pack(unsigned long long bits) {
         REQUIRE(qtUnpackUssDiet(back, packed) == size && back == value);
     };
     (pack(T()), ...);
+    bool flag = false;
+    qtUnpackUssDiet(flag, "\x80");
+    REQUIRE(flag);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -1,4 +1,3 @@
-// Any bytes as a package that is opened, read and changed in every way.
 #include "fuzz/Fuzz.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

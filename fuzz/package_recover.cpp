@@ -1,4 +1,3 @@
-// Any bytes are checked and recovered.
 #include "fuzz/Fuzz.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -1,4 +1,3 @@
-// The tokenizers against a walk, one character after the other.
 #include "fuzz/Fuzz.h"
 #include "lpstring/LpString.h"
 #include "tests/support/Walk.h"

@@ -56,9 +56,7 @@ TEST_F(VexRegistryUnixTest, ParametersOfEverySection) {
         unsigned long length = 8;
         EXPECT_EQ(get(name, buffer, &length), -1);
         EXPECT_EQ(length, 8u);
-        for (const unsigned long type : {1, 2}) {
-            EXPECT_EQ(set(name, type, value, 3), 0);
-        }
+        EXPECT_EQ(set(name, 1, value, 3), 0);
         model[section + "/a/b"] = std::string("x\0\xFF", 3);
         EXPECT_EQ(ReadAll(), model);
         for (const unsigned long capacity : {0ul, 2ul, 3ul, 4ul, 8ul}) {
@@ -100,7 +98,6 @@ protected:
         EXPECT_EQ(editor.m_strMessage, message);
     }
 
-    /// Imports `text` into an empty registry.
     void Import(const std::string& text, bool expected, const std::string& message,
                 const Records& records) {
         fs::remove(database);
@@ -132,39 +129,12 @@ TEST_F(CvexRegEditTest, WithoutARegistryNothingWorks) {
     EXPECT_FALSE(fs::exists(file));
 }
 
-TEST_F(CvexRegEditTest, SetsAndShows) {
-    Expect(editor.Get("Pop/Greeting"), false, "Key not found");
-    Expect(editor.Set("Pop/Greeting", "hello"), true, "Value set");
-    Expect(editor.Get("Pop/Greeting"), true, "key: Pop/Greeting   Value: hello");
+// The rest of what is set and shown, vexreg's tests tell.
+TEST_F(CvexRegEditTest, ShowsAnyBytes) {
     ASSERT_TRUE(Set("Pop/Greeting", std::string("\0 x", 3)) && Set("empty", ""));
     Expect(editor.Get("Pop/Greeting"), true,
            "key: Pop/Greeting   Value: " + std::string("\0 x", 3));
     Expect(editor.Get("empty"), true, "key: empty   Value: ");
-    fs::create_directories(database.string() + ".new/in the way");
-    Expect(editor.Set("a", "b"), false, "Cannot set value");
-}
-
-TEST_F(CvexRegEditTest, PasswordsAreStoredEncrypted) {
-    Expect(editor.SetPassword("secret", nullptr), true, "Password set");
-    Expect(editor.SetPassword("geheim", ""), true, "Password set");
-    EXPECT_EQ(qtEncryptor().Decrypt(ReadAll()["LogonDatabaseParam"]), "geheim");
-
-    const char* const missing = "Kesh k does not exist. Can not set password";
-    Expect(editor.SetPassword("secret", "k"), false, missing);
-    ASSERT_TRUE(Set("Logon/Keshs/k/DatabaseParam", "former"));
-    Expect(editor.SetPassword("secret", "k"), false, missing);
-    EXPECT_EQ(ReadAll()["Logon/Keshs/k/DatabaseParam"], "former");
-    ASSERT_TRUE(Set("Logon/Keshs/k/DbUserName", ""));
-    Expect(editor.SetPassword("secret", "k"), true, "Password set");
-    EXPECT_EQ(qtEncryptor().Decrypt(ReadAll()["Logon/Keshs/k/DatabaseParam"]), "secret");
-    for (const auto& entry : fs::directory_iterator(database.parent_path())) {
-        EXPECT_EQ(FileBytes(entry.path()).find("secret"), std::string::npos);
-    }
-
-    WriteFile(fs::path(database).replace_extension(".key"), "no key");
-    Expect(editor.SetPassword("other", "k"), false, "Cannot set password");
-    EXPECT_EQ(editor.m_strMessage.find("other"), std::string::npos);
-    EXPECT_EQ(UnixRegistry::LastError().find("Cannot use key file "), 0U);
 }
 
 TEST_F(CvexRegEditTest, NoPasswordIsLeftWhereMemoryEnds) {
@@ -193,24 +163,18 @@ TEST_F(CvexRegEditTest, NoPasswordIsLeftWhereMemoryEnds) {
 TEST_F(CvexRegEditTest, ExportsAllButPasswords) {
     const std::string out = folder / "out";
     ASSERT_TRUE(Set("LogonDatabaseParam", "1") && Set("DatabaseParam", "2"));
-    Expect(editor.Export(out.c_str()), true, "exported 0 keys");
-    EXPECT_EQ(FileBytes(out), "");
-    ASSERT_TRUE(Set("Pop/Greeting", "hello world"));
     ASSERT_TRUE(Set("", "v") && Set("DatabaseParams", "") && Set("atabaseParam", ""));
-    Expect(editor.Export(out.c_str()), true, "exported 4 keys");
+    Expect(editor.Export(out.c_str()), true, "exported 3 keys");
     const std::string text = FileBytes(out);
+    EXPECT_EQ(text.size(), std::strlen(" v\nDatabaseParams \natabaseParam \n"));
     for (const char* line : {" v\n", "DatabaseParams \n", "atabaseParam \n"}) {
         EXPECT_NE(text.find(line), std::string::npos);
     }
-    fs::rename(database, folder / "gone");
-    Expect(editor.Export(out.c_str()), true, "exported 4 keys");
-    EXPECT_EQ(FileBytes(out), text) << "what is open is exported though its name is gone";
-    fs::rename(folder / "gone", database);
     Expect(editor.Export("/dev/null/x"), false, "can't open file /dev/null/x");
-    Expect(editor.Export("/dev/full"), true, "exported 4 keys");
+    Expect(editor.Export("/dev/full"), true, "exported 3 keys");
 
     ::testing::internal::CaptureStdout();
-    Expect(editor.Export(nullptr), true, "exported 4 keys");
+    Expect(editor.Export(nullptr), true, "exported 3 keys");
     std::puts("still open");
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), text + "still open\n");
 }
@@ -221,9 +185,7 @@ TEST_F(CvexRegEditTest, Imports) {
     Expect(editor.Import(in.c_str()), false, "can't read file " + in);
     Import("", false, "can't read file " + in, {});
     Import("\r\n\n", true, "Imported 0 lines", {});
-    Import("Pop/Greeting   hello world  \r\n", true, "Imported 1 lines",
-           {{"Pop/Greeting", "hello world"}});
-    Import("\n\na\t\v 1\r\r\nb \nc\nd\f2 \t3 \n\xA0 \xA0", true, "Imported 5 lines",
+    Import("\n\na\t\v 1\r\r\nb \nc\nd\f2 \t3 \r\n\xA0 \xA0", true, "Imported 5 lines",
            {{"a", "1"}, {"b", ""}, {"c", ""}, {"d", "2 \t3"}, {"\xA0", "\xA0"}});
     Import("a 1\na 2\nLogonDatabaseParam x\n", true, "Imported 3 lines",
            {{"a", "2"}, {"LogonDatabaseParam", "x"}});

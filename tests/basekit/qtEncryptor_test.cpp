@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "tests/support/Errors.h"
 #include "tests/support/Processes.h"
 #include "tests/support/TemporaryRegistry.h"
 
@@ -39,14 +40,9 @@ TEST_F(qtEncryptorTest, DecryptsWhatItEncryptedAndNothingElse) {
     EXPECT_THROW(qtEncryptor().Encrypt("secret"), qtxEncryptor) << "no key is ever replaced";
     fs::remove(key);
     fs::create_directories(key / "in the way");
-    try {
-        qtEncryptor().Encrypt("secret");
-        FAIL();
-    } catch (const qtxAll& error) {
-        EXPECT_STREQ(error.SpecificString(),
-                     ("Cannot use key file " + key.string() + ": Is a directory").c_str());
-        EXPECT_STREQ(error.File(), "basekit/qtEncryptor.cpp");
-    }
+    ExpectThrow<qtxEncryptor>([] { qtEncryptor().Encrypt("secret"); }, "qtxEncryptor",
+                              "Cannot use key file " + key.string() + ": Is a directory", 11, 1,
+                              "basekit/qtEncryptor.cpp");
 }
 
 TEST_F(qtEncryptorTest, ProcessesThatStartTogetherMakeOneKey) {
@@ -70,14 +66,6 @@ TEST_F(qtEncryptorTest, ProcessesThatStartTogetherMakeOneKey) {
             EXPECT_EQ(qtEncryptor().Decrypt(FileBytes(folder / std::to_string(i))), "secret");
         }
     }
-}
-
-TEST_F(qtEncryptorTest, WipeOverwrites) {
-    qtString text("secret");
-    const char* const bytes = text.data();
-    qtEncryptor::Wipe(text);
-    EXPECT_TRUE(text.empty());
-    EXPECT_EQ(bytes[3], '\0');
 }
 
 }  // namespace

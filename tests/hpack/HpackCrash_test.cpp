@@ -64,18 +64,6 @@ struct Session {
 
 enum Outcome { opensBefore, opensAfter, opensTorn, recovered, lost, outcomes };
 
-/// All that is got out of a package.
-Contents Recovered(const qtString& image) {
-    const qtPtr<qtBuffer> buffer = NewBuffer(image);
-    Hmemory stream;
-    stream.Open(*buffer, 'r');
-    HpackRecoverOptions options;
-    options.unlisted = true;
-    Opened package(Updated(
-        "", [&](Hpack& target) { HpackRecover(stream, target, options); }, 'w'));
-    return Items(package);
-}
-
 /// What has become of a package that was in `session` when it was stopped.
 /// `inOrder`: what was written first is there before what was written later.
 Outcome Judge(const qtString& image, const Session& session, bool inOrder = true) {
@@ -93,11 +81,8 @@ Outcome Judge(const qtString& image, const Session& session, bool inOrder = true
         Opened package(image);
         Contents items;
         for (const qtString& key : Keys(package)) {
-            try {
-                package.GetItem(key, items[key]);
-            } catch (const qtXbase&) {
-                items[key] = "torn";
-            }
+            const bool whole = Succeeds([&] { package.GetItem(key, items[key]); });
+            items[key] = whole ? items[key] : "torn";
         }
         for (const Outcome outcome : {opensAfter, opensBefore}) {
             const Contents& state = outcome == opensAfter ? session.after : session.before;
@@ -112,18 +97,18 @@ Outcome Judge(const qtString& image, const Session& session, bool inOrder = true
     } catch (const qtXbase&) {
         // The index is torn.
     }
-    const Contents items = Recovered(image);
-    return missing(items, session.before) == 0 ? recovered : lost;
+    Reading stream(image);
+    HpackRecoverReport report;
+    Opened package(Recovered(stream, report, true));
+    return missing(Items(package), session.before) == 0 ? recovered : lost;
 }
 
 void Print(const long (&counts)[outcomes]) {
-    const char* const names[] = {"before", "after", "item torn", "recovered", "lost"};
-    for (int outcome = 0; outcome < outcomes; ++outcome) {
-        std::printf("%s %ld%s", names[outcome], counts[outcome], outcome == lost ? "\n" : ", ");
-    }
+    std::printf("before %ld, after %ld, item torn %ld, recovered %ld, lost %ld\n",
+                counts[opensBefore], counts[opensAfter], counts[opensTorn], counts[recovered],
+                counts[lost]);
 }
 
-/// A stream that keeps what is written, write by write.
 class RecordingStream : public Hmemory {
 public:
     struct Written {

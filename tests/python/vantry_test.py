@@ -5,6 +5,7 @@ import doctest
 import fcntl
 import io
 import os
+import pathlib
 import random
 import shutil
 import subprocess
@@ -18,11 +19,6 @@ import vantry
 import vantry.errors
 import vantry.places
 import vantry.repair
-
-
-def write_file(name, content):
-    with open(name, "wb") as file:
-        file.write(content)
 
 
 class Packages(unittest.TestCase):
@@ -59,28 +55,21 @@ class Packages(unittest.TestCase):
                 self.assertEqual(dict(package), {})
 
     def test_keys_and_bodies_of_any_kind(self):
-        with vantry.open("kinds.hpk", "w") as package:
+        with vantry.open(vantry.Buffer(), "w") as package:
             package["Grüße"] = "text"
             package[bytearray(b"b")] = memoryview(b"body")
-            package[b""] = b""
             for key in 1, None, ["a"]:
                 self.assertRaises(TypeError, package.__setitem__, key, b"")
             self.assertRaises(UnicodeEncodeError, package.__setitem__, "\ud800", b"")
-        with vantry.open("kinds.hpk") as package:
-            expected = {b"": b"", b"b": b"body", "Grüße".encode(): b"text"}
-            self.assertEqual(package, expected)
-            self.assertEqual(list(package), sorted(expected))
+            self.assertEqual(package, {b"b": b"body", "Grüße".encode(): b"text"})
 
     def test_errors(self):
-        write_file("none.hpk", b"")
-        write_file("other.hpk", bytes(99))
-        self.fails(vantry.StreamError, 3, vantry.open, "none.hpk")
+        pathlib.Path("other.hpk").write_bytes(bytes(99))
         error = self.fails(vantry.PackageError, 3, vantry.open, b"other.hpk")
         self.assertEqual(error.text, "Input file is not in expected format: other.hpk")
         self.assertEqual(error.arguments, (b"other.hpk",))
-        for mode in "", "x", "rw":
-            self.assertRaises(ValueError, vantry.open, "none.hpk", mode)
-        self.assertRaises(ValueError, vantry.open, "none\0.hpk", "w")
+        for name, mode in ("a", ""), ("a", "x"), ("a", "rw"), ("a\0.hpk", "w"):
+            self.assertRaises(ValueError, vantry.open, name, mode)
 
         with vantry.open("e.hpk", "w") as package:
             package[b"a"] = b"body"
@@ -116,12 +105,10 @@ class Packages(unittest.TestCase):
             damaged = bytearray(content)
             damaged[bit // 8] ^= 1 << bit % 8
             try:
-                package = vantry.open(vantry.Buffer(damaged))
-                for key in package:
-                    body = package[key]
-                    with package.file(key) as file:
-                        self.assertEqual((package.size(key), file.read()), (len(body), body))
-                package.close()
+                with vantry.open(vantry.Buffer(damaged)) as package:
+                    for key, body in package.items():
+                        with package.file(key) as file:
+                            self.assertEqual((package.size(key), file.read()), (len(body), body))
             except vantry.Error as error:
                 self.assertIn(error.number, range(7))
                 # Whatever reading meets, the check has found.
@@ -131,7 +118,6 @@ class Packages(unittest.TestCase):
         items = {b"one": b"first", b"two": b"longer than before"}
         with vantry.open("a.hpk", "w") as package:
             package.update(one="first", two="second")
-            package.identity = 1, 2, 3
         with vantry.open("a.hpk", "u") as package:
             package.update(items)
         size = os.path.getsize("a.hpk")
@@ -151,8 +137,8 @@ class Packages(unittest.TestCase):
         self.assertEqual(recovery, ("good", True, 2, 2, 0, []))
         for name in "abc":
             with vantry.open(name + ".hpk") as package:
-                self.assertEqual((dict(package), package.identity[:3]), (items, (1, 2, 3)))
-        write_file("a.hpk", b"no package")
+                self.assertEqual(dict(package), items)
+        pathlib.Path("a.hpk").write_bytes(b"no package")
         for action in vantry.compact, vantry.recover:
             self.assertRaises(FileExistsError, action, "a.hpk", "link")
             self.fails(vantry.PackageError, 3, action, "a.hpk", "d.hpk")
@@ -172,10 +158,9 @@ class Packages(unittest.TestCase):
             1 // 0
         with vantry.open("s.hpk") as package:
             self.assertEqual(list(package), [b"a", b"b"])
-        if os.path.exists("/dev/full"):
-            package = vantry.open("/dev/full", "w")
-            self.fails(vantry.StreamError, 4, package.close)
-            package.discard()
+        package = vantry.open("/dev/full", "w")
+        self.fails(vantry.StreamError, 4, package.close)
+        package.discard()
 
     def test_a_buffer_has_readers_or_one_writer(self):
         buffer = vantry.Buffer()
@@ -197,7 +182,6 @@ class Packages(unittest.TestCase):
         self.assertEqual(hash.extend(hash.hash(b"hello"), b" world"), 0xDF1A7DD9)
         self.assertLess(vantry.PolyHash(16, 0xA011, 0).hash(b"hello world"), 1 << 16)
         self.fails(vantry.HashError, 8, vantry.PolyHash, 33)
-        self.assertEqual(vantry.tokenize(" a\tb\n"), [b"a", b"b"])
         self.assertEqual(vantry.tokenize(b"a,b;\0", ",;"), [b"a", b"b", b"\0"])
 
 
@@ -220,8 +204,7 @@ class Threads(unittest.TestCase):
 
             self.run_all([lambda n=n: work(n) for n in range(4)])
             self.assertEqual(len(package), 800)
-            for key, body in package.items():
-                self.assertEqual(body, key * 50)
+            self.assertTrue(all(body == key * 50 for key, body in package.items()))
 
     def test_others_run_during_a_long_call(self):
         # Storing waits for another writer's lock, which ends with a thread that runs meanwhile.
@@ -264,7 +247,6 @@ class Registries(unittest.TestCase):
             registry[b""] = b"\0any\xff"
             registry.update([("b", "2"), (b"c", b"3")], d="4")
             self.assertEqual(registry, {b"": b"\0any\xff", b"b": b"2", b"c": b"3", b"d": b"4"})
-            self.assertEqual((list(registry)[:2], len(registry)), ([b"", b"b"], 4))
             del registry["b"]
             for action in registry.__delitem__, registry.__getitem__:
                 self.assertRaises(KeyError, action, "b")
@@ -281,15 +263,13 @@ class Registries(unittest.TestCase):
         secret = vantry.encrypt(b"plain")
         self.assertEqual(vantry.decrypt(secret), b"plain")
         self.assertRaises(vantry.EncryptionError, vantry.decrypt, secret[:-1])
-        with open(vantry.Registry.path(), "r+b") as file:
-            file.truncate(700)
+        os.truncate(vantry.Registry.path(), 700)
         with self.assertRaisesRegex(vantry.RegistryError, "damaged"):
             vantry.Registry()
 
 
 def doctests():
-    flags = {"vantry": vantry}
-    results = [doctest.testmod(module, extraglobs=flags) for module in
+    results = [doctest.testmod(module, extraglobs={"vantry": vantry}) for module in
                (vantry, vantry.errors, vantry.places, vantry.repair)]
     return int(sum(result.failed for result in results) > 0 or results[0].attempted < 15)
 
@@ -300,7 +280,7 @@ def types():
         return 77
     folder = os.path.dirname(os.path.realpath(vantry.__file__))
     checked = subprocess.run(["/usr/bin/mypy", "--strict", "--cache-dir", os.devnull, folder])
-    module = set(dir(vantry._vantry.Package)) | set(dir(vantry._vantry.Registry))
+    module = {*dir(vantry._vantry.Package), *dir(vantry._vantry.Registry)}
     with open(os.path.join(folder, "_vantry.pyi")) as file:
         stubs = file.read()
     missing = [name for name in module if not name.startswith("_") and f"def {name}(" not in stubs]

@@ -34,11 +34,23 @@ bool Succeeds(Action action) {
     return false;
 }
 
+struct Reading : Hmemory {
+    explicit Reading(const qtString& bytes) : buffer(NewBuffer(bytes)) { Open(*buffer, 'r'); }
+    ~Reading() noexcept(false) override { Close(); }
+    const qtPtr<qtBuffer> buffer;
+};
+
 inline HpackCheckReport Check(const qtString& bytes) {
-    const qtPtr<qtBuffer> buffer = NewBuffer(bytes);
-    Hmemory stream;
-    stream.Open(*buffer, 'r');
+    Reading stream(bytes);
     return HpackCheck(stream);
+}
+
+/// The bytes of the package that HpackRecover() makes of a stream.
+inline qtString Recovered(Generic32& stream, HpackRecoverReport& report, bool unlisted) {
+    HpackRecoverOptions options;
+    options.unlisted = unlisted;
+    const auto recover = [&](Hpack& to) { report = HpackRecover(stream, to, options); };
+    return Updated("", recover, 'w');
 }
 
 /// All items that can be read: in every way, or in none.
@@ -86,16 +98,11 @@ void TryEverything(Source& source, std::size_t length) {
 /// Recovers: what comes out has no fault, and all is there that a package without fault holds.
 /// What is compacted is the same.
 inline void TryRecovering(const qtString& bytes) {
-    const qtPtr<qtBuffer> buffer = NewBuffer(bytes);
-    Hmemory stream;
-    stream.Open(*buffer, 'r');
+    Reading stream(bytes);
     const HpackCheckReport report = HpackCheck(stream);
     for (const bool unlisted : {false, true}) {
-        HpackRecoverOptions options;
-        options.unlisted = unlisted;
         HpackRecoverReport found;
-        const auto recover = [&](Hpack& to) { found = HpackRecover(stream, to, options); };
-        const qtString recovered = Updated("", recover, 'w');
+        const qtString recovered = Recovered(stream, found, unlisted);
         REQUIRE(recovered.size() <= 4 * bytes.size() + 1024);  // doubtful ones, too, and an index
         REQUIRE(Check(recovered).Good());
         if (report.Good()) {

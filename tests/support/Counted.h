@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-/// The target of counted pointers.
 struct CountedBase {
     virtual ~CountedBase() = default;
 };

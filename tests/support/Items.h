@@ -67,7 +67,6 @@ inline std::vector<qtString> Keys(const Hpack& package) {
     return keys;
 }
 
-/// All items of an open package.
 inline Contents Items(Hpack& package) {
     Contents items;
     for (const qtString& key : Keys(package)) {
@@ -122,7 +121,6 @@ qtString Package(const Items& items) {
     return Updated("", add, 'w');
 }
 
-/// The bytes of an item's record.
 inline qtString Record(const qtString& key, const qtString& body) {
     return Word(HpackFormat::ItemMagic) + Word(key.size()) + key + Word(body.size()) + body;
 }

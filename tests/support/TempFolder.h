@@ -25,7 +25,6 @@ public:
     TempFolder& operator=(const TempFolder&) = delete;
 
     const std::filesystem::path& Path() const { return path; }
-    /// The path of a file in the folder.
     qtString operator/(const char* name) const { return (path / name).string(); }
 
 private:

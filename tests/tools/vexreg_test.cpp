@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstring>
 
 #include "basekit/qtEncryptor.h"
@@ -43,21 +42,16 @@ TEST_F(VexregTest, ShowsAndChangesValues) {
     WriteFile(database, "no database");
     const std::string cause =
         database.string() + ": no registry database, or a damaged one (Invalid argument)";
-    Fails("vexreg get Pop/Greeting", cause);
-    Fails("vexreg set a b", "a: can't open DB (" + cause + ")");
-    Fails("vexreg export file", cause);
-    WriteFile("in", "a b\n");
-    Fails("vexreg import --dry-run in", cause);
     WriteFile("in", "# vexreg dump 1\na\tb\n# end\n");
-    Fails("vexreg load --dry-run in", cause);
+    for (const std::string words :
+         {"get a", "export file", "import --dry-run in", "load --dry-run in"}) {
+        Fails("vexreg " + words, cause);
+    }
+    Fails("vexreg set a b", "a: can't open DB (" + cause + ")");
     EXPECT_FALSE(fs::exists("file"));
     Run("vexreg get", 2, "", "KEY is required (see vexreg get --help)");
     Run("vexreg get '\"a\\x00\"'", 2, "",
         "\"a\\x00\": a key with NUL in it needs --value (see vexreg get --help)");
-    for (const char* command :
-         {"get", "set", "password", "rm", "list", "dump", "load", "export", "import"}) {
-        Done(std::string("vexreg ") + command + " --help | grep -c -A1 Example", "1\n");
-    }
 }
 
 TEST_F(VexregTest, PasswordsAreReadAndNeverShown) {
@@ -93,16 +87,15 @@ TEST_F(VexregTest, ExportsAndImports) {
         "vexreg: 1 of the exported records will not read back the same; "
         "\"vexreg dump\" keeps all");
     EXPECT_TRUE(fs::is_symlink("file"));
-    const std::string text = FileBytes("other");
-    EXPECT_EQ(text.size(), std::strlen("Pop/Greeting hello\nedge  x\n"));
     Done("vexreg rm edge");
     Run("vexreg export", 0, "Pop/Greeting hello\n", "exported 1 keys");
     Run("vexreg export >/dev/full", 1, "", "cannot write standard output: No space left on device");
-    Run("(ulimit -f 1; vexreg set big $(seq -s. 4000)); vexreg export file", 0, "",
+    Run("(ulimit -f 8; vexreg set big $(seq -s. 4000)); vexreg export file", 0, "",
         "big: Cannot set value (" + database.string() +
             ": File too large)\n"
             "vexreg: exported 1 keys");
     EXPECT_EQ(FileBytes("other"), "Pop/Greeting hello\n");
+    EXPECT_FALSE(fs::exists(database.string() + ".new"));
 
     WriteFile("in", "Pop/Greeting  hallo\nnew 1\nnew 2\nDatabaseParam  p\n");
     const Records before = ReadAll();
@@ -115,8 +108,7 @@ TEST_F(VexregTest, ExportsAndImports) {
     WriteFile("in", "a 1\n b\nc 3\n");
     Run("vexreg import --dry-run in", 1, "add\ta\t1\n", "in: invalid line:  b");
     Fails("vexreg import in", "in: invalid line:  b");
-    WriteFile("in", "");
-    Fails("vexreg import in", "can't read file in (it is empty)");
+    Fails(": >in; vexreg import in", "can't read file in (it is empty)");
     Fails("vexreg import none", "can't read file none (No such file or directory)");
 }
 
