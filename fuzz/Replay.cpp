@@ -1,7 +1,6 @@
 // Runs a target without a fuzzer.
 //
-//   replay_TARGET ROUNDS FOLDER    over the files of FOLDER, and ROUNDS times over changed or other
-//   ones
+//   replay_TARGET ROUNDS FOLDER    over each file of FOLDER, and ROUNDS times over a changed one
 #include <filesystem>
 #include <random>
 

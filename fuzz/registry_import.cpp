@@ -1,5 +1,4 @@
-// Any bytes are imported into the registry; what that stores is exported, and imported into another
-// one gives the same store, but for passwords, which are not exported.
+// What any bytes store when imported is the same once exported and imported, but for passwords.
 #include <unistd.h>
 
 #include <filesystem>

@@ -91,12 +91,10 @@ TEST(CTProgress, CutsTheStatusAndEndsIt) {
     }
 }
 
-// Every getter beside every setter. What is asserted are the promises for an observer; that no
-// access is a data race is for the thread sanitizer to tell.
+// Every getter beside every setter; the thread sanitizer tells whether they are data races.
 TEST(CTProgress, ObserverReadsAndStopsTheRunningWorker) {
     CTProgress progress;
-    // One that looks at one value alone: reading others could order the accesses by chance, and
-    // hide a data race.
+    // One looks at one value alone: others could order the accesses, and hide a data race.
     int (*const getters[])(const CTProgress&) = {
         [](const CTProgress& p) { return p.GetTotalPhaseCount(); },
         [](const CTProgress& p) { return int{p.GetFinishState()}; },

@@ -98,8 +98,7 @@ TEST_F(ProgressTest, OneRequestStopsOneUpdateThatChangesNothing) {
     ExpectCounts(2, 0, 10, 0, label);
 }
 
-// Each reader looks at one member alone: reading another one could order its accesses by chance,
-// and hide a data race from the thread sanitizer.
+// A reader looks at one member alone: others could order its accesses, and hide a data race.
 TEST_F(ProgressTest, OtherThreadsReadAndStop) {
     bool (*const readers[])(const Progress&) = {
         [](const Progress& p) { return p.phase >= 3; },

@@ -6,8 +6,7 @@
 
 namespace {
 
-// The directory is decided once per process, so this is one case: each way to decide runs in a
-// child of its own, which tells what it found by its exit status.
+// The directory is decided once per process: each way to decide runs in a child of its own.
 TEST(qtGeneric2, DecidesOnceFromTheEnvironment) {
     const auto child = [](const char* expected) {
         const bool decided = generic_get_tempdir() == expected;

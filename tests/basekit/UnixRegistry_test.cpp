@@ -24,14 +24,12 @@ protected:
     static std::string LastError() { return UnixRegistry::LastError(); }
     static fs::perms Permissions(const fs::path& path) { return fs::status(path).permissions(); }
 
-    /// The value of a key, or "none".
     static std::string Get(UnixRegistry& store, const char* key) {
         const char* data = nullptr;
         unsigned length = 0;
         return store.GetKey(key, data, length) ? std::string(data, length) : "none";
     }
 
-    const fs::path lock = database.string() + ".lock";
     const fs::path fresh = database.string() + ".new";
 };
 
@@ -105,7 +103,7 @@ TEST_F(UnixRegistryTest, CreatesWhatIsMissingForTheUserAlone) {
     ASSERT_TRUE(store.Open(true));
     EXPECT_EQ(ReadAll(), Records());
     EXPECT_EQ(Permissions(database), fs::perms(0600));
-    EXPECT_EQ(Permissions(lock), fs::perms(0600));
+    EXPECT_EQ(Permissions(database.string() + ".lock"), fs::perms(0600));
     EXPECT_EQ(Permissions(database.parent_path()), fs::perms(0700));
     ASSERT_TRUE(store.Open(false));
     EXPECT_FALSE(Set(store, "a", "b"));

@@ -27,7 +27,7 @@ struct Session {
             const Change& change = changes.back();
             const auto former = after.find(change.key);
             if (change.kind == Change::add) {
-                written.insert({change.key, change.with});
+                written[change.key].insert(change.with);
             }
             if (former != after.end() &&
                 (change.kind != Change::add || change.with.size() <= former->second.size())) {
@@ -47,17 +47,12 @@ struct Session {
     }
 
     bool Wrote(const qtString& key, const qtString& body) const {
-        return written.count({key, body}) != 0;
-    }
-
-    bool Touched(const qtString& key) const {
-        const auto first = written.lower_bound({key, ""});
-        return first != written.end() && first->first == key;
+        return written.count(key) != 0 && written.at(key).count(body) != 0;
     }
 
     Contents before;
     Contents after;
-    std::set<std::pair<qtString, qtString>> written;
+    std::map<qtString, std::set<qtString>> written;  // the bodies of each key
     std::vector<Change> changes;
     std::set<qtString> replaced;  // written over, renamed or deleted: these may be lost
 };
@@ -74,7 +69,8 @@ Outcome Judge(const qtString& image, const Session& session, bool inOrder = true
             const auto item = items.find(key);
             const bool there =
                 item != items.end() && (item->second == body || session.Wrote(key, item->second));
-            return !there && session.replaced.count(key) == 0 && (inOrder || !session.Touched(key));
+            return !there && session.replaced.count(key) == 0 &&
+                   (inOrder || session.written.count(key) == 0);
         });
     };
     try {

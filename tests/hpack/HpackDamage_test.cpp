@@ -26,7 +26,6 @@ qtString SmallPackage(const char* format) {
 
 class HpackDamage : public testing::TestWithParam<const char*> {
 protected:
-    // Every operation on these bytes, in a buffer and, now and then, in a file.
     void Try(const qtString& bytes, bool inFile = false) {
         Allocations::largest = 0;
         qtPtr<qtBuffer> buffer = NewBuffer(bytes);

@@ -199,7 +199,6 @@ TEST_P(HpackModel, HoldsJustTheBytesOfTheModel) {
             for (auto count = random() % 60; count-- > 0;) {
                 ChangeOrLook();
             }
-            // A part is deleted, and comes back, in order and with other bodies, or not.
             Contents gone;
             for (const auto& item : model.items) {
                 if (random() % 3 == 0) {

@@ -42,8 +42,7 @@ string(CONCAT expected
     "qtxGeneric: Invalid path size\n"
     "6HioErr: Cannot open file:  0\n"
     "5Hpack: File is not open in update mode 5\n"
-    "6HioErr: refused 4\n"
-    "10\n")
+    "6HioErr: refused 4\n")
 if(NOT printed STREQUAL expected)
     message(FATAL_ERROR "printed\n${printed}instead of\n${expected}")
 endif()

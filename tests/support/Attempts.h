@@ -9,8 +9,6 @@
 #include "hpack/HpackRecover.h"
 #include "tests/support/Items.h"
 
-// What tests and fuzz targets do with bytes that nobody can trust.
-
 /// Fails a test, and stops a fuzz target, where something is not as it must be.
 #define REQUIRE(condition) Require(condition, #condition, __FILE__, __LINE__)
 
