@@ -29,7 +29,7 @@ int main(int /*argc*/, char** argv) {
             bytes.resize(random() % (round % 20 == 0 ? 9000 : 400));
             std::generate(bytes.begin(), bytes.end(),
                           [&] { return static_cast<char>(first + random() % kinds * 37); });
-        } else if (round % 4 == 1) {
+        } else if (round % 4 == 1 && bytes.size() >= 4) {
             for (auto changes = random() % 8; changes-- > 0;) {
                 const auto byte = static_cast<char>(random() % 4 == 0 ? random() : 0);
                 bytes[random() % bytes.size()] = byte;

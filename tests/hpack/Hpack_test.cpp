@@ -162,6 +162,11 @@ TEST_F(HpackTest, ReadsIntoSegments) {
     package.GetItem("k", reserved);
     EXPECT_EQ(reserved.segments.size(), 2u);
     EXPECT_EQ(reserved.size, 16400u);
+    EXPECT_THROW(reserved.Grow(0xffffffff), std::bad_alloc);
+    char* where = nullptr;
+    unsigned int run = 0;
+    ExpectThrow<qtxSegBuf>([&] { reserved.Locate(16400, 16401, where, run); }, "qtxSegBuf",
+                           "Locate error in SegBuf", 9, 2, "QtInclude/SegBuf.cpp");
 }
 
 TEST_F(HpackTest, EntriesThatLeadAstray) {
