@@ -26,14 +26,14 @@ struct Session {
             }));
             const Change& change = changes.back();
             const auto former = after.find(change.key);
-            if (change.kind == Change::add) {
+            if (change.kind == Change::adding) {
                 written[change.key].insert(change.with);
             }
             if (former != after.end() &&
-                (change.kind != Change::add || change.with.size() <= former->second.size())) {
+                (change.kind != Change::adding || change.with.size() <= former->second.size())) {
                 replaced.insert(change.key);
             }
-            if (change.kind == Change::rename) {
+            if (change.kind == Change::renaming) {
                 replaced.insert(change.with);
             }
             change.Do(after);

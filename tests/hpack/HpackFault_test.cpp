@@ -1,6 +1,8 @@
 // Every call that an operation makes to its stream, and every allocation, fails in turn. What comes
 // out is the stream's error; afterwards the object works on, and what the last save held is there.
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -224,15 +226,11 @@ TEST(HpackFault, FileThatShrinksWhileItIsOpen) {
 }
 
 // No room for more items: every save that was done stays, and with room again the package goes on.
-TEST(HpackFault, NoRoomForTheFile) {
-    const TempFolder folder;
-    const qtString name = folder / "package";
+void AddUntilNoRoomIsLeft(const qtString& name, const std::function<void(std::size_t)>& setRoom) {
     WriteFile(name, Package({}));
-    std::signal(SIGXFSZ, SIG_IGN);
     Contents added;
     for (const std::size_t fitting : {15, 30}) {
-        const rlimit room{fitting * 4096, RLIM_INFINITY};
-        setrlimit(RLIMIT_FSIZE, &room);
+        setRoom(fitting * 4096);
         Hpack package;
         package.Open(name, 'u');
         const auto addUntilItFails = [&] {
@@ -248,8 +246,31 @@ TEST(HpackFault, NoRoomForTheFile) {
         package.Open(name, 'r');
         EXPECT_EQ(Items(package), added);
     }
+}
+
+TEST(HpackFault, NoRoomInTheFile) {
+    const TempFolder folder;
+    std::signal(SIGXFSZ, SIG_IGN);
+    AddUntilNoRoomIsLeft(folder / "package", [](std::size_t bytes) {
+        const rlimit room{bytes, RLIM_INFINITY};
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &room), 0);
+    });
     const rlimit any{RLIM_INFINITY, RLIM_INFINITY};
     setrlimit(RLIMIT_FSIZE, &any);
+}
+
+TEST(HpackFault, NoRoomOnTheDisk) {
+    const TempFolder folder;
+    const char* const disk = folder.Path().c_str();
+    if (unshare(CLONE_NEWNS) != 0 || mount("", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("none", disk, "tmpfs", 0, nullptr) != 0) {
+        GTEST_SKIP() << "no file system may be mounted here";
+    }
+    AddUntilNoRoomIsLeft(folder / "package", [&](std::size_t bytes) {
+        const std::string room = "size=" + std::to_string(bytes);
+        ASSERT_EQ(mount("none", disk, nullptr, MS_REMOUNT, room.c_str()), 0);
+    });
+    umount(disk);
 }
 
 }  // namespace

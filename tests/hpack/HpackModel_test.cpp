@@ -187,7 +187,7 @@ TEST_P(HpackModel, HoldsJustTheBytesOfTheModel) {
         for (auto count = life == 0 ? 20000 : random() % 40; count-- > 0;) {
             const qtString key = life == 0 ? Word(random()) : RandomKey(random) + RandomKey(random);
             if (model.items.count(key) == 0) {
-                Do({Change::add, key, RandomBody()});
+                Do({Change::adding, key, RandomBody()});
             }
         }
         package.Close();
@@ -206,11 +206,11 @@ TEST_P(HpackModel, HoldsJustTheBytesOfTheModel) {
                 }
             }
             for (const auto& item : gone) {
-                Do({Change::remove, item.first, ""});
+                Do({Change::removing, item.first, ""});
             }
             for (const auto& [key, body] : gone) {
                 if (session % 3 != 0) {
-                    Do({Change::add, key, body});
+                    Do({Change::adding, key, body});
                 }
             }
             package.Close();

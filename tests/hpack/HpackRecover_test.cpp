@@ -69,18 +69,18 @@ struct Sample {
         return body;
     }
     void Do(Hpack& package, Change change, bool creating) {
-        if (creating && change.kind != Change::add) {
+        if (creating && change.kind != Change::adding) {
             return;
         }
         const auto former = live.find(change.key);
-        if (change.kind == Change::add && former != live.end() &&
+        if (change.kind == Change::adding && former != live.end() &&
             former->second.size() > change.with.size()) {
             packageRests |= former->second.find(Hex("4a5b6c73")) != qtString::npos;
         }
         change.Do(package);
         change.Do(live);
-        if (change.kind != Change::remove) {
-            const qtString& key = change.kind == Change::add ? change.key : change.with;
+        if (change.kind != Change::removing) {
+            const qtString& key = change.kind == Change::adding ? change.key : change.with;
             written[Place(package, key).first] = {key, live.at(key)};
         }
     }

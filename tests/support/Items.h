@@ -22,13 +22,13 @@ struct Contents : std::map<qtString, qtString> {
 
 /// A change of one item: of a package, of its contents, or of what else has these functions.
 struct Change {
-    enum Kind { add, remove, rename };
+    enum Kind { adding, removing, renaming };
 
     template <class Target>
     void Do(Target& target) const {
-        if (kind == add) {
+        if (kind == adding) {
             target.AddOrUpdate(key, with);
-        } else if (kind == rename) {
+        } else if (kind == renaming) {
             target.Rename(key, with);
         } else {
             target.Delete(key);
@@ -53,12 +53,12 @@ Change RandomChange(Random& random, const Items& items, const Body& body) {
     const auto kind = random() % 4;
     const qtString key = RandomKey(random);
     if (kind == 0) {
-        return {Change::remove, key, ""};
+        return {Change::removing, key, ""};
     }
     if (kind == 1 && items.count(key) != 0) {
-        return {Change::rename, key, RandomKey(random)};
+        return {Change::renaming, key, RandomKey(random)};
     }
-    return {Change::add, key, body()};
+    return {Change::adding, key, body()};
 }
 
 inline std::vector<qtString> Keys(const Hpack& package) {

@@ -31,7 +31,8 @@ static void Remove(const RemoveOptions& options) {
     }
     const LockedPackage original(options.package);
     const std::vector<qtString> present = original.Keys();
-    const std::vector<qtString> keys = words.TakeKeys([&] { return present; });
+    const std::vector<qtString> keys =
+        words.TakeKeys([&]() -> const std::vector<qtString>& { return present; });
     if (!options.force) {
         for (const qtString& key : keys) {
             if (!Has(present, key)) {
