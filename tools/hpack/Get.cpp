@@ -45,7 +45,7 @@ static void GetToFile(PackageReader& reader, const std::vector<qtString>& keys,
         constexpr unsigned int unit = 1024;
         NewFile file(options.output, NewFile::Existing::replace);
         for (const qtString& key : keys) {
-            StartPhase(progress, "getting", reader.Find(key).size / unit);
+            StartPhase(progress, "getting", options.part.LengthIn(reader.Find(key).size) / unit);
             reader.Read(key, options.part, [&](const char* data, std::size_t count) {
                 StopIfInterrupted(progress);
                 WriteAll(file.Descriptor(), data, count, options.output);

@@ -116,9 +116,9 @@ static void Put(const PutOptions& options) {
                   [&](Hpack& package, CTProgress&) { Store(package, options.package, key, body); });
 }
 
-static void AddPaths(CLI::App& command, PackOptions& options) {
-    command.add_option("PATH", options.paths, "Folders and files to pack")->type_name("");
+static CLI::Option& AddPaths(CLI::App& command, PackOptions& options) {
     options.AddQuiet(command);
+    return *command.add_option("PATH", options.paths, "Folders and files to pack")->type_name("");
 }
 
 void AddPackCommands(CLI::App& app) {
@@ -143,7 +143,7 @@ void AddPackCommands(CLI::App& app) {
         "Example:\n"
         "  hpack add include.hpk /usr/local/include",
         &Add);
-    AddPaths(addCommand, add);
+    AddPaths(addCommand, add).required();
 
     const auto [putCommand, put] =
         AddPackageCommand(app, "put", "Add or replace one item",

@@ -112,9 +112,8 @@ void PackageReader::Read(const qtString& key, Part part,
         if (std::uint64_t{stream->Tell()} + size > stream->GetFileSize()) {
             throw PackageFailure(path + ": the body of " + QuoteKey(key) + " is cut");
         }
-        const auto start = static_cast<std::uint32_t>(std::min<std::uint64_t>(part.offset, size));
-        stream->Seek(static_cast<int>(stream->Tell() + start));
-        return static_cast<std::uint32_t>(std::min<std::uint64_t>(part.length, size - start));
+        stream->Seek(static_cast<int>(stream->Tell() + part.StartIn(size)));
+        return part.LengthIn(size);
     });
     constexpr unsigned int pieceSize = 256 * 1024;
     piece.resize(pieceSize);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <functional>
@@ -58,6 +59,14 @@ public:
     struct Part {
         std::uint64_t offset = 0;
         std::uint64_t length = std::numeric_limits<std::uint64_t>::max();
+
+        std::uint32_t StartIn(std::uint32_t size) const {
+            return static_cast<std::uint32_t>(std::min<std::uint64_t>(offset, size));
+        }
+        std::uint32_t LengthIn(std::uint32_t size) const {
+            return static_cast<std::uint32_t>(
+                std::min<std::uint64_t>(length, size - StartIn(size)));
+        }
     };
     /// Hands the body over piece by piece. An item that is damaged fails before the first.
     void Read(const qtString& key, const std::function<void(const char*, std::size_t)>& take) {
