@@ -6,7 +6,7 @@
 #include <new>
 
 #include "basekit/qtxAll.h"
-#include "tools/common/KeyText.h"
+#include "tools/common/PrintableText.h"
 
 void PrintError(std::string_view text) {
     const std::string line =

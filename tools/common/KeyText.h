@@ -23,6 +23,3 @@ bool NeedsQuotes(std::string_view key);
 /// The key that a text stands for: what is in quotes without them and its escapes, anything else
 /// as it is. @throws UsageFailure for a quote that does not end, or an escape that is none
 std::string UnquoteKey(std::string_view text);
-
-/// Text for one line of a terminal: escapes instead of what is not printable, no quotes.
-std::string PrintableText(std::string_view text);

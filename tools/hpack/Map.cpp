@@ -1,6 +1,6 @@
 
-#include "tools/common/KeyText.h"
 #include "tools/common/NewFile.h"
+#include "tools/common/PrintableText.h"
 #include "tools/hpack/Commands.h"
 #include "tools/hpack/MapPicture.h"
 

@@ -8,6 +8,7 @@
 #include "tools/common/JsonOutput.h"
 #include "tools/common/KeyText.h"
 #include "tools/common/NewFile.h"
+#include "tools/common/PrintableText.h"
 #include "tools/hpack/Commands.h"
 #include "tools/hpack/PackageFile.h"
 

@@ -9,7 +9,7 @@
 
 #include "basekit/UnixRegistry.h"
 #include "tools/common/Failures.h"
-#include "tools/common/KeyText.h"
+#include "tools/common/PrintableText.h"
 
 // Put together beforehand: a signal handler may not do it.
 static std::string s_timeMessage;
