@@ -1,17 +1,16 @@
 #include "hpack/HpackRecover.h"
 
 #include <algorithm>
-#include <cstring>
 #include <functional>
 #include <iterator>
 #include <map>
-#include <set>
-#include <string_view>
 #include <utility>
 
 #include "hpack/Hpack.h"
 #include "hpack/HpackFormat.h"
+#include "hpack/IndexSearch.h"
 #include "hpack/KindText.h"
+#include "hpack/PackageMarks.h"
 #include "hpack/RawPackage.h"
 
 using namespace HpackFormat;
@@ -27,13 +26,6 @@ constexpr KindText kindTexts[] = {
     {"doubtful", "taken, but its length may be wrong, or it is part of another item"},
     {"crowded", "dropped: its length is doubtful, and there are too many such bytes"},
     {"unlisted", "not in the index: deleted, or never saved"},
-};
-
-/// A place with a marker.
-struct Mark {
-    std::uint32_t offset;
-    std::uint32_t magic;
-    std::uint32_t nextTelling;  // the first from here on that is of a header or a whole record
 };
 
 using Record = RawPackage::Record;
@@ -61,52 +53,15 @@ private:
     using Extent = std::pair<std::uint64_t, std::uint64_t>;  // begin, end
     using Choices = std::map<qtString, Choice, std::less<>>;
 
-    /// What stands in an index, compared with the records.
-    struct Judgement {
-        bool Useful() const {
-            return inOrder || (!vouched.empty() && !Foreign() && (marked || complete));
-        }
-        /// It belongs to another package, the bytes of which are or were a body in this one.
-        bool Foreign() const { return 2 * vouched.size() < entries; }
-
-        bool marked = false;
-        bool complete = false;
-        bool inOrder = false;
-        std::size_t entries = 0;
-        std::vector<std::pair<std::uint32_t, Record>> vouched;  // entry number, record
-        std::vector<std::uint32_t> renamed;  // offsets of records with another key
-        std::uint32_t knows = 0;             // what begins behind this was written after the index
-    };
-
-    void FindMarks();
-    void FindMarksIn(const char* bytes, std::size_t count, std::uint32_t at);
-    void FindIndex();
-    void JudgeBlocks();
-    void HashKeys();
-    std::uint64_t FindBegin(const RawPackage::Index& block) const;
-    void AddForeign(const RawPackage::Index& block);
-    void JoinForeign();
-    Judgement Judge(const RawPackage::Index& candidate);
-    void AddLooseEntries(const Judgement& judgement);
-    void TakeIndex(const Judgement& judgement);
+    void TakeIndex();
     void Scan();
     void ScanRecord(std::uint32_t offset, std::uint64_t gapEnd);
     bool EndsWell(std::uint64_t end, std::uint64_t gapEnd) const;
     bool HoldsMark(const Record& record) const;
     bool HoldsRecord(const Record& record) const;
     void NoteCut(const Record& record);
-    /// The first mark at or behind a place.
-    std::vector<Mark>::const_iterator MarkFrom(std::uint64_t offset) const {
-        return std::lower_bound(
-            marks.begin(), marks.end(), offset,
-            [](const Mark& left, std::uint64_t right) { return left.offset < right; });
-    }
-    bool InForeign(std::uint32_t offset) const;
     bool InZeros(std::uint32_t offset);
     void Offer(const Record& record, bool doubtful);
-    std::uint32_t AgeOf(std::uint32_t offset) const;
-    bool ReadKey(const Record& record, qtString& key);
-    bool ReadText(std::uint64_t at, std::uint32_t length, qtString& text);
     void Decide();
     bool Wanted(const qtString& key, const Choice& choice);
     void Copy();
@@ -119,18 +74,12 @@ private:
     RawPackage package;
     Hpack& out;
     const HpackRecoverOptions& chosenBy;
-    RawPackage::Header header;
-    RawPackage::Index index;
+    const RawPackage::Header header = package.ReadHeader();
+    const PackageMarks marks{package};
+    const IndexSearch search{package, header, marks};
     HpackRecoverReport report;
-    std::vector<Mark> marks;                  // by offset
     std::vector<Extent> taken;                // extents known for sure, sorted
     std::vector<std::uint32_t> entryOffsets;  // of the index, sorted
-    std::uint32_t indexKnows = 0;             // what begins behind this was written after the index
-    std::vector<std::pair<std::uint32_t, std::uint32_t>> renamed;  // record, what was known before
-    std::vector<std::uint32_t> anchors;  // records that any index leads to, sorted
-    std::vector<Extent> foreign;         // of packages that are or were bodies, sorted, apart
-    std::vector<std::pair<std::size_t, std::uint32_t>> keyHashes;  // with record offsets, sorted
-    std::uint32_t likelyBlock = 0;  // the index, if the header is wrong; 0: none
     Choices choices;
     std::vector<Choices::const_iterator> chosen;
     std::uint64_t doubtfulBytes = 0;
@@ -153,10 +102,9 @@ const char* HpackRecoverNote::Text(Kind kind) {
 }
 
 HpackRecoverReport Recovery::Run() {
-    header = package.ReadHeader();
     report.header = header.whole;
-    FindMarks();
-    FindIndex();
+    report.index = search.State();
+    TakeIndex();
     Scan();
     Decide();
     SetIdentity();
@@ -168,244 +116,11 @@ HpackRecoverReport Recovery::Run() {
     return std::move(report);
 }
 
-void Recovery::FindMarks() {
-    constexpr std::uint32_t pieceSize = 1 << 18;
-    constexpr std::uint32_t overlap = wordSize - 1;
-    std::vector<char> piece(std::min(pieceSize, package.Size()));
-    for (std::uint32_t at = 0; package.Size() - at > overlap;) {
-        const std::uint32_t count = std::min(pieceSize, package.Size() - at);
-        package.ReadOrZero(at, piece.data(), count);
-        FindMarksIn(piece.data(), count, at);
-        at += count - overlap;
-    }
-}
-
-// All five magics differ in the last byte alone.
-void Recovery::FindMarksIn(const char* bytes, std::size_t count, std::uint32_t at) {
-    const char first = static_cast<char>(ItemMagic >> 24);
-    const char* const end = bytes + count - (wordSize - 1);
-    for (const char* place = bytes; place < end; ++place) {
-        place = static_cast<const char*>(
-            std::memchr(place, first, static_cast<std::size_t>(end - place)));
-        if (place == nullptr) {
-            return;
-        }
-        const std::uint32_t magic = Word(place);
-        if (magic == ItemMagic || magic == IndexMagic || magic == PackMagic ||
-            magic == OldUnicodeMagic || magic == OldAsciiMagic) {
-            marks.push_back({at + static_cast<std::uint32_t>(place - bytes), magic, 0});
-        }
-    }
-}
-
-// The index is where the header says, or else where it most likely is.
-void Recovery::FindIndex() {
-    JudgeBlocks();
-    for (const bool strayed : {false, true}) {
-        const std::uint32_t offset = strayed ? likelyBlock : header.indexOffset;
-        if (offset < oldHeaderSize || offset >= package.Size()) {
-            continue;
-        }
-        index = package.ReadIndex(offset);
-        Judgement judgement = Judge(index);
-        if (index.marked && !judgement.inOrder) {
-            AddLooseEntries(judgement);
-            judgement = Judge(index);
-        }
-        if (judgement.Useful()) {
-            report.index = !judgement.inOrder ? HpackRecoverReport::damaged
-                           : strayed          ? HpackRecoverReport::strayed
-                                              : HpackRecoverReport::good;
-            TakeIndex(judgement);
-            return;
-        }
-    }
-    index = {};
-}
-
-// No more is read than a few times the package, however many blocks there seem to be. Of the blocks
-// that may be the index the last one is, but for those that lead to much less than another one.
-void Recovery::JudgeBlocks() {
-    std::uint64_t budget = std::uint64_t{4} * package.Size();
-    std::size_t most = 0;
-    HashKeys();
-    for (std::size_t i = marks.size(); i-- > 0;) {
-        if (marks[i].magic != IndexMagic) {
-            continue;
-        }
-        const RawPackage::Index block = package.ReadIndex(marks[i].offset);
-        const std::uint64_t length = block.end - block.offset;
-        if (length > budget) {
-            break;
-        }
-        budget -= length;
-        const Judgement judgement = Judge(block);
-        if (judgement.Foreign() && block.offset != header.indexOffset) {
-            AddForeign(block);
-            continue;
-        }
-        for (const auto& [number, record] : judgement.vouched) {
-            anchors.push_back(record.offset);
-        }
-        for (const std::uint32_t moved : judgement.renamed) {
-            renamed.emplace_back(moved, judgement.knows);
-        }
-        if (judgement.inOrder && judgement.vouched.size() > 2 * most) {
-            most = judgement.vouched.size();
-            likelyBlock = block.offset;
-        }
-    }
-    JoinForeign();
-    std::sort(anchors.begin(), anchors.end());
-    anchors.erase(std::unique(anchors.begin(), anchors.end()), anchors.end());
-    std::sort(renamed.begin(), renamed.end());
-}
-
-void Recovery::HashKeys() {
-    for (const Mark& mark : marks) {
-        Record record;
-        qtString key;
-        if (mark.magic == ItemMagic && package.Measure(mark.offset, record) &&
-            ReadKey(record, key)) {
-            keyHashes.emplace_back(std::hash<std::string_view>()(key), mark.offset);
-        }
-    }
-    std::sort(keyHashes.begin(), keyHashes.end());
-}
-
-// The block's offsets count from where its package begins: most of the records around that have
-// the keys of its entries agree about that place. @return 0 when they do not lead to another one
-std::uint64_t Recovery::FindBegin(const RawPackage::Index& block) const {
-    constexpr std::size_t asked = 32;
-    constexpr std::ptrdiff_t answers = 8;
-    std::map<std::uint64_t, std::size_t> begins;
-    for (std::size_t i = 0; i < std::min(asked, block.entries.size()); ++i) {
-        const RawPackage::Entry& entry = block.entries[block.entries.size() - 1 - i];
-        const std::size_t hash = std::hash<std::string_view>()(block.Key(entry));
-        const auto first = std::lower_bound(keyHashes.begin(), keyHashes.end(),
-                                            std::make_pair(hash, std::uint32_t{0}));
-        const auto near =
-            std::lower_bound(first, keyHashes.end(), std::make_pair(hash, block.offset));
-        auto record = near - std::min(answers, near - first);
-        for (; record != keyHashes.end() && record->first == hash; ++record) {
-            if (record - near >= answers) {
-                break;
-            }
-            if (record->second >= entry.offset && record->second - entry.offset < block.offset) {
-                ++begins[record->second - entry.offset];
-            }
-        }
-    }
-    const auto best = std::max_element(
-        begins.begin(), begins.end(),
-        [](const auto& left, const auto& right) { return left.second <= right.second; });
-    return best != begins.end() ? best->first : 0;
-}
-
-// Takes note of where the package of a block lies, with all the records that it leads to.
-void Recovery::AddForeign(const RawPackage::Index& block) {
-    const std::uint64_t begin = FindBegin(block);
-    if (begin == 0) {
-        return;
-    }
-    std::uint64_t end = block.complete ? block.end : block.offset;
-    for (const RawPackage::Entry& entry : block.entries) {
-        const std::uint64_t offset = begin + entry.offset;
-        const auto mark = MarkFrom(offset);
-        if (offset >= end && mark != marks.end() && mark->offset == offset) {
-            end = offset + 1;
-        }
-    }
-    foreign.emplace_back(begin, end);
-}
-
-void Recovery::JoinForeign() {
-    std::sort(foreign.begin(), foreign.end());
-    std::size_t kept = 0;
-    for (const Extent& extent : foreign) {
-        if (kept != 0 && extent.first <= foreign[kept - 1].second) {
-            foreign[kept - 1].second = std::max(foreign[kept - 1].second, extent.second);
-        } else {
-            foreign[kept++] = extent;
-        }
-    }
-    foreign.resize(kept);
-}
-
-Recovery::Judgement Recovery::Judge(const RawPackage::Index& candidate) {
-    Judgement judgement;
-    const std::vector<RawPackage::Entry>& entries = candidate.entries;
-    judgement.entries = entries.size();
-    judgement.knows = candidate.offset;
-    judgement.marked = candidate.marked;
-    judgement.complete = candidate.complete && !entries.empty();
-    judgement.inOrder = candidate.marked && candidate.complete;
-    for (std::size_t i = 1; i < entries.size(); ++i) {
-        judgement.inOrder &= candidate.Key(entries[i - 1]) < candidate.Key(entries[i]);
-    }
-    std::vector<std::uint32_t> byOffset(entries.size());
-    for (std::uint32_t i = 0; i < entries.size(); ++i) {
-        byOffset[i] = i;
-    }
-    std::stable_sort(byOffset.begin(), byOffset.end(),
-                     [&](std::uint32_t left, std::uint32_t right) {
-                         return entries[left].offset < entries[right].offset;
-                     });
-    for (const std::uint32_t number : byOffset) {
-        const RawPackage::Entry& entry = entries[number];
-        const std::string_view key = candidate.Key(entry);
-        Record record;
-        const RawPackage::State state = package.Look(entry.offset, key, record);
-        judgement.knows = std::max(judgement.knows, entry.offset);
-        if (state == RawPackage::State::whole) {
-            judgement.vouched.emplace_back(number, record);
-            continue;
-        }
-        if (state == RawPackage::State::otherKey) {
-            judgement.renamed.push_back(entry.offset);
-        }
-        const bool keyFits = state == RawPackage::State::noMarker && !key.empty() &&
-                             package.HasKey(std::uint64_t{entry.offset} + recordKeyAt, key);
-        judgement.inOrder &= keyFits || state == RawPackage::State::otherKey ||
-                             state == RawPackage::State::cut ||
-                             state == RawPackage::State::unreadable;
-    }
-    return judgement;
-}
-
-// A block that was being written over another one, or has been damaged, goes on somewhere behind
-// the place where it can not be read: adds the entries there that lead to their own records.
-void Recovery::AddLooseEntries(const Judgement& judgement) {
-    std::set<qtString> known;
-    for (const auto& [number, record] : judgement.vouched) {
-        known.insert(qtString(index.Key(index.entries[number])));
-    }
-    const auto mark = MarkFrom(std::uint64_t{index.offset} + 1);
-    const std::uint64_t end = mark != marks.end() ? mark->offset : package.Size();
-    std::uint64_t at = std::uint64_t{index.offset} + indexOverhead;
-    while (at + entryOverhead <= end) {
-        RawPackage::Entry entry = {static_cast<std::uint32_t>(index.keys.size()), 0, 0};
-        qtString key;
-        Record record;
-        const std::uint64_t room = end - at - entryOverhead;
-        if (!package.Word(at, entry.keyLength) || entry.keyLength > room ||
-            !package.Word(at + wordSize + entry.keyLength, entry.offset) ||
-            entry.offset >= package.Size() || !ReadText(at + wordSize, entry.keyLength, key) ||
-            package.Look(entry.offset, key, record) != RawPackage::State::whole) {
-            ++at;
-            continue;
-        }
-        if (known.insert(key).second) {
-            index.keys += key;
-            index.entries.push_back(entry);
-        }
-        at += entryOverhead + entry.keyLength;
-    }
-}
-
 // A record that reaches into the start of another one, or into the index, has a wrong length. An
 // index that is not in order may itself reach anywhere.
-void Recovery::TakeIndex(const Judgement& judgement) {
+void Recovery::TakeIndex() {
+    const RawPackage::Index& index = search.Index();
+    const IndexSearch::Judgement& judgement = search.OfIndex();
     for (std::uint32_t number = 0; number < index.entries.size(); ++number) {
         const RawPackage::Entry& entry = index.entries[number];
         Choice& choice = choices[qtString(index.Key(entry))];
@@ -415,7 +130,6 @@ void Recovery::TakeIndex(const Judgement& judgement) {
         entryOffsets.push_back(entry.offset);
     }
     std::sort(entryOffsets.begin(), entryOffsets.end());
-    indexKnows = judgement.knows;
     std::uint64_t nextStart = package.Size();
     for (std::size_t i = judgement.vouched.size(); i-- > 0;) {
         const auto& [number, record] = judgement.vouched[i];
@@ -441,19 +155,10 @@ void Recovery::TakeIndex(const Judgement& judgement) {
 }
 
 void Recovery::Scan() {
-    auto next = static_cast<std::uint32_t>(marks.size());
-    for (std::size_t i = marks.size(); i-- > 0;) {
-        Record record;
-        if (marks[i].magic == ItemMagic ? package.Measure(marks[i].offset, record)
-                                        : marks[i].magic != IndexMagic) {
-            next = static_cast<std::uint32_t>(i);
-        }
-        marks[i].nextTelling = next;
-    }
     skipTo = header.size;
     chainedAt = header.size;
     auto behind = taken.begin();
-    for (const Mark& mark : marks) {
+    for (const PackageMarks::Mark& mark : marks) {
         while (behind != taken.end() && behind->second <= mark.offset) {
             chainedAt = behind->second;
             ++behind;
@@ -472,8 +177,8 @@ void Recovery::Scan() {
 
 void Recovery::ScanRecord(std::uint32_t offset, std::uint64_t gapEnd) {
     const bool held =
-        InZeros(offset) ||
-        (offset != chainedAt && ((offset < holderEnd && packageInHolder) || InForeign(offset)));
+        InZeros(offset) || (offset != chainedAt &&
+                            ((offset < holderEnd && packageInHolder) || search.InForeign(offset)));
     Record record;
     const bool whole = package.Measure(offset, record) && record.End() <= gapEnd;
     if (whole && EndsWell(record.End(), gapEnd) && !HoldsMark(record)) {
@@ -499,48 +204,35 @@ bool Recovery::InZeros(std::uint32_t offset) {
     return package.HasKey(std::uint64_t{offset} + wordSize, std::string_view(zeros, sizeof zeros));
 }
 
-bool Recovery::InForeign(std::uint32_t offset) const {
-    const auto behind = std::upper_bound(
-        foreign.begin(), foreign.end(), offset,
-        [](std::uint64_t left, const Extent& right) { return left < right.first; });
-    return behind != foreign.begin() && std::prev(behind)->second > offset &&
-           !std::binary_search(anchors.begin(), anchors.end(), offset);
-}
-
 bool Recovery::EndsWell(std::uint64_t end, std::uint64_t gapEnd) const {
     if (end == gapEnd) {
         return true;
     }
-    const auto mark = MarkFrom(end);
-    return mark != marks.end() && mark->offset == end &&
-           (mark->magic == ItemMagic || mark->magic == IndexMagic);
+    const auto mark = marks.At(end);
+    return mark != marks.end() && (mark->magic == ItemMagic || mark->magic == IndexMagic);
 }
 
 // Whether something is marked in its key: then the length of the key is wrong.
 bool Recovery::HoldsMark(const Record& record) const {
-    const auto mark = MarkFrom(std::uint64_t{record.offset} + recordKeyAt);
+    const auto mark = marks.From(std::uint64_t{record.offset} + recordKeyAt);
     return mark != marks.end() && mark->offset + std::uint64_t{wordSize} <= record.BodyAt();
 }
 
 // Whether a record begins in its body, and no package before that: then one of the two is wrong.
 bool Recovery::HoldsRecord(const Record& record) const {
-    const auto mark = MarkFrom(record.BodyAt());
-    if (mark == marks.end() || mark->nextTelling == marks.size()) {
-        return false;
-    }
-    const Mark& telling = marks[mark->nextTelling];
-    return telling.magic == ItemMagic && telling.offset < record.End();
+    const auto telling = marks.TellingFrom(record.BodyAt());
+    return telling != marks.end() && telling->magic == ItemMagic && telling->offset < record.End();
 }
 
 void Recovery::NoteCut(const Record& record) {
     qtString key;
-    ReadKey(record, key);
+    package.ReadKey(record, key);
     Note(HpackRecoverNote::cut, record.offset, key);
 }
 
 void Recovery::Offer(const Record& record, bool doubtful) {
     qtString key;
-    if (!ReadKey(record, key)) {
+    if (!package.ReadKey(record, key)) {
         Note(HpackRecoverNote::unreadable, record.offset, key);
         return;
     }
@@ -549,42 +241,16 @@ void Recovery::Offer(const Record& record, bool doubtful) {
     // Of a strayed index it is not known whether it is the latest. What lies behind it may be
     // newer, and so is what it leads to by a former key.
     const bool strayed = report.index == HpackRecoverReport::strayed;
-    const bool later = strayed && (led || record.offset > indexKnows);
+    const bool later = strayed && (led || record.offset > search.OfIndex().knows);
     const Rank rank = doubtful ? inDoubt : later ? newer : led ? ledTo : scanned;
     report.superseded += choice.rank == nothing ? 0 : 1;
-    const std::uint32_t age = AgeOf(record.offset);
+    const std::uint32_t age = search.AgeOf(record.offset);
     if (rank > choice.rank || (rank == choice.rank && !choice.vouched && age > choice.age)) {
         choice.record = record;
         choice.age = age;
         choice.rank = rank;
         choice.vouched = false;
     }
-}
-
-// Records are appended, so the later one is the newer. But one that an index has led to by another
-// key was renamed after that: it is newer than all that the index knew.
-std::uint32_t Recovery::AgeOf(std::uint32_t offset) const {
-    const auto behind =
-        std::upper_bound(renamed.begin(), renamed.end(), std::make_pair(offset, maxStreamSize));
-    return behind != renamed.begin() && std::prev(behind)->first == offset
-               ? std::max(offset, std::prev(behind)->second)
-               : offset;
-}
-
-bool Recovery::ReadKey(const Record& record, qtString& key) {
-    return ReadText(std::uint64_t{record.offset} + recordKeyAt, record.keyLength, key);
-}
-
-bool Recovery::ReadText(std::uint64_t at, std::uint32_t length, qtString& text) {
-    if (at + length > package.Size()) {
-        return false;
-    }
-    text.resize(length);
-    if (package.Read(at, text.data(), length)) {
-        return true;
-    }
-    text.clear();
-    return false;
 }
 
 void Recovery::Decide() {
@@ -610,7 +276,7 @@ bool Recovery::Wanted(const qtString& key, const Choice& choice) {
     }
     const bool indexTells =
         report.index == HpackRecoverReport::good ||
-        (report.index == HpackRecoverReport::strayed && record.offset < indexKnows);
+        (report.index == HpackRecoverReport::strayed && record.offset < search.OfIndex().knows);
     if (!choice.listed && choice.rank != ledTo && indexTells) {
         Note(HpackRecoverNote::unlisted, record.offset, key);
         if (!chosenBy.unlisted) {

@@ -59,6 +59,21 @@ bool RawPackage::Word(std::uint64_t offset, std::uint32_t& word) {
     return true;
 }
 
+bool RawPackage::ReadText(std::uint64_t offset, std::uint32_t length, qtString& text) {
+    if (offset + length <= size) {
+        text.resize(length);
+        if (Read(offset, text.data(), length)) {
+            return true;
+        }
+    }
+    text.clear();
+    return false;
+}
+
+bool RawPackage::ReadKey(const Record& record, qtString& key) {
+    return ReadText(std::uint64_t{record.offset} + recordKeyAt, record.keyLength, key);
+}
+
 void RawPackage::ReadOrZero(std::uint32_t offset, char* data, std::uint32_t count) {
     if (ReadDirectly(offset, data, count)) {
         return;

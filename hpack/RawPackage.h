@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "basekit/qtString.h"
 #include "hpack/Generic32.h"
 
 /// The bytes of a package, looked at without any trust: lengths and offsets are compared with what
@@ -66,6 +67,9 @@ public:
     /// @return false when the bytes are not there, or can not be read
     bool Read(std::uint64_t offset, char* data, std::uint32_t count);
     bool Word(std::uint64_t offset, std::uint32_t& word);
+    /// `text` is empty where it can not be read.
+    bool ReadText(std::uint64_t offset, std::uint32_t length, qtString& text);
+    bool ReadKey(const Record& record, qtString& key);
     /// Reads what can be read and puts zeros for the rest; the bytes must be there.
     void ReadOrZero(std::uint32_t offset, char* data, std::uint32_t count);
 

@@ -9,6 +9,8 @@ vantry_sources(
         HpackCompact.cpp
         HpackIndex.cpp
         HpackRecover.cpp
+        IndexSearch.cpp
+        PackageMarks.cpp
         RawPackage.cpp
         ReadPastEnd.cpp
         qtPtrLight.cpp
