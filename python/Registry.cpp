@@ -96,7 +96,17 @@ void DefineRegistry(py::module_& module) {
     // The first to encrypt makes the key, for which it may have to wait.
     const py::call_guard<py::gil_scoped_release> others;
     module.def(
-        "encrypt", [](const qtString& plain) { return qtEncryptor().Encrypt(plain); }, others);
+        "encrypt", [](const qtString& plain) { return qtEncryptor().Encrypt(plain); }, others,
+        py::arg("plain"),
+        R"(Encrypts with the key that lies beside the registry, and is made on first use.
+
+    >>> import vantry
+    >>> vantry.decrypt(vantry.encrypt("open sesame"))
+    b'open sesame'
+
+    Where the key can be neither read nor made, an EncryptionError.)");
     module.def(
-        "decrypt", [](const qtString& data) { return qtEncryptor().Decrypt(data); }, others);
+        "decrypt", [](const qtString& data) { return qtEncryptor().Decrypt(data); }, others,
+        py::arg("data"),
+        "The text that encrypt() was given; an EncryptionError where the key or the data is another.");
 }

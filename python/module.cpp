@@ -1,6 +1,6 @@
 // The extension behind the Python module: a thin layer that vantry/__init__.py gives its shape.
 #include <string>
-#include <tuple>
+#include <string_view>
 
 #include "QtInclude/Poly_Hash.h"
 #include "Vantry/VantryVersion.h"
@@ -15,8 +15,12 @@ static void Raise(const char* name, long number, const char* text,
                   const std::vector<qtString>& arguments = {}) {
     const py::object type = py::module_::import("vantry.errors").attr(name);
     // Texts contain keys and file names, which are any bytes.
+    std::string_view line = text;
+    if (!line.empty() && line.back() == '\n') {
+        line.remove_suffix(1);
+    }
     const auto shown = py::reinterpret_steal<py::object>(PyUnicode_DecodeUTF8(
-        text, static_cast<Py_ssize_t>(std::char_traits<char>::length(text)), "backslashreplace"));
+        line.data(), static_cast<Py_ssize_t>(line.size()), "backslashreplace"));
     PyErr_SetObject(type.ptr(), type(number, shown, py::tuple(py::cast(arguments))).ptr());
 }
 
@@ -74,22 +78,44 @@ static py::list Tokens(const qtString& text, const std::optional<qtString>& sepa
     return result;
 }
 
+static constexpr char polyHashText[] = R"(A hash by division of polynomials, the same on every machine.
+
+    >>> import vantry
+    >>> hash = vantry.PolyHash()
+    >>> hash.hash(b"Vantry") == hash.extend(hash.hash(b"Van"), b"try")
+    True
+
+    degree: the bits of a value, 8 to 32; others are a HashError. polynomial: without its highest
+    term; a primitive one of that degree unless given. initial_value: where a hash begins. It tells
+    strings apart, but keeps no secret.)";
+
+static constexpr char tokenizeText[] = R"(Splits a text at white space, or at any byte of `separators`. There are no empty tokens.
+
+    >>> import vantry
+    >>> vantry.tokenize(b" to be  or not "), vantry.tokenize("a,b;;c", ",;")
+    ([b'to', b'be', b'or', b'not'], [b'a', b'b', b'c']))";
+
 PYBIND11_MODULE(_vantry, module) {
     py::register_exception_translator(Translate);
     DefinePackage(module);
     DefineRepair(module);
     DefineRegistry(module);
 
-    py::class_<Poly_Hash<32>>(module, "PolyHash")
+    py::class_<Poly_Hash<32>>(module, "PolyHash", polyHashText)
         .def(py::init(&NewHash), py::arg("degree") = 32, py::arg("polynomial") = py::none(),
              py::arg("initial_value") = 1)
         .def_property_readonly("degree", &Poly_Hash<32>::Degree)
         .def_property_readonly("initial_value", &Poly_Hash<32>::InitialValue)
-        .def("extend", &Extend)
-        .def("hash", [](const Poly_Hash<32>& hash, const py::buffer& data) {
-            return Extend(hash, hash.InitialValue(), data);
-        });
-    module.def("tokenize", &Tokens, py::arg("text"), py::arg("separators") = py::none());
+        .def("extend", &Extend, py::arg("hash"), py::arg("data"),
+             "The hash of a longer string: `hash` is that of its beginning, `data` the rest.")
+        .def(
+            "hash",
+            [](const Poly_Hash<32>& hash, const py::buffer& data) {
+                return Extend(hash, hash.InitialValue(), data);
+            },
+            py::arg("data"), "The hash of bytes.");
+    module.def("tokenize", &Tokens, tokenizeText, py::arg("text"),
+               py::arg("separators") = py::none());
     module.def("version", [] {
         char text[11];
         GetVantryVersion(text);

@@ -23,8 +23,8 @@ import io
 import os
 import warnings
 from collections.abc import MutableMapping as _MutableMapping
-from typing import (TYPE_CHECKING, Any, BinaryIO, Callable, Dict, Iterable, Iterator,
-                    List, MutableMapping, NamedTuple, Optional, Tuple, Union)
+from typing import (TYPE_CHECKING, Any, BinaryIO, Callable, Dict, ItemsView, Iterable, Iterator,
+                    KeysView, List, MutableMapping, NamedTuple, Optional, Tuple, Union, ValuesView)
 
 from . import _vantry
 from ._vantry import PolyHash, decrypt, encrypt, tokenize
@@ -41,7 +41,11 @@ __version__ = _vantry.version()
 
 Key = Union[bytes, bytearray, memoryview, str]
 if TYPE_CHECKING:
-    _Mapping = MutableMapping[Key, Any]
+    # Keys and bodies are given in any form, and come back as bytes.
+    class _Mapping(MutableMapping[Any, bytes]):
+        def keys(self) -> KeysView[bytes]: ...
+        def items(self) -> ItemsView[bytes, bytes]: ...
+        def update(self, *values: Any, **more: Body) -> None: ...
 else:
     _Mapping = _MutableMapping
 
@@ -94,6 +98,7 @@ class Package(_Mapping):
     discarding it and dropping the last reference let go of it instead: what was written since the
     last save stays out of the index, and a package that was being created is none.
 
+    >>> import vantry
     >>> with vantry.open("letters.hpk", "w") as package:
     ...     package["alpha"] = b"first"
     >>> with vantry.open("letters.hpk", "u") as package:
@@ -196,6 +201,7 @@ class Package(_Mapping):
     def file(self, key: Key) -> BinaryIO:
         """The body of an item as a file, of which only parts are in memory.
 
+        >>> import vantry
         >>> with vantry.open("letters.hpk", "w") as package:
         ...     package["alphabet"] = b"abcdefghijklmnopqrstuvwxyz"
         >>> with vantry.open("letters.hpk") as package, package.file("alphabet") as file:
@@ -210,7 +216,7 @@ class Package(_Mapping):
     def write(self, key: Key, source: Union[BinaryIO, Iterable[bytes]]) -> None:
         """Adds or replaces an item whose body comes from a file or in pieces.
 
-        >>> import io
+        >>> import io, vantry
         >>> with vantry.open("large.hpk", "w") as package:
         ...     package.write("zeros", (bytes(65536) for i in range(1000)))
         ...     package.write("text", io.BytesIO(b"from a file"))
@@ -220,6 +226,8 @@ class Package(_Mapping):
 
         The body is held in memory once, in small segments, and never in one block.
         """
+        if isinstance(source, (bytes, bytearray, memoryview, str)):
+            raise TypeError("package[key] = body takes a body in one piece")
         pieces: Iterable[bytes] = source
         if hasattr(source, "read"):
             read: Callable[[int], bytes] = source.read
@@ -235,10 +243,11 @@ class Package(_Mapping):
 
     @property
     def identity(self) -> Identity:
-        """The owner's marks. Three numbers can be assigned, and are written at once.
+        """The owner's marks. What is assigned is written at once.
 
+        >>> import vantry
         >>> with vantry.open("letters.hpk", "w") as package:
-        ...     package.identity = 42, 1, 0
+        ...     package.identity = vantry.Identity(42, 1, 0)
         ...     package.state = 3
         >>> with vantry.open("letters.hpk") as package:
         ...     package.identity, package.state
@@ -247,8 +256,8 @@ class Package(_Mapping):
         return Identity(*self._package.identity())
 
     @identity.setter
-    def identity(self, value: Tuple[int, ...]) -> None:
-        id, word, flags = value[:3]
+    def identity(self, value: Identity) -> None:
+        id, word, flags = value[:3]  # a plain tuple does, too
         self._package.set_identity(id, word, flags)
 
     @property
@@ -272,6 +281,7 @@ def open(where: Where, mode: str = "r") -> Package:
 class Registry(_Mapping):
     """The registry that all programs of a user share: a mapping from bytes to bytes.
 
+    >>> import vantry
     >>> with vantry.Registry() as registry:
     ...     registry[b"Pop/Greeting"] = b"hello"
     ...     registry.update({"Pop/Colour": "blue", "Pop/Size": "7"})   # in one step
@@ -329,11 +339,11 @@ class Registry(_Mapping):
     def __len__(self) -> int:
         return len(self._registry.records())
 
-    def items(self) -> Any:
+    def items(self) -> ItemsView[bytes, bytes]:
         """All records as they were at one moment."""
         return self._records().items()
 
-    def values(self) -> Any:
+    def values(self) -> ValuesView[bytes]:
         """All values as they were at one moment."""
         return self._records().values()
 
@@ -349,6 +359,7 @@ class Registry(_Mapping):
     def set_password(password: Body, kesh: Key = b"") -> None:
         """Encrypts the password for a database logon and stores it.
 
+        >>> import vantry
         >>> with vantry.Registry() as registry:
         ...     registry.set_password("open sesame")
         ...     vantry.decrypt(registry["LogonDatabaseParam"])

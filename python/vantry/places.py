@@ -20,6 +20,7 @@ def path_bytes(where: Path) -> bytes:
 class Buffer:
     """Memory that packages are created and opened in.
 
+    >>> import vantry
     >>> buffer = vantry.Buffer()
     >>> with vantry.open(buffer, "w") as package:
     ...     package[b"key"] = b"body"

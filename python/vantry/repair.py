@@ -28,6 +28,7 @@ def check(where: Where) -> List[Fault]:
     It takes any file or buffer, also one that open() refuses. Bodies have no checksum: a change in
     one goes unnoticed.
 
+    >>> import vantry
     >>> with vantry.open("letters.hpk", "w") as package:
     ...     package["alpha"] = b"first"
     >>> vantry.check("letters.hpk")
@@ -69,6 +70,7 @@ class Recovery(NamedTuple):
 def recover(source: Path, out: Path, *, unlisted: bool = False) -> Recovery:
     """Makes a package of whatever can be read of a damaged one.
 
+    >>> import vantry
     >>> with vantry.open("letters.hpk", "w") as package:
     ...     package.update(alpha=b"first", beta=b"second")
     >>> import os
@@ -91,6 +93,7 @@ def recover(source: Path, out: Path, *, unlisted: bool = False) -> Recovery:
 def compact(source: Path, out: Optional[Path] = None, *, order: str = "key") -> None:
     """Writes a package anew without its dead space: in its place, or as the new file `out`.
 
+    >>> import vantry
     >>> with vantry.open("letters.hpk", "w") as package:
     ...     package["alpha"] = b"first"
     >>> with vantry.open("letters.hpk", "u") as package:
