@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstddef>
@@ -48,6 +49,13 @@ static bool FailDatabase(const std::string& file, int error) {
                 "no registry database, or a damaged one (" + std::string(db_strerror(error)) + ")");
 }
 
+// The order in which Berkeley DB keeps the keys of a page. By itself it has another one for keys
+// that are too long for a page, and so misses keys that a long one begins with.
+static int CompareKeys(DB* /*database*/, const DBT* left, const DBT* right) {
+    const int order = std::memcmp(left->data, right->data, std::min(left->size, right->size));
+    return order != 0 ? order : (left->size < right->size) - (left->size > right->size);
+}
+
 namespace {
 
 // A Berkeley DB database outside of any environment.
@@ -67,6 +75,7 @@ public:
         // Nothing here needs temporary files: this saves the search for a folder for them.
         DB_ENV* const environment = database->get_env(database);
         environment->set_tmp_dir(environment, "/tmp");
+        database->set_h_compare(database, CompareKeys);
         if ((flags & DB_CREATE) != 0) {
             // Small pages make the checksums, which find damage, nearly free.
             database->set_pagesize(database, 1024);
@@ -147,26 +156,22 @@ qtString UnixRegistry::DatabasePath() {
 struct UnixRegistry::Opened {
     std::string file;
     Database database;
-    DBM* handle = nullptr;
+    DBC* cursor = nullptr;
 
     bool Open();
+    // What dbm_open would give; but that leaks the database when it fails, and it writes on
+    // standard error.
+    DBM* Handle() const { return reinterpret_cast<DBM*>(cursor); }
     bool IsCurrent(bool& current) const;
     bool IsRemoved() const { return access(file.c_str(), F_OK) != 0 && errno == ENOENT; }
 };
 
 bool UnixRegistry::Opened::Open() {
     int error = database.Open(file, DB_RDONLY);
-    // dbm_open would give the same handle, which is a cursor, but it leaks the database when it
-    // fails, and it writes on standard error.
-    DBC* cursor = nullptr;
     if (error == 0) {
         error = database->cursor(database.Get(), nullptr, &cursor, 0);
     }
-    if (error != 0) {
-        return FailDatabase(file, error);
-    }
-    handle = reinterpret_cast<DBM*>(cursor);
-    return true;
+    return error == 0 || FailDatabase(file, error);
 }
 
 // The open file can not have lost its number to a new one, so the numbers tell another file; time
@@ -307,7 +312,7 @@ bool UnixRegistry::Open(bool readWrite) {
         return false;
     }
     opened = std::move(opening);
-    handle = opened->handle;
+    handle = opened->Handle();
     writable = readWrite;
     return true;
 }
@@ -333,21 +338,8 @@ bool UnixRegistry::Refresh() {
         return false;
     }
     opened = std::move(opening);
-    handle = opened->handle;
+    handle = opened->Handle();
     return true;
-}
-
-// ndbm answers a missing key, an empty key or value, and an error alike: with a null pointer. Only
-// errno tells them apart, and it stays as it was when there is an answer.
-static bool Answered(const datum& answer) {
-    return answer.dptr != nullptr || errno == 0;
-}
-
-static bool Fetch(DBM* handle, const qtString& key, datum& value) {
-    const datum wanted{const_cast<char*>(key.data()), static_cast<int>(key.size())};
-    errno = 0;
-    value = dbm_fetch(handle, wanted);
-    return Answered(value);
 }
 
 bool UnixRegistry::GetKey(const qtString& key, const char*& data, unsigned& length) {
@@ -357,12 +349,14 @@ bool UnixRegistry::GetKey(const qtString& key, const char*& data, unsigned& leng
     if (key.size() > INT_MAX) {
         return Missing();
     }
-    datum value;
-    if (!Fetch(handle, key, value)) {
-        return errno == ENOENT ? Missing() : FailDatabase(opened->file, errno);
+    DBT wanted = Bytes(key.data(), key.size());
+    DBT value{};
+    DB* const database = opened->database.Get();
+    if (const int error = database->get(database, nullptr, &wanted, &value, 0)) {
+        return error == DB_NOTFOUND ? Missing() : FailDatabase(opened->file, error);
     }
-    data = value.dptr;
-    length = static_cast<unsigned>(value.dsize);
+    data = static_cast<const char*>(value.data);
+    length = value.size;
     return true;
 }
 
@@ -377,19 +371,16 @@ bool UnixRegistry::ForEach(const Visitor& visit) {
     if (!isRemoved && !Refresh()) {
         return false;
     }
-    errno = 0;
-    for (datum next = dbm_firstkey(handle); Answered(next); next = dbm_nextkey(handle)) {
-        // The key's bytes would not outlive the look-up.
-        const qtString key(next.dptr == nullptr ? "" : next.dptr,
-                           static_cast<std::size_t>(next.dsize));
-        datum value;
-        if (!Fetch(handle, key, value)) {
-            return FailDatabase(opened->file, errno);
-        }
-        visit(key, value.dptr, static_cast<unsigned>(value.dsize));
-        errno = 0;
+    DBC* const cursor = opened->cursor;
+    DBT key{};
+    DBT value{};
+    int error = cursor->get(cursor, &key, &value, DB_FIRST);
+    while (error == 0) {
+        visit(std::string(static_cast<const char*>(key.data), key.size),
+              static_cast<const char*>(value.data), value.size);
+        error = cursor->get(cursor, &key, &value, DB_NEXT);
     }
-    return errno == ENOENT || FailDatabase(opened->file, errno);
+    return error == DB_NOTFOUND || FailDatabase(opened->file, error);
 }
 
 UnixRegistry::Update::Update(UnixRegistry& changed) : registry(changed) {}

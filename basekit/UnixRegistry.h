@@ -34,7 +34,9 @@ struct __db;  // NOLINT(bugprone-reserved-identifier): the name is Berkeley DB's
 /// keeps nobody out and sees what others have stored meanwhile. Writing therefore costs time in
 /// proportion to the size of the whole database; storing many values, use one Update.
 ///
-/// Not promised: anything against programs that write the file by other means.
+/// Not promised: anything against programs that write the file by other means; and that ndbm finds
+/// a key of more than 256 bytes, or one that such a key begins with, in a program that opens the
+/// file with it.
 ///
 /// One store object serves one thread at a time. It keeps what it needs to itself; a file that was
 /// damaged is answered with false, unless the damage leads Berkeley DB astray: databases made here
@@ -59,7 +61,7 @@ public:
 
     /// Looks a key up.
     /// @param[out] data the value's first byte, owned by the store and valid until the next
-    ///        operation on it; null for an empty value. Unchanged when false is returned.
+    ///        operation on it; may be null for an empty value. Unchanged when false is returned.
     /// @param[out] length the number of bytes
     /// @return true when the key exists
     bool GetKey(const qtString& key, const char*& data, unsigned& length);

@@ -66,6 +66,24 @@ TEST_F(UnixRegistryTest, KeepsAnyBytes) {
     EXPECT_EQ(ReadAll(), model);
 }
 
+TEST_F(UnixRegistryTest, FindsKeysThatLongOnesBeginWith) {
+    Records model;
+    UnixRegistry store;
+    ASSERT_TRUE(store.Open(true));
+    UnixRegistry::Update update(store);
+    for (const std::size_t length : {2000, 1, 300, 1000, 100, 200, 10, 500, 256, 257, 0}) {
+        const std::string key(length, 'k');
+        model[key] = std::to_string(length);
+        ASSERT_TRUE(update.Set(key, model[key].data(), model[key].size()));
+    }
+    ASSERT_TRUE(update.Commit());
+    for (const auto& [key, value] : model) {
+        EXPECT_EQ(Get(store, key.c_str()), value);
+        ASSERT_TRUE(Set(store, key, value));
+    }
+    EXPECT_EQ(ReadAll(), model);
+}
+
 TEST_F(UnixRegistryTest, SharesTheFormatOfNdbm) {
     ASSERT_TRUE(Set("Pop/Greeting", "hello"));
     const std::string path = fs::path(database).replace_extension().string();
