@@ -30,9 +30,9 @@ cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_LIBDIR BASE_DIRECTORY "\${prefix}"
     OUTPUT_VARIABLE VANTRY_PC_LIBDIR)
 cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_INCLUDEDIR BASE_DIRECTORY "\${prefix}"
     OUTPUT_VARIABLE VANTRY_PC_INCLUDEDIR)
-# The prefix is told from where the file lies, as it may be chosen at installation; not so when the
-# folder of the libraries has nothing to do with it.
-if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+# The prefix is told from where the file lies, as it may be chosen at installation; not so in a Debian
+# package, or when the folder of the libraries has nothing to do with it.
+if(VANTRY_DEBIAN OR IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
     set(VANTRY_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
 else()
     file(RELATIVE_PATH up /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
@@ -46,3 +46,13 @@ endif()
 configure_file(cmake/vantry.pc.in ${PROJECT_BINARY_DIR}/vantry.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vantry.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+# The pages in the folders that their links name, and the examples.
+set(pages ${CMAKE_INSTALL_DOCDIR})
+if(VANTRY_DEBIAN)
+    set(pages ${CMAKE_INSTALL_DATADIR}/doc/libvantry-dev)
+endif()
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${pages} COMPONENT development)
+install(DIRECTORY doc bench examples python DESTINATION ${pages} COMPONENT development
+    FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN examples/*.cpp PATTERN examples/*.py
+    PATTERN vantry EXCLUDE PATTERN guard EXCLUDE PATTERN stores EXCLUDE PATTERN man EXCLUDE)

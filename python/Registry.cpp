@@ -108,5 +108,6 @@ void DefineRegistry(py::module_& module) {
     module.def(
         "decrypt", [](const qtString& data) { return qtEncryptor().Decrypt(data); }, others,
         py::arg("data"),
-        "The text that encrypt() was given; an EncryptionError where the key or the data is another.");
+        "The text that encrypt() was given; an EncryptionError where the key or the data is "
+        "another.");
 }

@@ -78,7 +78,8 @@ static py::list Tokens(const qtString& text, const std::optional<qtString>& sepa
     return result;
 }
 
-static constexpr char polyHashText[] = R"(A hash by division of polynomials, the same on every machine.
+static constexpr char polyHashText[] =
+    R"(A hash by division of polynomials, the same on every machine.
 
     >>> import vantry
     >>> hash = vantry.PolyHash()
@@ -89,7 +90,8 @@ static constexpr char polyHashText[] = R"(A hash by division of polynomials, the
     term; a primitive one of that degree unless given. initial_value: where a hash begins. It tells
     strings apart, but keeps no secret.)";
 
-static constexpr char tokenizeText[] = R"(Splits a text at white space, or at any byte of `separators`. There are no empty tokens.
+static constexpr char tokenizeText[] =
+    R"(Splits a text at white space, or at any byte of `separators`. There are no empty tokens.
 
     >>> import vantry
     >>> vantry.tokenize(b" to be  or not "), vantry.tokenize("a,b;;c", ",;")

@@ -125,6 +125,8 @@ TEST_F(HpackToolTest, HabitsOfOtherToolsWork) {
                   " --help)",
               2);
     }
+    Fails("hpack verify x", "unknown word or option verify; did you mean check? (see hpack --help)",
+          2);
 }
 
 TEST_F(HpackToolTest, MapShowsWhatIsWhere) {

@@ -103,10 +103,9 @@ static std::vector<std::string> Options(const CLI::App& command) {
     return names;
 }
 
-std::string SuggestWord(const CLI::App& app, const std::string& word) {
-    const std::vector<CLI::App*> given = app.get_subcommands();
-    if (!given.empty()) {
-        return word[0] == '-' ? Closest(word.substr(0, word.find('=')), Options(*given.front()))
+std::string SuggestWord(const CLI::App& app, const CLI::App* command, const std::string& word) {
+    if (command != nullptr) {
+        return word[0] == '-' ? Closest(word.substr(0, word.find('=')), Options(*command))
                               : std::string();
     }
     const std::vector<std::string> names = Commands(app);

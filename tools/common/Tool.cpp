@@ -70,12 +70,14 @@ static void TakeMarksOff(CLI::App& app) {
     }
 }
 
-static int UsageFailed(const CLI::App& app, const std::string& reason) {
-    std::string helpOf = app.get_name();
-    for (const CLI::App* const command : app.get_subcommands()) {
-        helpOf += " " + command->get_name();
-    }
-    PrintError(reason + " (see " + helpOf + " --help)");
+static const CLI::App* GivenCommand(const CLI::App& app) {
+    const std::vector<CLI::App*> given = app.get_subcommands();
+    return given.empty() ? nullptr : given.front();
+}
+
+static int UsageFailed(const CLI::App& app, const CLI::App* command, const std::string& reason) {
+    const std::string name = command == nullptr ? "" : " " + command->get_name();
+    PrintError(reason + " (see " + app.get_name() + name + " --help)");
     return exitUsage;
 }
 
@@ -86,14 +88,17 @@ static int ParseFailed(const CLI::App& app, const CLI::ParseError& error) {
         return exitDone;
     }
     std::string reason = error.what();
+    const CLI::App* command = GivenCommand(app);
     if (const std::vector<std::string> unknown = app.remaining(true); !unknown.empty()) {
+        // A word before the command is none, though a later one happens to be.
+        command = app.remaining().empty() ? command : nullptr;
         const std::string word = Unmarked(unknown.front());
         reason = "unknown word or option " + word;
-        if (const std::string meant = SuggestWord(app, word); !meant.empty()) {
+        if (const std::string meant = SuggestWord(app, command, word); !meant.empty()) {
             reason += "; did you mean " + meant + "?";
         }
     }
-    return UsageFailed(app, reason);
+    return UsageFailed(app, command, reason);
 }
 
 static int EndBySignal(int signal) {
@@ -133,7 +138,7 @@ int RunTool(CLI::App& app, int argc, char** argv, const KeyLister& keys) {
     } catch (const Interrupted& stop) {
         return EndBySignal(stop.signal);
     } catch (const UsageFailure& error) {
-        return UsageFailed(app, error.what());
+        return UsageFailed(app, GivenCommand(app), error.what());
     } catch (...) {
         PrintError(DescribeException());
         return exitFailed;

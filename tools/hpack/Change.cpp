@@ -73,8 +73,8 @@ void AddChangeCommands(CLI::App& app) {
         "be a pattern, as for list, unless there is an item with just that key.\n"
         "\n"
         "Examples:\n"
-        "  hpack rm include.hpk stdio.h sys/types.h\n"
-        "  hpack rm include.hpk 'sys/*'",
+        "  hpack rm include.hpk stdio.h linux/types.h\n"
+        "  hpack rm include.hpk 'linux/*'",
         &Remove);
     removeCommand.alias("delete");
     remove.words.AddTo(removeCommand, "KEY", "The items");

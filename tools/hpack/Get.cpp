@@ -141,8 +141,8 @@ void AddGetCommands(CLI::App& app) {
                           "that key.\n"
                           "\n"
                           "Examples:\n"
-                          "  hpack get include.hpk sys/types.h | less\n"
-                          "  hpack get include.hpk sys/types.h -o types.h\n"
+                          "  hpack get include.hpk linux/types.h | less\n"
+                          "  hpack get include.hpk linux/types.h -o types.h\n"
                           "  hpack cat log.hpk today --offset 4096 --length 512",
                           &Get);
     getCommand.alias("cat");
@@ -160,7 +160,7 @@ void AddGetCommands(CLI::App& app) {
         "\n"
         "Examples:\n"
         "  hpack extract include.hpk -C copy\n"
-        "  hpack extract include.hpk 'sys/*.h'",
+        "  hpack extract include.hpk 'linux/*.h'",
         &Extract);
     extractCommand.alias("x");
     extract.choice.AddTo(extractCommand, "GLOB", "The items to extract instead of all");

@@ -120,8 +120,8 @@ void AddListCommands(CLI::App& app) {
         "beginning of keys with a slash at its end.\n"
         "\n"
         "Examples:\n"
-        "  hpack list -lh include.hpk 'sys/*.h'\n"
-        "  hpack list -0 a.hpk 'tmp/*' | xargs -0 hpack rm --raw a.hpk --",
+        "  hpack list -lh include.hpk 'linux/*.h'\n"
+        "  hpack list -0 a.hpk 'tmp/*' | xargs -0r hpack rm --raw a.hpk --",
         &List);
     listCommand.alias("ls")->alias("t");
     AddHuman(listCommand, list.human);

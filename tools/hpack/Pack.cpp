@@ -124,8 +124,9 @@ static CLI::Option& AddPaths(CLI::App& command, PackOptions& options) {
 void AddPackCommands(CLI::App& app) {
     const auto [createCommand, create] = AddPackageCommand(
         app, "create", "Make a package of the files in folders",
-        "A folder gives keys relative to itself (stdio.h, sys/types.h), a file gives its name.\n"
+        "A folder gives keys relative to itself (stdio.h, linux/types.h), a file gives its name.\n"
         "Only regular files go in; what is skipped is said. The package appears when it is whole.\n"
+        "Without a PATH it is empty.\n"
         "\n"
         "Examples:\n"
         "  hpack create include.hpk /usr/include\n"
@@ -145,15 +146,15 @@ void AddPackCommands(CLI::App& app) {
         &Add);
     AddPaths(addCommand, add).required();
 
-    const auto [putCommand, put] =
-        AddPackageCommand(app, "put", "Add or replace one item",
-                          "The body comes from FILE, without it from standard input.\n"
-                          "\n"
-                          "Examples:\n"
-                          "  hpack put letters.hpk alpha alpha.txt\n"
-                          "  date | hpack put letters.hpk now\n"
-                          "  hpack put letters.hpk --number 7 seven.txt",
-                          &Put);
+    const auto [putCommand, put] = AddPackageCommand(
+        app, "put", "Add or replace one item",
+        "The body comes from FILE, without it from standard input. The package must exist.\n"
+        "\n"
+        "Examples:\n"
+        "  hpack put letters.hpk alpha alpha.txt\n"
+        "  date | hpack put letters.hpk now\n"
+        "  hpack put letters.hpk --number 7 seven.txt",
+        &Put);
     put.words.AddTo(putCommand, "WORD", "KEY [FILE]; with --number just [FILE]");
     put.AddQuiet(putCommand);
 }

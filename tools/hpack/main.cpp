@@ -20,8 +20,8 @@ int main(int argc, char** argv) {
         "\n"
         "Examples:\n"
         "  hpack create a.hpk /usr/include\n"
-        "  hpack list -l a.hpk 'sys/*'\n"
-        "  hpack get a.hpk sys/types.h\n"
+        "  hpack list -l a.hpk 'linux/*'\n"
+        "  hpack get a.hpk linux/types.h\n"
         "  hpack create --help\n"
         "\n"
         "Exit status: 0 done, 1 the operation failed, 2 the command line makes no sense.");
