@@ -105,7 +105,9 @@ private:
 /// Several changes that take effect together: all, when Commit() returns true, or none.
 ///
 ///     UnixRegistry::Update update(store);
-///     if (update.Set("Pop/A", "1", 1) && update.Remove("Pop/B") && update.Commit()) ...
+///     update.Set("Pop/A", "1", 1);
+///     update.Remove("Pop/B");
+///     if (update.Commit()) ...  // not when a change has failed
 ///
 /// From its first change to Commit() or its destruction it keeps other writers waiting, but no
 /// reader: the store itself shows the changes after Commit(). The store must outlive it.

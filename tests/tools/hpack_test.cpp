@@ -131,7 +131,7 @@ TEST_F(HpackToolTest, HabitsOfOtherToolsWork) {
 
 TEST_F(HpackToolTest, MapShowsWhatIsWhere) {
     MakePackage({{"<&\"", "a"}, {"b", std::string(1100, 'b')}, {"c", "3"}});
-    Done("hpack rm p c; hpack map p | grep 64K", "oo  item up to 64K         1   1.1K   93.1%\n");
+    Done("hpack rm p c; hpack map p | grep 64K", "oo  item up to 64K        1  1.1K  93.1%\n");
     Done("hpack map p --color=always | tail -n 1 | cut -c1-16", "\33[48;5;245m  \33[0\n");
     Done(
         "hpack map p --svg p.svg && python3 -c '"

@@ -55,7 +55,7 @@ static void DrawLegend(const Layout& layout, const Colors& colors) {
         const Layout::Total& total = layout.totals[kind];
         const double share =
             100.0 * static_cast<double>(total.bytes) / static_cast<double>(layout.Size());
-        std::printf("%s  %-14s  %8llu  %5s  %5.1f%%\n", Paint({kind, kind}, colors).c_str(),
+        std::printf("%s  %-14s %8llu %5s %5.1f%%\n", Paint({kind, kind}, colors).c_str(),
                     Layout::kindNames[kind], static_cast<unsigned long long>(total.count),
                     HumanSize(total.bytes).c_str(), share);
     }
