@@ -32,7 +32,7 @@ TEST_F(VexregTest, ShowsAndChangesValues) {
     Done("vexreg get --value Pop/Greeting", "hello world");
     Fails("vexreg get '\"a\\n\"'", "\"a\\n\": Key not found" + where);
     Done("vexreg list", "Pop/Greeting\nPop/Offset\n\"a\\nb\"\n");
-    Done("vexreg list -l Pop/O", "Pop/Offset\t-5\n");
+    Done("vexreg list -l Pop/O; vexreg ls '*/G*'", "Pop/Offset\t-5\nPop/Greeting\n");
     Done("vexreg list --json '\"a\\n\"'",
          "[\n  {\"key\":\"\\\"a\\\\nb\\\"\",\"size\":0,\"value\":\"\\\"\\\"\"}\n]\n");
     Fails("vexreg rm Pop/Offset Pop/Offset", "Pop/Offset: Key not found" + where);

@@ -1,5 +1,9 @@
 #include "tools/common/KeyText.h"
 
+#include <fnmatch.h>
+
+#include <algorithm>
+
 #include "tools/common/Failures.h"
 #include "tools/common/PrintableText.h"
 
@@ -66,4 +70,11 @@ std::string UnquoteKey(std::string_view text) {
                            std::string(text));
     }
     return key;
+}
+
+bool MatchesGlob(const std::string& glob, std::string key) {
+    // The C library's matching ends at a NUL; to a pattern, which can not have one, it is a byte
+    // like any other.
+    std::replace(key.begin(), key.end(), '\0', '\1');
+    return fnmatch(glob.c_str(), key.c_str(), 0) == 0;
 }

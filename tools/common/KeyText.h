@@ -23,3 +23,6 @@ bool NeedsQuotes(std::string_view key);
 /// The key that a text stands for: what is in quotes without them and its escapes, anything else
 /// as it is. @throws UsageFailure for a quote that does not end, or an escape that is none
 std::string UnquoteKey(std::string_view text);
+
+/// Whether a key matches a pattern of the shell's kind, in which * also matches slashes.
+bool MatchesGlob(const std::string& glob, std::string key);

@@ -1,7 +1,5 @@
 #include "tools/hpack/KeyWords.h"
 
-#include <fnmatch.h>
-
 #include <algorithm>
 #include <iterator>
 #include <set>
@@ -54,13 +52,6 @@ std::string KeyWords::TakeWord() {
 bool KeyWords::IsPattern(const std::string& word) const {
     return !raw && word.compare(0, 1, "\"") != 0 &&
            word.find_first_of("*?[\\") != std::string::npos;
-}
-
-// The C library's matching ends at a NUL; to a pattern, which can not have one, it is a byte like
-// any other.
-static bool MatchesGlob(const std::string& glob, std::string key) {
-    std::replace(key.begin(), key.end(), '\0', '\1');
-    return fnmatch(glob.c_str(), key.c_str(), 0) == 0;
 }
 
 static std::vector<qtString> Expand(const std::string& glob, const std::vector<qtString>& present) {

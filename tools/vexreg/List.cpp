@@ -39,10 +39,22 @@ static void ListAsJson(const Records& records) {
     printer.End();
 }
 
+// The records whose keys start with the word or, where none does, those that it matches.
+static Records Choose(UnixRegistry& store, const std::string& word) {
+    Records records = ReadRecords(store, UnquoteKey(word));
+    if (records.empty() && word.find_first_of("*?[") != std::string::npos) {
+        records = ReadRecords(store);
+        for (auto record = records.begin(); record != records.end();) {
+            record = MatchesGlob(word, record->first) ? std::next(record) : records.erase(record);
+        }
+    }
+    return records;
+}
+
 static void List(const ListOptions& options) {
     UnixRegistry store;
     OpenExisting(store);
-    const Records records = ReadRecords(store, UnquoteKey(options.prefix));
+    const Records records = Choose(store, options.prefix);
     if (options.json) {
         ListAsJson(records);
         return;
@@ -104,7 +116,8 @@ void AddListCommands(CLI::App& app) {
                                                 "  vexreg list -l Pop/",
                                                 &List);
     listCommand.alias("ls");
-    listCommand.add_option("PREFIX", list.prefix, "Only the keys that start with it")
+    listCommand
+        .add_option("PREFIX", list.prefix, "Only the keys that start with it, or match it: Pop/*")
         ->type_name("");
     CLI::Option* const isLong =
         listCommand.add_flag("-l,--long", list.isLong, "Show each value behind its key");
