@@ -112,6 +112,14 @@ TEST_F(VexregTest, ExportsAndImports) {
     Fails("vexreg import none", "can't read file none (No such file or directory)");
 }
 
+TEST_F(VexregTest, AKilledImportLeavesNoFolder) {
+    // Whoever has the pipe open has ended when cat has.
+    Done("mkdir tmp; mkfifo in; { TMPDIR=tmp " COMMAND
+         " import --dry-run in & exec 3>in; ls tmp |"
+         " wc -l; kill -9 $!; } | cat; ls tmp",
+         "1\n");
+}
+
 // Whatever order the lines come in, those named are those that a real import loses or changes.
 TEST_F(VexregTest, ExportNamesWhatImportLoses) {
     for (const std::string& spoiler : {"nul\ta\0b"s, "\tx"s, " key\tx"s, "end\tx\nk3 other"s,

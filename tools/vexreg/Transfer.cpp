@@ -1,3 +1,5 @@
+#include <fcntl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,6 +11,7 @@
 
 #include "VexUnix/VexRegistryUnix.h"
 #include "tools/common/Failures.h"
+#include "tools/common/FileDescriptor.h"
 #include "tools/common/KeyText.h"
 #include "tools/vexreg/Commands.h"
 #include "tools/vexreg/Records.h"
@@ -24,30 +27,67 @@ struct ImportOptions {
     bool dryRun = false;
 };
 
+// A folder that a process of its own removes when this one has done with it, or has ended, in
+// whatever way.
+class ScratchFolder {
+public:
+    ScratchFolder() {
+        int ends[2] = {-1, -1};
+        const bool made = pipe2(ends, O_CLOEXEC) == 0 && mkdtemp(path.data()) != nullptr;
+        const int error = errno;
+        const FileDescriptor end(ends[0]);
+        lifeline = FileDescriptor(ends[1]);
+        if (!made) {
+            throw SystemFailure("cannot create", path, error);
+        }
+        remover = fork();
+        if (remover == 0) {
+            setsid();  // what stops the tool is not for it
+            lifeline = FileDescriptor();
+            char none;
+            while (read(end.Get(), &none, 1) < 0 && errno == EINTR) {
+            }
+            Remove();
+            _exit(exitDone);
+        }
+    }
+    ~ScratchFolder() {
+        lifeline = FileDescriptor();
+        waitpid(remover, nullptr, 0);
+        Remove();  // where there could be no such process
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+    const std::string& Path() const { return path; }
+
+private:
+    void Remove() const {
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+    }
+
+    std::string path = std::filesystem::temp_directory_path() / "vexregXXXXXX";
+    FileDescriptor lifeline;
+    pid_t remover = -1;
+};
+
 // A registry in a folder of its own, which the program uses while it lives.
 class ScratchRegistry {
 public:
     ScratchRegistry() {
-        folder = (std::filesystem::temp_directory_path() / "vexregXXXXXX").string();
-        if (mkdtemp(folder.data()) == nullptr) {
-            throw SystemFailure("cannot create", folder, errno);
-        }
         const char* const set = std::getenv(variable);
         wasSet = set != nullptr;
         former = wasSet ? set : "";
-        setenv(variable, (folder + "/registry").c_str(), 1);
+        setenv(variable, (folder.Path() + "/registry").c_str(), 1);
     }
-    ~ScratchRegistry() {
-        wasSet ? setenv(variable, former.c_str(), 1) : unsetenv(variable);
-        std::error_code ignored;
-        std::filesystem::remove_all(folder, ignored);
-    }
+    ~ScratchRegistry() { wasSet ? setenv(variable, former.c_str(), 1) : unsetenv(variable); }
     ScratchRegistry(const ScratchRegistry&) = delete;
     ScratchRegistry& operator=(const ScratchRegistry&) = delete;
 
 private:
     static constexpr const char* variable = "BASEKIT_REGISTRY";
-    std::string folder;
+    const ScratchFolder folder;
     std::string former;
     bool wasSet = false;
 };
