@@ -65,7 +65,8 @@ std::vector<std::pair<qtString, qtString>> Records(UnixRegistry& store) {
     return records;
 }
 
-void SetPassword(qtString password, const qtString& kesh) {
+// The password is the copy that the conversion from Python has made.
+void SetPassword(qtString& password, const qtString& kesh) {
     const py::gil_scoped_release others;
     CvexRegEdit editor;
     const bool stored = editor.SetPassword(password.c_str(), kesh.c_str());
