@@ -43,6 +43,14 @@ private:
 // Growing would leave copies behind, so room for all is reserved at once.
 static constexpr std::size_t room = 1023;
 
+SecretText::SecretText() {
+    text.reserve(room);
+}
+
+SecretText::~SecretText() {
+    qtEncryptor::Wipe(text);
+}
+
 static void Append(qtString& text, char byte) {
     if (byte == '\0' || text.size() == room) {
         throw ToolFailure(byte == '\0' ? "a password can not have a NUL in it"
@@ -87,34 +95,21 @@ static void Ask(const char* question, qtString& text) {
 }
 
 static void AskTwice(qtString& text) {
-    qtString second;
-    second.reserve(room);
+    SecretText second;
     Ask("Password: ", text);
-    Ask("Again: ", second);
-    const bool same = text == second;
-    qtEncryptor::Wipe(second);
-    if (!same) {
+    Ask("Again: ", second.text);
+    if (text != second.text) {
         throw ToolFailure("the passwords differ; nothing was stored");
     }
 }
 
 PasswordInput::PasswordInput() {
-    text.reserve(room);
-    try {
-        if (isatty(STDIN_FILENO) != 0) {
-            AskTwice(text);
-        } else {
-            ReadLine(text);
-        }
-        if (text.empty()) {
-            throw ToolFailure("no password given; nothing was stored");
-        }
-    } catch (...) {
-        qtEncryptor::Wipe(text);
-        throw;
+    if (isatty(STDIN_FILENO) != 0) {
+        AskTwice(password.text);
+    } else {
+        ReadLine(password.text);
     }
-}
-
-PasswordInput::~PasswordInput() {
-    qtEncryptor::Wipe(text);
+    if (password.text.empty()) {
+        throw ToolFailure("no password given; nothing was stored");
+    }
 }
