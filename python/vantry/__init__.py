@@ -353,7 +353,8 @@ class Registry(_Mapping):
 
     def clear(self) -> None:
         """Removes everything in one step."""
-        self._registry.apply([(key, None) for key in self])
+        while not self._registry.apply([(key, None) for key in self]):
+            pass  # somebody else has removed a key meanwhile
 
     @staticmethod
     def set_password(password: Body, kesh: Key = b"") -> None:

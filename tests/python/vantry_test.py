@@ -254,6 +254,16 @@ class Registries(unittest.TestCase):
             with vantry.Registry("r") as reader:
                 self.assertEqual(dict(reader), dict(registry))
                 self.assertRaises(vantry.RegistryError, reader.__setitem__, "x", "y")
+
+            class Overtaken(vantry.Registry):
+                def __iter__(self):
+                    keys = list(super().__iter__())
+                    for key in keys[:1]:
+                        del registry[key]
+                    return iter(keys)
+
+            Overtaken().clear()
+            self.assertEqual(len(registry), 0)
         self.assertRaises(vantry.RegistryError, registry.get, "d")
 
     def test_damage_and_passwords(self):
