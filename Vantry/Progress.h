@@ -80,8 +80,9 @@ public:
         Step(progress + 1, "void Progress::IncProgress()");
     }
 
-    /// @throws qtxProgressCancel when a stop was requested. The request is then taken back, so that
-    ///         one request stops one operation.
+    /// Nothing, unless a stop was requested.
+    /// @throws qtxProgressCancel when it was. The request is then taken back, so that one request
+    ///         stops one operation.
     void StopProgressOnRequest() {
         if (stopRequested) {
             Cancel();

@@ -120,10 +120,12 @@ public:
     Update(const Update&) = delete;
     Update& operator=(const Update&) = delete;
 
+    /// Stores a value under a key.
     /// @return false when the store is not open for writing, another writer did not finish within
     ///         30 seconds, or the database could not take the value; Commit() then refuses
     bool Set(const qtString& key, const char* data, std::size_t length);
 
+    /// Takes a key and its value out.
     /// @return true when the key existed; when it did not, Commit() does not mind
     bool Remove(const qtString& key);
 

@@ -19,7 +19,8 @@ public:
 
         /// One more reference.
         void Take();
-        /// @return true when that was the last reference; the caller then deletes the holder.
+        /// One reference less. @return true when that was the last one; the caller then deletes the
+        /// holder.
         bool Release();
 
         /// Set it, before any other thread starts, in a process that has one thread only: counts

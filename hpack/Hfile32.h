@@ -39,19 +39,24 @@ public:
     ///         closed and has the name already
     void Open(const qtString& fileName, char mode);
 
+    /// The current offset in bytes.
     /// @throws qtX<HioErr> 2 when no file is open
     unsigned int Tell() override;
     /// Offsets beyond the end can be reached.
     /// @throws qtX<HioErr> 2 "Invalid file offset in file NAME" for a negative one
     void Seek(int offset) override;
+    /// Moves to the end, and gives the offset there.
     /// @throws qtX<HioErr> 2 "SeekEnd error in file NAME", also for files of 4 GiB or more; 4 when
     ///         what waited can not be written
     unsigned int SeekEnd() override;
+    /// The size in bytes; the offset stays where it is.
     /// @throws what SeekEnd() and Seek() throw
     unsigned int GetFileSize() override;
+    /// Writes `count` bytes and moves past them.
     /// @throws qtX<HioErr> 4 "File is not open for writing" or "Write error in file NAME", for the
     ///         first write that fails since Open(); later ones do nothing
     void Write(char* data, unsigned int count) override;
+    /// Reads `count` bytes and moves past them.
     /// @throws qtX<HioErr> 3 "File is not open for reading"; or "Read error in file NAME" when
     ///         fewer than `count` bytes were there, which have then been read; 4 when what waited
     ///         can not be written

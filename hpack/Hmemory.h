@@ -29,6 +29,7 @@ public:
     void Open(qtBuffer& buffer, char mode);
 
     unsigned int Tell() override;
+    /// Moves to an offset from the start.
     /// @throws qtX<HioErr> 2 "Invalid seek in Hio buffer" beyond the size
     void Seek(int offset) override;
     unsigned int SeekEnd() override;
@@ -38,6 +39,7 @@ public:
     ///         not open, and where the size would pass 2^32 - 1 bytes
     /// @throws std::bad_alloc when there is no memory for the buffer to grow
     void Write(char* data, unsigned int count) override;
+    /// Reads `count` bytes and moves past them.
     /// @throws qtX<HioErr> 3 "Read error in Hio buffer" when fewer than `count` bytes are left
     void Read(char* data, unsigned int count) override;
     /// Cuts the buffer of a writable stream to the size. From then on the size is 0, and writes are

@@ -118,7 +118,7 @@ public:
     unsigned int Count() const;
     /// All keys, ascending byte by byte. Never fails but for lack of memory.
     void GetIndex(std::vector<qtString>& keys) const;
-    /// @return a key of 4 bytes, big-endian, so that keys ascend as their numbers do
+    /// The key of a number: 4 bytes, big-endian, so that keys ascend as their numbers do.
     static qtString MakeStringKey(unsigned int number);
     /// @}
 

@@ -22,7 +22,7 @@ constexpr int qtPackedSize = std::is_same_v<T, long> || std::is_same_v<T, unsign
                                  ? 8
                                  : static_cast<int>(sizeof(T));
 
-/// @return the packed size of `T`; the value is not looked at and need not be set.
+/// The packed size of `T`; the value is not looked at and need not be set.
 template <class T>
 constexpr int qtGetPackedSizeDiet(const T& /*value*/) {
     return qtPackedSize<T>;
