@@ -156,7 +156,9 @@ bool CvexRegEdit::SetPassword(const char* password, const char* keshName) {
     qtString key = "Logon";
     if (keshName != nullptr && *keshName != '\0') {
         key += qtString("/Keshs/") + keshName + "/";
-        if (!Get((key + "DbUserName").c_str())) {
+        const char* user = nullptr;
+        unsigned length = 0;
+        if (!store.GetKey(key + "DbUserName", user, length)) {
             return Answer(false,
                           qtString("Kesh ") + keshName + " does not exist. Can not set password");
         }

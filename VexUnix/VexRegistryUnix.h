@@ -85,8 +85,8 @@ public:
     /// Import(), and may spoil others: all lines behind a NUL, an empty key, or a key that starts
     /// with white space are lost, and what follows a line end can replace another key's value.
     /// @param file the path of a file to create or overwrite; null for the standard output
-    /// @return false and "can't open file PATH" when that fails; a write error later, as of a full
-    ///         disk, is not noticed
+    /// @return false and "can't open file PATH" when that fails; an error later, as of a full disk
+    ///         or a damaged registry, is not noticed
     bool Export(const char* file);
 
     /// Stores every line of a file as Export() writes it, up to a NUL: "Imported 12 lines". It also

@@ -137,6 +137,12 @@ TEST_F(CvexRegEditTest, ShowsAnyBytes) {
     Expect(editor.Get("empty"), true, "key: empty   Value: ");
 }
 
+TEST_F(CvexRegEditTest, TheMessageMayNameTheKesh) {
+    editor.m_strMessage = "main";
+    Expect(editor.SetPassword("p", editor.m_strMessage.c_str()), false,
+           "Kesh main does not exist. Can not set password");
+}
+
 TEST_F(CvexRegEditTest, NoPasswordIsLeftWhereMemoryEnds) {
     static const std::string password(100, '#');
     static int leaks;
