@@ -115,11 +115,10 @@ static void Remove(const RemoveOptions& options) {
         if (update.Remove(key)) {
             continue;
         }
-        const std::string failure = Failure(key, notFound, Cause());
         if (!UnixRegistry::LastError().empty()) {
             throw ToolFailure(Failure(key, "Cannot remove key", Cause()));
         }
-        PrintError(failure);
+        PrintError(Failure(key, notFound, Cause()));
         allFound = false;
     }
     if (!update.Commit()) {
