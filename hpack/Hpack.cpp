@@ -386,11 +386,12 @@ void Hpack::Rename(const qtString& oldKey, const qtString& newKey) {
     const std::uint32_t offset = index->Find(oldKey).value_or(0);
     // Once the record has its new key, an index with the old one would have lost the item.
     index->Prepare(newKey);
-    const unsigned int place = newKey.size() <= oldKey.size() ? offset : 0;
-    RequireRoomForEntry(newKey, place);
-    AddRecord(newKey, data, place);
-    if (newKey != oldKey) {
-        index->Erase(oldKey);
+    index->Erase(oldKey);
+    try {
+        AddAtOffset(newKey, data, newKey.size() <= oldKey.size() ? offset : 0);
+    } catch (...) {
+        index->Set(oldKey, offset);
+        throw;
     }
 }
 

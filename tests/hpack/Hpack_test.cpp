@@ -282,10 +282,12 @@ TEST_F(HpackTest, RefusesToPassTheLastOffset) {
     expectRefused([&] { package.AddOrUpdate("c", qtString(body + 1, 'x')); });
     package.AddOrUpdate("c", qtString(body, 'x'));
     expectRefused([&] { package.AddOrUpdate("d", ""); });
+    expectRefused([&] { package.Rename("ab", "abc"); });
     package.AddOrUpdate("ab", "in");
+    package.Rename("c", "d");
     package.Close();
     package.Open(name, 'r');
-    EXPECT_EQ(Items(package), (Contents{{"ab", "in"}, {"c", qtString(body, 'x')}}));
+    EXPECT_EQ(Items(package), (Contents{{"ab", "in"}, {"d", qtString(body, 'x')}}));
     EXPECT_EQ(std::filesystem::file_size(name.c_str()), limit);
 
     // Nor does anything else pass it: an index block, one that has to go behind a new key's record
