@@ -28,7 +28,7 @@ Hfile32::~Hfile32() noexcept(false) {
     }
     try {
         Hfile32::Close();
-    } catch (const qtX<HioErr>&) {
+    } catch (...) {
         // The exception on its way says what went wrong first.
     }
 }
