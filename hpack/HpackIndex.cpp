@@ -244,7 +244,7 @@ std::optional<std::uint32_t> HpackIndex::Place(std::string_view key) {
             return At(*found).key == key ? std::optional(*found) : std::nullopt;
         }
         try {
-            BuildSlots(order.size());
+            BuildSlots(order.size() + 1);  // has room for the entry of a Prepare() before
         } catch (const std::bad_alloc&) {
             lookups = 0;  // a lookup needs no memory: it goes on by halves
             return Place(key);

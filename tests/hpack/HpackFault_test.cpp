@@ -37,7 +37,7 @@ struct Operation {
 };
 
 template <class Value>
-void Get(Hpack& package, const char* key) {
+void Get(Hpack& package, const qtString& key) {
     Value value;
     package.GetItem(key, value);
 }
@@ -153,25 +153,53 @@ TEST(HpackFault, EveryStreamCallOfOpening) {
     }
 }
 
+// @return false when `action` fails as the allocation after so many others does
+template <class Action>
+bool SucceedsInMemory(long allocations, Action action) {
+    Allocations::untilFailure = allocations;
+    bool succeeds = true;
+    try {
+        action();
+    } catch (const std::bad_alloc&) {
+        succeeds = false;
+    }
+    Allocations::untilFailure = -1;
+    return succeeds;
+}
+
 // What fails here has written nothing over: no item may be missing.
 TEST(HpackFault, EveryAllocationOfEveryOperation) {
     ForEachFault([](Operation operation, long allocations) {
         operation.inPlace.reset();
         Opened package(savedBytes, 'u');
-        bool failed = false;
-        Allocations::untilFailure = allocations;
-        try {
-            operation.run(package);
-        } catch (const std::bad_alloc&) {
-            failed = true;
-        }
-        Allocations::untilFailure = -1;
+        const bool failed = !SucceedsInMemory(allocations, [&] { operation.run(package); });
         ExpectBeforeOrAfter(package, operation);
         package.Close();
         package.Open(package.buffer, 'r');
         ExpectBeforeOrAfter(package, operation);
         return failed;
     });
+}
+
+// So many lookups build a table, perhaps in the middle of renaming, where no memory may be missing.
+TEST(HpackFault, EveryAllocationOfRenamingAfterManyLookups) {
+    Contents many;
+    for (unsigned int number = 0; number < 4096; ++number) {
+        many[Hpack::MakeStringKey(number)] = "body";
+    }
+    const qtString bytes = Package(many);
+    const qtString key = Hpack::MakeStringKey(7);
+    const qtString last = "\xff";
+    for (int lookups = 250; lookups < 260; ++lookups) {
+        for (long allocations = 0; allocations < 12; ++allocations) {
+            Opened package(bytes, 'u');
+            for (int i = 0; i < lookups; ++i) {
+                package.Contains(key);
+            }
+            const bool renamed = SucceedsInMemory(allocations, [&] { package.Rename(key, last); });
+            Get<qtString>(package, renamed ? last : key);
+        }
+    }
 }
 
 // Things by the name of a package that are no files of bytes: an error, and no waiting.
