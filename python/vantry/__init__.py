@@ -79,7 +79,10 @@ class _ItemFile(io.RawIOBase):
         return True
 
     def seek(self, offset: int, whence: int = os.SEEK_SET) -> int:
-        position = offset + (0, self._position, self._size)[whence]
+        starts = {os.SEEK_SET: 0, os.SEEK_CUR: self._position, os.SEEK_END: self._size}
+        if whence not in starts:
+            raise ValueError(f"unknown whence {whence}")
+        position = offset + starts[whence]
         if position < 0:
             raise ValueError(f"negative position {position}")
         self._position = position
