@@ -186,7 +186,7 @@ public:
     /// Sets the state.
     /// @throws qtX<Hpack> 6 "Old file format - state cannot be set"
     void SetState(unsigned char state);
-    /// Gives the state; 0 in an old format.
+    /// Gives the state; 0 in a package that was opened in an old format.
     void GetState(unsigned char& state) const;
     /// Makes it a package of the old Unicode or the old ASCII format, for good: its identity is
     /// gone and can not be set any more.
