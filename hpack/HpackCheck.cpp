@@ -49,6 +49,11 @@ private:
             {kind, entry.offset, true, qtString(index.Key(entry)), qtString(other)});
     }
 
+    HpackFault::Kind IfReadable(std::uint32_t offset, HpackFault::Kind kind) {
+        std::uint32_t word = 0;
+        return package.Word(offset, word) ? kind : HpackFault::unreadable;
+    }
+
     bool CheckHeader();
     bool CheckIndex();
     void CheckOrder();
@@ -96,10 +101,8 @@ bool Check::CheckHeader() {
     if (header.whole) {
         return true;
     }
-    const bool known = header.magic == PackMagic;
-    AddFault(
-        package.Size() < oldHeaderSize || known ? HpackFault::headerCut : HpackFault::headerMagic,
-        0);
+    const bool cut = package.Size() < oldHeaderSize || header.magic == PackMagic;
+    AddFault(cut ? HpackFault::headerCut : IfReadable(0, HpackFault::headerMagic), 0);
     return false;
 }
 
@@ -114,7 +117,7 @@ bool Check::CheckIndex() {
         return false;
     }
     if (!index.marked) {
-        AddFault(HpackFault::indexMarker, header.indexOffset);
+        AddFault(IfReadable(header.indexOffset, HpackFault::indexMarker), header.indexOffset);
         return false;
     }
     if (!index.complete) {

@@ -65,11 +65,18 @@ TEST(HpackCheck, FindsEachKindOfFault) {
     }
 }
 
-TEST(HpackCheck, UnreadablePlacesAreTheItemsFault) {
-    const qtPtr<qtBuffer> buffer = NewBuffer(twoItems);
-    FaultyStream stream(*buffer);
-    stream.FailAfter(1, true);
-    EXPECT_FALSE(HpackCheck(stream).Good());
+// All after the length, after the header, and after the head of the record.
+TEST(HpackCheck, WhatCanNotBeReadIsNotTakenForOther) {
+    const qtPtr<qtBuffer> buffer = NewBuffer(Package({{"a", qtString(100000, 'a')}}));
+    const std::pair<long, std::uint32_t> cases[] = {{1, 0}, {3, 100029}, {7, 16}};
+    for (const auto& [calls, offset] : cases) {
+        FaultyStream stream(*buffer);
+        stream.FailAfter(calls, true);
+        const std::vector<HpackFault> faults = HpackCheck(stream).faults;
+        ASSERT_EQ(faults.size(), 1U);
+        EXPECT_EQ(faults[0].kind, HpackFault::unreadable);
+        EXPECT_EQ(faults[0].offset, offset);
+    }
 }
 
 TEST(HpackCompact, KeepsAllButDeadSpace) {
