@@ -137,7 +137,7 @@ inline std::uint64_t BigEndian32(const char* bytes) {
 
 // Up to 8 bytes, after the hash, 32 bits higher. Some bytes may be read twice.
 inline __m128i UpTo8Bytes(std::uint32_t hash, const char* bytes, std::size_t count) {
-    if (count >= 4) {
+    if (__builtin_expect(count >= 4, 1)) {
         const std::uint64_t word =
             BigEndian32(bytes) << (8 * count - 32) | BigEndian32(bytes + count - 4);
         return Pair(std::uint64_t{hash} << (8 * count - 32) | word >> 32, word << 32);
@@ -152,14 +152,14 @@ inline __m128i UpTo8Bytes(std::uint32_t hash, const char* bytes, std::size_t cou
     return Pair(word >> 32, word << 32);
 }
 
+// Of the last words of a string.
 inline __m128i SumOfPairs(const char* bytes, std::size_t words, const std::uint64_t* powers) {
     __m128i sum = _mm_setzero_si128();
     for (; words >= 2; words -= 2, bytes += 16, powers += 2) {
         sum = _mm_xor_si128(sum, TimesPair(FirstByteOnTop(LoadPair(bytes)), LoadPair(powers)));
     }
-    if (words != 0) {
-        const __m128i word = FirstByteOnTop(LoadWord(bytes));
-        sum = _mm_xor_si128(sum, _mm_clmulepi64_si128(word, LoadWord(powers), 0x01));
+    if (words != 0) {  // its power is one
+        sum = _mm_xor_si128(sum, _mm_srli_si128(FirstByteOnTop(LoadWord(bytes)), 4));
     }
     return sum;
 }
@@ -167,14 +167,10 @@ inline __m128i SumOfPairs(const char* bytes, std::size_t words, const std::uint6
 template <class Vector>
 constexpr std::size_t pieceWords = 4 * Vector::words;
 
-// Less than a piece.
+// More than 8 bytes, and less than a piece.
 template <class Vector>
-[[gnu::always_inline]] inline std::uint32_t ShortRemainder(std::uint32_t hash, const char* bytes,
-                                                           std::size_t count,
-                                                           const Constants& constants) {
-    if (count <= 8) {
-        return DivideFully(constants, UpTo8Bytes(hash, bytes, count));
-    }
+[[gnu::noinline]] std::uint32_t ShortRemainder(std::uint32_t hash, const char* bytes,
+                                               std::size_t count, const Constants& constants) {
     const std::size_t words = (count - 1) / 8;
     const std::size_t before = count - 8 * words;  // 1 to 8 bytes
     const std::uint64_t first = BigEndian64(bytes) >> (64 - 8 * before);
@@ -197,13 +193,27 @@ template <class Vector>
 }
 
 template <class Vector>
-std::uint32_t Remainder(std::uint32_t hash, const char* bytes, std::size_t count,
-                        const Constants& constants) {
+std::uint32_t LongRemainder(std::uint32_t hash, const char* bytes, std::size_t count,
+                            const Constants& constants);
+
+// The shortest strings take less time than a call: they are done where this is.
+template <class Vector>
+[[gnu::always_inline]] inline std::uint32_t Remainder(std::uint32_t hash, const char* bytes,
+                                                      std::size_t count,
+                                                      const Constants& constants) {
+    if (__builtin_expect(count <= 8, 1)) {
+        return DivideFully(constants, UpTo8Bytes(hash, bytes, count));
+    }
+    return count < 8 * pieceWords<Vector> ? ShortRemainder<Vector>(hash, bytes, count, constants)
+                                          : LongRemainder<Vector>(hash, bytes, count, constants);
+}
+
+// A piece or more.
+template <class Vector>
+[[gnu::noinline]] std::uint32_t LongRemainder(std::uint32_t hash, const char* bytes,
+                                              std::size_t count, const Constants& constants) {
     constexpr std::size_t vectorBytes = 8 * Vector::words;
     constexpr std::size_t pieceBytes = 4 * vectorBytes;
-    if (count < pieceBytes) {
-        return ShortRemainder<Vector>(hash, bytes, count, constants);
-    }
     Vector a = Vector::Load(bytes);
     Vector b = Vector::Load(bytes + vectorBytes);
     Vector c = Vector::Load(bytes + 2 * vectorBytes);
@@ -224,7 +234,7 @@ std::uint32_t Remainder(std::uint32_t hash, const char* bytes, std::size_t count
                        Times(c, Vector::Powers(constants.Of(2 * Vector::words))) ^
                        Times(d, Vector::Powers(constants.Of(Vector::words)));
     hash = DivideFully(constants, sum.Sum());
-    return ShortRemainder<Vector>(hash, bytes, count, constants);
+    return Remainder<Vector>(hash, bytes, count, constants);
 }
 
 template <class Vector>

@@ -44,7 +44,7 @@ unsigned int Poly_Hash<N>::Hash(const qtString& bytes) const {
 template <int N>
 unsigned int Poly_Hash<N>::Extend(unsigned int hash, const char* bytes, std::size_t count) const {
     // For degree 32 the entry is the polynomial; smaller ones have no bit so high.
-    if (table[1] == sharedPolynomial) {
+    if (__builtin_expect(table[1] == sharedPolynomial, 1)) {
         return sharedRemainder.load(std::memory_order_relaxed)(hash, bytes, count);
     }
     return ExtendOther(hash & mask, bytes, count);

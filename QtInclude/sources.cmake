@@ -17,8 +17,8 @@ endif()
 vantry_sources(SOURCES PolyRemainderClmul128.cpp PolyRemainderClmul256.cpp
     PolyRemainderClmul512.cpp)
 set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/PolyRemainderClmul128.cpp
-    PROPERTIES COMPILE_OPTIONS "-mpclmul;-msse4.1")
+    PROPERTIES COMPILE_OPTIONS "-mpclmul;-msse4.1;-falign-functions=64")
 set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/PolyRemainderClmul256.cpp
-    PROPERTIES COMPILE_OPTIONS "-mpclmul;-mvpclmulqdq;-mavx2;-mbmi;-mbmi2")
+    PROPERTIES COMPILE_OPTIONS "-mpclmul;-mvpclmulqdq;-mavx2;-mbmi;-mbmi2;-falign-functions=64")
 set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/PolyRemainderClmul512.cpp
-    PROPERTIES COMPILE_OPTIONS "-mpclmul;-mvpclmulqdq;-mavx512bw;-mavx512vl;-mbmi;-mbmi2")
+    PROPERTIES COMPILE_OPTIONS "-mpclmul;-mvpclmulqdq;-mavx512bw;-mavx512vl;-mbmi;-mbmi2;-falign-functions=64")
