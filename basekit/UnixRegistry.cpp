@@ -49,11 +49,19 @@ static bool FailDatabase(const std::string& file, int error) {
                 "no registry database, or a damaged one (" + std::string(db_strerror(error)) + ")");
 }
 
-// The order in which Berkeley DB keeps the keys of a page. By itself it has another one for keys
-// that are too long for a page, and so misses keys that a long one begins with.
-static int CompareKeys(DB* /*database*/, const DBT* left, const DBT* right) {
-    const int order = std::memcmp(left->data, right->data, std::min(left->size, right->size));
-    return order != 0 ? order : (left->size < right->size) - (left->size > right->size);
+// The order in which Berkeley DB keeps the keys of a page: of two that begin alike the longer one
+// comes first, but of two that are too long for a page the shorter one. By itself it has no fixed
+// order for one of either kind, and so misses keys that a long one begins with.
+static int CompareKeys(DB* database, const DBT* left, const DBT* right) {
+    const u_int32_t shorter = std::min(left->size, right->size);
+    const int order = std::memcmp(left->data, right->data, shorter);
+    if (order != 0 || left->size == right->size) {
+        return order;
+    }
+    u_int32_t pageSize = 0;
+    database->get_pagesize(database, &pageSize);
+    const bool bothTooLong = shorter > pageSize / 4;
+    return (left->size == shorter) == bothTooLong ? -1 : 1;
 }
 
 namespace {

@@ -34,9 +34,9 @@ struct __db;  // NOLINT(bugprone-reserved-identifier): the name is Berkeley DB's
 /// keeps nobody out and sees what others have stored meanwhile. Writing therefore costs time in
 /// proportion to the size of the whole database; storing many values, use one Update.
 ///
-/// Not promised: anything against programs that write the file by other means; and that ndbm finds
-/// a key of more than 256 bytes, or one that such a key begins with, in a program that opens the
-/// file with it.
+/// Not promised: anything against programs that write the file by other means; and where one of
+/// them uses ndbm, that it, or a store, finds both a key of more than 256 bytes and a shorter one
+/// that this begins with.
 ///
 /// One store object serves one thread at a time. It keeps what it needs to itself; a file that was
 /// damaged is answered with false, unless the damage leads Berkeley DB astray: databases made here

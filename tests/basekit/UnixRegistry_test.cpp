@@ -90,23 +90,35 @@ TEST_F(UnixRegistryTest, SharesTheFormatOfNdbm) {
     const datum key{const_cast<char*>("Pop/Greeting"), 12};
     DBM* dbm = dbm_open(path.c_str(), O_RDWR, 0);
     ASSERT_NE(dbm, nullptr);
-    const datum value = dbm_fetch(dbm, key);
-    EXPECT_EQ(std::string(value.dptr, static_cast<std::size_t>(value.dsize)), "hello");
+    const datum found = dbm_fetch(dbm, key);
+    EXPECT_EQ(std::string(found.dptr, static_cast<std::size_t>(found.dsize)), "hello");
     dbm_close(dbm);
 
     fs::remove(database);
     dbm = dbm_open(path.c_str(), O_RDWR | O_CREAT, 0600);
-    ASSERT_EQ(dbm_store(dbm, key, key, DBM_REPLACE), 0);
+    Records model = {{"Pop/Greeting", ""}};
+    for (std::size_t length = 1; length <= 16; ++length) {
+        model[std::string(length, 'k')];
+        model[std::string(1024 + length, 'l')];  // too long for a page
+    }
+    for (const auto& [name, value] : model) {
+        const datum stored{const_cast<char*>(name.data()), static_cast<int>(name.size())};
+        ASSERT_EQ(dbm_store(dbm, stored, key, DBM_REPLACE), 0);
+    }
     dbm_close(dbm);
     UnixRegistry store;
-    ASSERT_TRUE(store.Open(true) && Set(store, "a", "b"));
-    EXPECT_EQ(ReadAll(), (Records{{"Pop/Greeting", "Pop/Greeting"}, {"a", "b"}}));
-    int count = 0;
+    ASSERT_TRUE(store.Open(true));
+    model["new"] = "b";
+    for (const auto& [name, value] : model) {
+        ASSERT_TRUE(Set(store, name, value));
+    }
+    EXPECT_EQ(ReadAll(), model);
+    std::size_t count = 1;
     for (datum next = dbm_firstkey(store.Handle()); next.dptr != nullptr;
          next = dbm_nextkey(store.Handle())) {
         ++count;
     }
-    EXPECT_EQ(count, 1) << "the handle shows what was there when the store last looked";
+    EXPECT_EQ(count, model.size()) << "the handle shows what was there when the store last looked";
 }
 
 TEST_F(UnixRegistryTest, CreatesWhatIsMissingForTheUserAlone) {
