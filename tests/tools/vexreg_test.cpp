@@ -50,6 +50,8 @@ TEST_F(VexregTest, ShowsAndChangesValues) {
     Fails("vexreg set a b", "a: can't open DB (" + cause + ")");
     EXPECT_FALSE(fs::exists("file"));
     Run("vexreg get", 2, "", "KEY is required (see vexreg get --help)");
+    Run("vexreg list --jsn", 2, "",
+        "unknown word or option --jsn; did you mean --json? (see vexreg list --help)");
     Run("vexreg get '\"a\\x00\"'", 2, "",
         "\"a\\x00\": a key with NUL in it needs --value (see vexreg get --help)");
 }

@@ -39,7 +39,7 @@ static void TakeHelpWords(std::vector<std::string>& words) {
     }
 }
 
-static std::vector<std::string> WordsInReverse(int argc, char** argv) {
+static std::vector<std::string> Words(int argc, char** argv) {
     std::vector<std::string> words;
     bool optionsEnded = false;
     for (int at = 1; at < argc; ++at) {
@@ -52,7 +52,6 @@ static std::vector<std::string> WordsInReverse(int argc, char** argv) {
         words.push_back(marked ? wordMark + word : word);
     }
     TakeHelpWords(words);
-    std::reverse(words.begin(), words.end());
     return words;
 }
 
@@ -81,7 +80,19 @@ static int UsageFailed(const CLI::App& app, const CLI::App* command, const std::
     return exitUsage;
 }
 
-static int ParseFailed(const CLI::App& app, const CLI::ParseError& error) {
+// The command that was given before a word: with a later one the word has nothing to do.
+static const CLI::App* CommandBefore(const std::string& word, const CLI::App& app,
+                                     const std::vector<std::string>& words) {
+    const CLI::App* const command = GivenCommand(app);
+    const auto end = std::find(words.begin(), words.end(), word);
+    const bool isBefore = std::any_of(words.begin(), end, [command](const std::string& before) {
+        return command != nullptr && command->check_name(before);
+    });
+    return isBefore ? command : nullptr;
+}
+
+static int ParseFailed(const CLI::App& app, const std::vector<std::string>& words,
+                       const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) {  // --help and --version come this way
         app.exit(error);
         FlushOutput();
@@ -90,8 +101,7 @@ static int ParseFailed(const CLI::App& app, const CLI::ParseError& error) {
     std::string reason = error.what();
     const CLI::App* command = GivenCommand(app);
     if (const std::vector<std::string> unknown = app.remaining(true); !unknown.empty()) {
-        // A word before the command is none, though a later one happens to be.
-        command = app.remaining().empty() ? command : nullptr;
+        command = CommandBefore(unknown.front(), app, words);
         const std::string word = Unmarked(unknown.front());
         reason = "unknown word or option " + word;
         if (const std::string meant = SuggestWord(app, command, word); !meant.empty()) {
@@ -109,13 +119,14 @@ static int EndBySignal(int signal) {
 }
 
 static int Run(CLI::App& app, int argc, char** argv) {
+    const std::vector<std::string> words = Words(argc, argv);
     try {
         TakeMarksOff(app);
-        app.parse(WordsInReverse(argc, argv));
+        app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
         FlushOutput();
         return exitDone;
     } catch (const CLI::ParseError& error) {
-        return ParseFailed(app, error);
+        return ParseFailed(app, words, error);
     }
 }
 
