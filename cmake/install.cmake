@@ -30,8 +30,8 @@ cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_LIBDIR BASE_DIRECTORY "\${prefix}"
     OUTPUT_VARIABLE VANTRY_PC_LIBDIR)
 cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_INCLUDEDIR BASE_DIRECTORY "\${prefix}"
     OUTPUT_VARIABLE VANTRY_PC_INCLUDEDIR)
-# The prefix is told from where the file lies, as it may be chosen at installation; not so in a Debian
-# package, or when the folder of the libraries has nothing to do with it.
+# The prefix is told from where the file lies, as it may be chosen at installation; not so in a
+# Debian package, or when the folder of the libraries has nothing to do with it.
 if(VANTRY_DEBIAN OR IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
     set(VANTRY_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
 else()

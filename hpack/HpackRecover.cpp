@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <iterator>
 #include <map>
 #include <utility>
 
@@ -120,7 +119,7 @@ HpackRecoverReport Recovery::Run() {
 // index that is not in order may itself reach anywhere.
 void Recovery::TakeIndex() {
     const RawPackage::Index& index = search.Index();
-    const IndexSearch::Judgement& judgement = search.OfIndex();
+    const IndexSearch::Judgement& judgement = search.IndexJudgement();
     for (std::uint32_t number = 0; number < index.entries.size(); ++number) {
         const RawPackage::Entry& entry = index.entries[number];
         Choice& choice = choices[qtString(index.Key(entry))];
@@ -241,7 +240,7 @@ void Recovery::Offer(const Record& record, bool doubtful) {
     // Of a strayed index it is not known whether it is the latest. What lies behind it may be
     // newer, and so is what it leads to by a former key.
     const bool strayed = report.index == HpackRecoverReport::strayed;
-    const bool later = strayed && (led || record.offset > search.OfIndex().knows);
+    const bool later = strayed && (led || record.offset > search.IndexJudgement().knows);
     const Rank rank = doubtful ? inDoubt : later ? newer : led ? ledTo : scanned;
     report.superseded += choice.rank == nothing ? 0 : 1;
     const std::uint32_t age = search.AgeOf(record.offset);
@@ -275,8 +274,8 @@ bool Recovery::Wanted(const qtString& key, const Choice& choice) {
         return true;
     }
     const bool indexTells =
-        report.index == HpackRecoverReport::good ||
-        (report.index == HpackRecoverReport::strayed && record.offset < search.OfIndex().knows);
+        report.index == HpackRecoverReport::good || (report.index == HpackRecoverReport::strayed &&
+                                                     record.offset < search.IndexJudgement().knows);
     if (!choice.listed && choice.rank != ledTo && indexTells) {
         Note(HpackRecoverNote::unlisted, record.offset, key);
         if (!chosenBy.unlisted) {

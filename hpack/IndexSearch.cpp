@@ -13,7 +13,7 @@ using namespace HpackFormat;
 IndexSearch::IndexSearch(RawPackage& rawPackage, const RawPackage::Header& packageHeader,
                          const PackageMarks& packageMarks)
     : package(rawPackage), header(packageHeader), marks(packageMarks) {
-    JudgeBlocks();
+    const std::uint32_t likelyBlock = JudgeBlocks();
     if (Take(header.indexOffset)) {
         state = judgement.inOrder ? HpackRecoverReport::good : HpackRecoverReport::damaged;
     } else if (Take(likelyBlock)) {
@@ -41,8 +41,10 @@ bool IndexSearch::Take(std::uint32_t offset) {
 
 // No more is read than a few times the package, however many blocks there seem to be. Of the blocks
 // that may be the index the last one is, but for those that lead to much less than another one.
-void IndexSearch::JudgeBlocks() {
+// @return where the index is, if the header is wrong; 0 for nowhere
+std::uint32_t IndexSearch::JudgeBlocks() {
     std::uint64_t budget = std::uint64_t{4} * package.Size();
+    std::uint32_t likelyBlock = 0;
     std::size_t most = 0;
     HashKeys();
     for (auto mark = marks.end(); mark != marks.begin();) {
@@ -76,6 +78,7 @@ void IndexSearch::JudgeBlocks() {
     std::sort(anchors.begin(), anchors.end());
     anchors.erase(std::unique(anchors.begin(), anchors.end()), anchors.end());
     std::sort(renamed.begin(), renamed.end());
+    return likelyBlock;
 }
 
 void IndexSearch::HashKeys() {

@@ -37,7 +37,7 @@ public:
     HpackRecoverReport::Index State() const { return state; }
     /// The index, empty where there is none.
     const RawPackage::Index& Index() const { return index; }
-    const Judgement& OfIndex() const { return judgement; }
+    const Judgement& IndexJudgement() const { return judgement; }
 
     /// Whether a place is in a package that is or was a body, as far as no index leads to it.
     bool InForeign(std::uint32_t offset) const;
@@ -47,7 +47,7 @@ public:
 private:
     using Extent = std::pair<std::uint64_t, std::uint64_t>;  // begin, end
 
-    void JudgeBlocks();
+    std::uint32_t JudgeBlocks();
     void HashKeys();
     std::uint64_t FindBegin(const RawPackage::Index& block) const;
     void AddForeign(const RawPackage::Index& block);
@@ -66,5 +66,4 @@ private:
     std::vector<std::uint32_t> anchors;  // records that any index leads to, sorted
     std::vector<Extent> foreign;         // of packages that are or were bodies, sorted, apart
     std::vector<std::pair<std::size_t, std::uint32_t>> keyHashes;  // with record offsets, sorted
-    std::uint32_t likelyBlock = 0;  // the index, if the header is wrong; 0: none
 };

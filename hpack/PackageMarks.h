@@ -12,7 +12,7 @@ public:
     struct Mark {
         std::uint32_t offset;
         std::uint32_t magic;
-        std::uint32_t nextTelling;  // the number of the first such mark from here on
+        std::uint32_t nextTelling;  // the number of what TellingFrom() gives here
     };
     using Iterator = std::vector<Mark>::const_iterator;
 
