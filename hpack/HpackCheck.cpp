@@ -49,13 +49,15 @@ private:
             {kind, entry.offset, true, qtString(index.Key(entry)), qtString(other)});
     }
 
+    // A header and an index begin with two words.
     HpackFault::Kind IfReadable(std::uint32_t offset, HpackFault::Kind kind) {
-        std::uint32_t word = 0;
-        return package.Word(offset, word) ? kind : HpackFault::unreadable;
+        char words[2 * wordSize];
+        return package.Read(offset, words, sizeof words) ? kind : HpackFault::unreadable;
     }
 
     bool CheckHeader();
     bool CheckIndex();
+    bool NextEntryFits();
     void CheckOrder();
     void CheckRecords();
     bool CheckRecord(const RawPackage::Entry& entry, RawPackage::Record& record);
@@ -121,12 +123,20 @@ bool Check::CheckIndex() {
         return false;
     }
     if (!index.complete) {
-        AddFault(HpackFault::indexCut, header.indexOffset);
+        AddFault(NextEntryFits() ? HpackFault::unreadable : HpackFault::indexCut,
+                 header.indexOffset);
     }
     if (header.indexOffset < header.size) {
         AddFault(HpackFault::overlapsHeader, header.indexOffset);
     }
     return true;
+}
+
+// Whether what is behind the entries that could be read is within the stream.
+bool Check::NextEntryFits() {
+    std::uint32_t keyLength = 0;
+    package.Word(index.end, keyLength);
+    return std::uint64_t{index.end} + entryOverhead + keyLength <= package.Size();
 }
 
 // Of several entries with one key the last one counts.

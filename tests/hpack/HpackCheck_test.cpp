@@ -77,6 +77,19 @@ TEST(HpackCheck, WhatCanNotBeReadIsNotTakenForOther) {
         EXPECT_EQ(faults[0].kind, HpackFault::unreadable);
         EXPECT_EQ(faults[0].offset, offset);
     }
+    // An index of which only a part is read at first.
+    Contents many;
+    for (unsigned int number = 0; number < 2000; ++number) {
+        many[Hpack::MakeStringKey(number)] = "";
+    }
+    const qtPtr<qtBuffer> large = NewBuffer(Package(many));
+    FaultyStream stream(*large);
+    stream.FailAfter(5, true);
+    const std::vector<HpackFault> faults = HpackCheck(stream).faults;
+    EXPECT_GT(faults.size(), 1000U);
+    for (const HpackFault& fault : faults) {
+        EXPECT_EQ(fault.kind, HpackFault::unreadable);
+    }
 }
 
 TEST(HpackCompact, KeepsAllButDeadSpace) {
