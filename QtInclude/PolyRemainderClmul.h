@@ -167,42 +167,62 @@ inline __m128i SumOfPairs(const char* bytes, std::size_t words, const std::uint6
 template <class Vector>
 constexpr std::size_t pieceWords = 4 * Vector::words;
 
+// The hash and 1 to 8 bytes, which more follow.
+inline __m128i FirstBytes(std::uint32_t hash, const char* bytes, std::size_t count) {
+    const std::uint64_t first = BigEndian64(bytes) >> (64 - 8 * count);
+    const std::uint64_t low = std::uint64_t{hash} << (8 * count - 8) << 8 | first;
+    return Pair(std::uint64_t{hash} >> (64 - 8 * count), low);
+}
+
+// More than 8 bytes, the last of which are so many words. Where the compiler knows how many it
+// leaves no loop and no address to reckon.
+[[gnu::always_inline]] inline std::uint32_t FewWords(std::uint32_t hash, const char* bytes,
+                                                     std::size_t count, std::size_t words,
+                                                     const Constants& constants) {
+    const std::size_t before = count - 8 * words;
+    const __m128i sum =
+        TimesPair(FirstBytes(hash, bytes, before), LoadPair(constants.Of(words + 2)));
+    return DivideFully(constants,
+                       _mm_xor_si128(sum, SumOfPairs(bytes + before, words, constants.Of(words))));
+}
+
 // More than 8 bytes, and less than a piece.
 template <class Vector>
 [[gnu::noinline]] std::uint32_t ShortRemainder(std::uint32_t hash, const char* bytes,
                                                std::size_t count, const Constants& constants) {
-    const std::size_t words = (count - 1) / 8;
-    const std::size_t before = count - 8 * words;  // 1 to 8 bytes
-    const std::uint64_t first = BigEndian64(bytes) >> (64 - 8 * before);
-    const std::uint64_t low = std::uint64_t{hash} << (8 * before - 8) << 8 | first;
-    const std::uint64_t high = std::uint64_t{hash} >> (64 - 8 * before);
-    bytes += before;
+    std::size_t words = (count - 1) / 8;
+    const std::size_t before = count - 8 * words;
     const std::uint64_t* powers = constants.Of(words);
-    __m128i sum = TimesPair(Pair(high, low), LoadPair(powers - 2));
-    std::size_t rest = words;
-    if (rest >= Vector::words) {
+    __m128i sum = TimesPair(FirstBytes(hash, bytes, before), LoadPair(powers - 2));
+    bytes += before;
+    if (words >= Vector::words) {
         Vector lanes = Vector::First(sum);
-        for (; rest >= Vector::words; rest -= Vector::words) {
+        for (; words >= Vector::words; words -= Vector::words) {
             lanes = lanes ^ Times(Vector::Load(bytes), Vector::Powers(powers));
             bytes += 8 * Vector::words;
             powers += Vector::words;
         }
         sum = lanes.Sum();
     }
-    return DivideFully(constants, _mm_xor_si128(sum, SumOfPairs(bytes, rest, powers)));
+    return DivideFully(constants, _mm_xor_si128(sum, SumOfPairs(bytes, words, powers)));
 }
 
 template <class Vector>
 std::uint32_t LongRemainder(std::uint32_t hash, const char* bytes, std::size_t count,
                             const Constants& constants);
 
-// The shortest strings take less time than a call: they are done where this is.
+// The shortest strings take less time than a call, so they are done where this is.
 template <class Vector>
 [[gnu::always_inline]] inline std::uint32_t Remainder(std::uint32_t hash, const char* bytes,
                                                       std::size_t count,
                                                       const Constants& constants) {
     if (__builtin_expect(count <= 8, 1)) {
         return DivideFully(constants, UpTo8Bytes(hash, bytes, count));
+    }
+    if (count <= 32) {
+        return count <= 16   ? FewWords(hash, bytes, count, 1, constants)
+               : count <= 24 ? FewWords(hash, bytes, count, 2, constants)
+                             : FewWords(hash, bytes, count, 3, constants);
     }
     return count < 8 * pieceWords<Vector> ? ShortRemainder<Vector>(hash, bytes, count, constants)
                                           : LongRemainder<Vector>(hash, bytes, count, constants);
