@@ -13,7 +13,7 @@ struct Command {
 /// Adds a command that `run` does with its options:
 ///
 ///     const auto [getCommand, get] = AddCommand(app, "get", "Show a value", "Example: ...", &Get);
-///     AddWord(getCommand, "KEY", get.key, "The full key");
+///     AddPositional(getCommand, "KEY", get.key, "The full key");
 template <class Options>
 Command<Options> AddCommand(CLI::App& app, const char* name, const char* description,
                             const char* footer, void (*run)(const Options&)) {
@@ -26,6 +26,6 @@ Command<Options> AddCommand(CLI::App& app, const char* name, const char* descrip
 
 /// Adds a word that must be given.
 template <class Value>
-void AddWord(CLI::App& command, const char* name, Value& value, const char* description) {
+void AddPositional(CLI::App& command, const char* name, Value& value, const char* description) {
     command.add_option(name, value, description)->required()->type_name("");
 }

@@ -5,7 +5,7 @@
 #include <string_view>
 
 // How the command-line tools fail: whatever is thrown below RunTool() becomes one line on standard
-// error, "hpack: a.hpk: No such file or directory", and an exit status.
+// error, "hpk: a.hpk: No such file or directory", and an exit status.
 
 enum ExitStatus : int {
     exitDone = 0,

@@ -1,4 +1,4 @@
-# Completion of hpack and vexreg in bash. The tools say themselves what may come next.
+# Completion of hpk and vexreg in bash. The tools say themselves what may come next.
 _vantry_tools() {
     local word=${COMP_WORDS[COMP_CWORD]} words=("${COMP_WORDS[@]}") at=$COMP_CWORD
     local breaks=${COMP_WORDBREAKS//[^:=]/} offer text quote='' typed unfit=''
@@ -33,4 +33,4 @@ _vantry_tools() {
         COMPREPLY=("${COMPREPLY[@]#"${word%"${word##*[$breaks]}"}"}")
     fi
 }
-complete -F _vantry_tools hpack vexreg
+complete -F _vantry_tools hpk vexreg

@@ -135,7 +135,7 @@ void AddEditCommands(CLI::App& app) {
                                               "  vexreg get Pop/Greeting\n"
                                               "  greeting=$(vexreg get --value Pop/Greeting)",
                                               &Get);
-    AddWord(getCommand, "KEY", get.key, "The full key, with its section");
+    AddPositional(getCommand, "KEY", get.key, "The full key, with its section");
     getCommand.add_flag("--value", get.valueOnly, "The value's bytes alone");
 
     const auto [setCommand, set] = AddCommand(app, "set", "Store a value",
@@ -145,8 +145,8 @@ void AddEditCommands(CLI::App& app) {
                                               "  vexreg set Pop/Greeting 'hello world'\n"
                                               "  vexreg set -- Pop/Offset -5",
                                               &Set);
-    AddWord(setCommand, "KEY", set.key, "The full key, with its section");
-    AddWord(setCommand, "VALUE", set.value, "The value, as it is");
+    AddPositional(setCommand, "KEY", set.key, "The full key, with its section");
+    AddPositional(setCommand, "VALUE", set.value, "The value, as it is");
 
     const auto [passwordCommand, password] = AddCommand(
         app, "password", "Store the password of the database logon, encrypted",
@@ -169,5 +169,5 @@ void AddEditCommands(CLI::App& app) {
                    "  vexreg rm Pop/Greeting Pop/Offset",
                    &Remove);
     removeCommand.alias("delete");
-    AddWord(removeCommand, "KEY", remove.keys, "The full keys");
+    AddPositional(removeCommand, "KEY", remove.keys, "The full keys");
 }

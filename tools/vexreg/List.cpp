@@ -145,7 +145,7 @@ void AddListCommands(CLI::App& app) {
                    "  vexreg load --dry-run registry.dump\n"
                    "  vexreg load registry.dump",
                    &Load);
-    AddWord(loadCommand, "FILE", load.file, "The file to read; - for standard input");
+    AddPositional(loadCommand, "FILE", load.file, "The file to read; - for standard input");
     loadCommand.add_flag("--dry-run", load.dryRun,
                          "Only show what would be added, changed and kept");
 }

@@ -7,10 +7,10 @@
 #include <cstdio>
 
 #include "basekit/files.h"
+#include "tools/common/AtomicFile.h"
 #include "tools/common/Failures.h"
 #include "tools/common/FileDescriptor.h"
 #include "tools/common/KeyText.h"
-#include "tools/common/NewFile.h"
 
 void OpenExisting(UnixRegistry& store, bool readWrite) {
     // Opening for reading tells without making anything whether there is a registry.
@@ -103,7 +103,7 @@ void PrintTo(const std::string& file, const std::function<void()>& print, unsign
         PrintWhole(print, "standard output");
         return;
     }
-    NewFile target(file, NewFile::Existing::replace, mode);
+    AtomicFile target(file, AtomicFile::Existing::replace, mode);
     {
         const Redirection redirection(target.Descriptor());
         PrintWhole(print, file);

@@ -234,7 +234,7 @@ void AddTransferCommands(CLI::App& app) {
                    "  vexreg import --dry-run registry.txt\n"
                    "  vexreg import registry.txt",
                    &Import);
-    AddWord(importCommand, "FILE", importing.file, "The file to read; - for standard input");
+    AddPositional(importCommand, "FILE", importing.file, "The file to read; - for standard input");
     importCommand.add_flag("--dry-run", importing.dryRun,
                            "Only show what would be added, changed and kept");
 }

@@ -1,8 +1,8 @@
 #include "tools/common/KeyText.h"
 #include "tools/common/Tool.h"
 #include "tools/vexreg/Commands.h"
-#include "tools/vexreg/DamageGuard.h"
 #include "tools/vexreg/Records.h"
+#include "tools/vexreg/Watchdog.h"
 
 static std::vector<std::string> ShownKeys(const std::vector<std::string>& /*words*/) {
     // The user waits at the command line.
@@ -33,7 +33,7 @@ int main(int argc, char** argv) {
         "  vexreg import --help\n"
         "\n"
         "Exit status: 0 done, 1 the operation failed, 2 the command line makes no sense.");
-    AddDamageGuard(app);
+    AddWatchdog(app);
     AddEditCommands(app);
     AddListCommands(app);
     AddTransferCommands(app);

@@ -1,0 +1,372 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <thread>
+
+#include "tests/support/Items.h"
+#include "tests/support/ToolTest.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Makes of JSON what Python prints of it.
+const std::string json = " | python3 -c 'import json, sys; print(json.load(sys.stdin))'";
+
+class HpackToolTest : public ToolTest {
+protected:
+    using Files = Contents;
+
+    static Files Tree(const fs::path& root) {
+        Files files;
+        for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root)) {
+            if (entry.is_regular_file() && !entry.is_symlink()) {
+                files[entry.path().lexically_relative(root).string()] = FileBytes(entry.path());
+            }
+        }
+        return files;
+    }
+
+    static void WriteTree(const Files& files, const fs::path& root) {
+        for (const auto& [name, bytes] : files) {
+            const fs::path file = root / name.c_str();
+            fs::create_directories(file.parent_path());
+            WriteFile(file, bytes);
+        }
+    }
+
+    static void MakePackage(const Contents& items) { WriteFile("p", Package(items)); }
+};
+
+TEST_F(HpackToolTest, TreeWithOddNamesComesBackAsItWas) {
+    std::string deep;
+    std::string large;
+    for (int level = 0; level < 60; ++level) {
+        deep += "level" + std::to_string(level) + '/';
+        large += std::string(50'000, static_cast<char>(level)) + deep;
+    }
+    const Files files = {{"a b", "blank"},
+                         {"line\nend", "x"},
+                         {"\xff\xfe/\x80", "no text"},
+                         {"empty", ""},
+                         {"-x", "dash"},
+                         {"\"quoted\"", "q"},
+                         {deep + "bottom", "deep"},
+                         {std::string(255, 'n'), "long name"},
+                         {"large", large}};
+    WriteTree(files, "tree");
+    WriteFile("tree/old.hpk", "former package");
+    fs::create_symlink("a b", "tree/link");
+    ASSERT_EQ(mkfifo("tree/pipe", 0600), 0);
+    chmod("tree/old.hpk", 0640);
+    for (const std::string command : {"create --force", "add"}) {
+        Done("hpk " + command + " tree/old.hpk tree 2>&1 | sort; stat -c %a tree/old.hpk",
+             "hpk: skipped tree/link: a symbolic link\n"
+             "hpk: skipped tree/old.hpk: the package itself\n"
+             "hpk: skipped tree/pipe: not a regular file\n640\n");
+        Done("hpk list -0 tree/old.hpk | tr -cd '\\0' | wc -c", "9\n");
+        Done("hpk extract tree/old.hpk -C new/folder");  // the second time over what is there
+        EXPECT_EQ(Tree("new/folder"), files);
+    }
+    // What was listed for scripts goes back in unchanged.
+    Done("hpk list -0 tree/old.hpk | xargs -0 " COMMAND " rm --raw tree/old.hpk --");
+    Done("hpk list tree/old.hpk");
+}
+
+TEST_F(HpackToolTest, CommandsDoWhatTheySay) {
+    WriteTree({{"in/a", "1"}, {"in/sub/b", "22"}, {"c", "333"}, {"more/a", "one"}}, ".");
+    Done("hpk create p in c; hpk list -l p",
+         "         1         16  a\n         3         30  c\n"
+         "         2         46  sub/b\n");
+    Done("hpk list p 's*b' '\"a\"'", "a\nsub/b\n");
+    Fails("hpk create p in", "cannot create p: it is already there (--force replaces it)");
+    Done("hpk add p more; hpk get p a", "one");
+    Done("hpk put p c </dev/null; hpk get p c");
+    Done("hpk put p c more/a; hpk get p c -o c2; cat c2", "one");
+    Done("hpk get p c -o /dev/stdout | cat", "one");
+    Fails("hpk mv p a c", "p: the item c is already there (--force replaces it)");
+    Done("hpk mv --force p a c; hpk mv p c d; hpk list p", "d\nsub/b\n");
+    Fails("hpk rm p d x", "p: Missing key in index: x");
+    Done("hpk rm p d; hpk rm -f p d; hpk list p", "sub/b\n");
+    Done("hpk id p 0x01020304 1286 7; hpk state p 9; hpk id p; hpk state p",
+         "16909060 1286 7\n9\n");
+    Done("hpk put p --number 7 c; hpk mv p --number 7 --number 8; hpk get p --number 8", "333");
+    Done("hpk list p --number 8", "\"\\x00\\x00\\x00\\x08\"\n");
+}
+
+TEST_F(HpackToolTest, HabitsOfOtherToolsWork) {
+    MakePackage({{"a", "one"}, {"b*", "two"}, {"bc", "3"}, {"s/x", std::string(1025, 'x')}});
+    Done("hpk ls -lh p s/ a",
+         "    3         16  a\n"
+         " 1.1K         64  s/x\n");
+    Done("hpk t p --prefix b", "b*\nbc\n");
+    Done("hpk ls --color=always p; NO_COLOR=1 hpk ls p a", "a\nb*\nbc\n\33[34ms/\33[0mx\na\n");
+    Done("hpk cat p bc 'a*' 'b*'", "3onetwo");  // a key comes before what it matches
+    Done("hpk cat p a --offset 1; hpk cat p a --length 1; hpk cat p a --offset 9", "neo");
+    Done("cp p q; hpk rm q 'b*'; hpk rm q '?'; hpk put q bc p; hpk put q z p");
+    Run("hpk diff p q", 1, "- a\n- b*\n~ bc\n+ z\n", "");
+    Run("hpk diff --color=always -q p q", 1, "", "");
+    Done("hpk diff q q && hpk cmp -q p p");
+    Fails("hpk diff p none", "cannot open none: No such file or directory", 2);
+    Done(
+        "hpk help list >a; hpk list --help >b; hpk ls -h >c; cmp a b; cmp b c; hpk help "
+        ">d");
+    for (const auto& [word, meant] : Files{{"lsit", "list"},
+                                           {"-tvf", "list"},
+                                           {".tables", "list"},
+                                           {"unzip", "extract"},
+                                           {"p", "list p"},
+                                           {"list p --jsn", "--json"}}) {
+        const std::string given = word.substr(word.rfind(' ') + 1);
+        const std::string see = word == given ? "hpk" : "hpk list";
+        Fails("hpk " + word,
+              "unknown word or option " + given + "; did you mean " + meant + "? (see " + see +
+                  " --help)",
+              2);
+    }
+    Fails("hpk verify x", "unknown word or option verify; did you mean check? (see hpk --help)", 2);
+}
+
+TEST_F(HpackToolTest, MapShowsWhatIsWhere) {
+    MakePackage({{"<&\"", "a"}, {"b", std::string(1100, 'b')}, {"c", "3"}});
+    Done("hpk rm p c; hpk map p | grep 64K", "oo  item up to 64K        1  1.1K  93.1%\n");
+    Done("hpk map p --color=always | tail -n 1 | cut -c1-16", "\33[48;5;245m  \33[0\n");
+    Done(
+        "hpk map p --svg p.svg && python3 -c '"
+        "import xml.etree.ElementTree as tree\n"
+        "for title in tree.parse(\"p.svg\").iter(\"{http://www.w3.org/2000/svg}title\"):\n"
+        "    print(title.text)' | uniq | head -n 4",
+        "p: 2 items, 1196 bytes\n"
+        "<&\": 16 bytes at 16\n"
+        "b: 1113 bytes at 32\n"
+        "dead space: 14 bytes at 1145\n");
+}
+
+TEST_F(HpackToolTest, KeysAreGivenAsTheyAreShown) {
+    const Files shown = {{"plain", "plain"},
+                         {"", R"("")"},
+                         {" edge", R"(" edge")"},
+                         {"\"", R"("\"")"},
+                         {"back\\slash", R"(back\slash)"},
+                         {"\"\\\n\r\t\x01", R"("\"\\\n\r\t\x01")"},
+                         {std::string("\0\0\0\7", 4), R"("\x00\x00\x00\x07")"},
+                         {"\xc3\xa9", "\xc3\xa9"},               // a letter
+                         {"\xe2\x80\xae", R"("\xe2\x80\xae")"},  // turns the direction of writing
+                         {"\xc0\xaf\xed\xa0\x80", R"("\xc0\xaf\xed\xa0\x80")"},  // no UTF-8
+                         {"*[a]?", "*[a]?"},
+                         {"[a,b]", "[a,b]"},
+                         {"--help", "--help"},
+                         {"list", "list"}};
+    MakePackage(shown);  // the body of each is what the key is shown as
+    std::string listed;
+    for (const auto& [key, text] : shown) {
+        listed += text + '\n';
+        WriteFile("word", text);
+        Done("hpk get p -- \"$(cat word)\"", text);
+        Done("hpk list p -- \"$(cat word)\"", text + '\n');
+    }
+    Done("hpk list p", listed);
+    Done("hpk put p -- --help word; hpk get p -- --help", shown.rbegin()->second);
+    Fails("hpk get p '\"a'",
+          "a key that begins with a quote must end with one: \"a (see hpk get --help)", 2);
+    Fails("hpk rm p '\"\\q\"'",
+          R"(bad escape in key "\q": \n, \r, \t, \", \\ and \xHH are known (see hpk rm --help))",
+          2);
+    Fails("hpk list p no 'n*'", "p: no item matches n*\nhpk: p: no item matches no");
+}
+
+TEST_F(HpackToolTest, JsonTellsWhatThePackageIs) {
+    MakePackage({{"a", "first"}, {qtString("\xff\0", 2), "second"}, {"z", "third"}});
+    WriteFile("text", "a longer body");
+    Done("hpk put p a </dev/null; hpk put p z text; hpk id p 1 2 3");
+    chmod("p", 0400);
+    Done("hpk info --json p" + json,
+         "{'format': 'current', 'id': 1, 'word': 2, 'flags': 3, 'state': 0, 'items': 3, "
+         "'size': 134, 'live': 111, 'dead': 23, 'index_offset': 72}\n");
+    Done("hpk list --json p" + json,
+         "[{'key': 'a', 'key_hex': '61', 'offset': 16, 'size': 0}, "
+         "{'key': 'z', 'key_hex': '7a', 'offset': 108, 'size': 13}, "
+         "{'key': '\"\\\\xff\\\\x00\"', 'key_hex': 'ff00', 'offset': 52, 'size': 6}]\n");
+    for (const bool unicode : {true, false}) {
+        WriteFile("p", Updated(FileBytes("p"), [&](Hpack& old) { old.SetOldID(unicode); }));
+        Done("hpk info p --json" + json + " | cut -d, -f1,9",
+             unicode ? "{'format': 'old-unicode', 'dead': 31\n"
+                     : "{'format': 'old-ascii', 'dead': 31\n");
+    }
+    WriteFile("none", Hex("4a5b6c66 00000000 00000000 00000000"));
+    Done("hpk info --json none" + json + " | cut -d, -f8,10", " 'live': 16, 'index_offset': 0}\n");
+    Fails("hpk put none a text", "none: Input file does not have an index");
+}
+
+TEST_F(HpackToolTest, FailuresAreOneLineWithFileAndReason) {
+    MakePackage({{"a", "1"}, {"b", "2"}});
+    const std::string former = FileBytes("p");
+    Done("mkfifo pipe; mkdir dir; head -c 10 p >cut; seq 20000 >large");
+    WriteTree({{"one/k", "1"}, {"two/k", "2"}, {"text", "This is no package at all."}}, ".");
+    struct Case {
+        const char* command;
+        const char* error;
+        int status = 1;
+    };
+    for (const Case& c : {
+             Case{"hpk info no", "cannot open no: No such file or directory"},
+             {"hpk info pipe", "cannot open pipe: not a regular file"},
+             {"hpk put pipe a text", "cannot open pipe: not a regular file"},
+             {"hpk list dir", "cannot open dir: Is a directory"},
+             {"hpk list text", "Input file is not in expected format: text"},
+             {"hpk add no one", "cannot open no: No such file or directory"},
+             {"hpk list cut", "cannot read cut: it ends too soon"},
+             {"hpk get p c", "p: Missing key in index: c"},
+             {"hpk get p a -o no/file", "cannot create no/file: No such file or directory"},
+             {"hpk get p a -o dir", "cannot open dir: Is a directory"},
+             {"hpk create q one two", "two files for the key k: one/k and two/k"},
+             {"hpk create -f dir one", "cannot replace dir: not a regular file"},
+             {"hpk create no/q one", "cannot create no/q: No such file or directory"},
+             {"hpk extract p -C text", "cannot create text: Not a directory"},
+             {"hpk list p >/dev/full", "cannot write standard output: No space left on device"},
+             {"hpk get p a >/dev/full", "cannot write standard output: No space left on device"},
+             {"ulimit -f 100; hpk add p large", "cannot write p: File too large"},
+             {"hpk", "A subcommand is required (see hpk --help)", 2},
+             {"hpk nix", "unknown word or option nix (see hpk --help)", 2},
+             {"hpk info", "PKG is required (see hpk info --help)", 2},
+             {"hpk state p 256", "N: Value 256 not in range 0 to 255 (see hpk state --help)", 2},
+             {"hpk id p 1 2", "ID, WORD and FLAGS go together (see hpk id --help)", 2},
+             {"hpk get p a --length=-1", "--length: -1 is below 0 (see hpk get --help)", 2},
+             {"hpk put p a text more", "too many words: more (see hpk put --help)", 2},
+         }) {
+        Fails(c.command, c.error, c.status);
+    }
+    EXPECT_EQ(FileBytes("p"), former);
+    for (const fs::directory_entry& entry : fs::directory_iterator(".")) {
+        EXPECT_NE(entry.path().extension(), ".tmp") << entry;
+    }
+    // A damaged item does not keep the others from being read.
+    std::string damaged = former;
+    damaged[16] ^= 1;
+    WriteFile("damaged", damaged);
+    const std::string error = "damaged: Key points to invalid item: a";
+    Run("hpk extract damaged -C good; hpk list -l damaged", 1,
+        "         ?          ?  a\n         1         30  b\n", error + "\nhpk: " + error);
+    EXPECT_EQ(Tree("good"), (Files{{"b", "2"}}));
+    Run("hpk rm -q damaged a; hpk info damaged | grep items", 0, "items         1\n", "");
+
+    Done("hpk --version", "1.0.0.79.0\n");
+}
+
+TEST_F(HpackToolTest, ExtractStaysInItsFolder) {
+    const Files refused = {{"", "an empty key names no file"},
+                           {"../up", "the path has a \"..\""},
+                           {"./a", "the path has an empty part or a \".\""},
+                           {"/tmp/absolute", "an absolute path"},
+                           {"a//b", "the path has an empty part or a \".\""},
+                           {"dir", "something else than a regular file is in the way"},
+                           {"file/below", "Not a directory"},
+                           {"final", "a link is in the way"},
+                           {"good/../../up", "the path has a \"..\""},
+                           {"good/..", "the path has a \"..\""},
+                           {"link/x", "a link is in the way: link"},
+                           {"slash/", "the path has an empty part or a \".\""},
+                           {std::string("nul\0", 4), "no file name can have a NUL"}};
+    Files items = {{"file", "f"}, {"good/x", "g"}, {"zz", "z"}};
+    items.insert(refused.begin(), refused.end());
+    MakePackage(items);
+    fs::create_directories("copy/dir");
+    fs::create_directory("outside");
+    WriteFile("victim", "untouched");
+    fs::create_directory_symlink("../outside", "copy/link");
+    fs::create_symlink("../victim", "copy/final");
+    std::string errors;
+    for (const auto& [key, reason] : refused) {
+        const std::string shown = key.empty() ? R"("")" : key.back() == 0 ? R"("nul\x00")" : key;
+        errors += (errors.empty() ? "" : "\nhpk: ") + ("not extracted: " + shown) + ": " + reason;
+    }
+    Run("hpk extract p -C copy", 1, "", errors);
+    EXPECT_EQ(Tree("copy"), (Files{{"file", "f"}, {"good/x", "g"}, {"zz", "z"}}));
+    EXPECT_TRUE(fs::is_empty("outside"));
+    EXPECT_EQ(FileBytes("victim"), "untouched");
+    EXPECT_FALSE(fs::exists("up") || fs::exists("/tmp/absolute"));
+}
+
+// Sends SIGINT as soon as the new file is being built. @return whether that came in time
+bool Interrupt(const std::string& words) {
+    const std::string command = "exec " COMMAND " " + words + " 2>err";
+    const pid_t child = fork();
+    if (child == 0) {
+        execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+        _exit(127);
+    }
+    if (child < 0) {
+        ADD_FAILURE() << "no process could be started";
+        return false;
+    }
+    const std::string temporary = ".p." + std::to_string(child) + ".tmp";
+    int status = 0;
+    while (!fs::exists(temporary) && waitpid(child, &status, WNOHANG) == 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    kill(child, SIGINT);
+    waitpid(child, &status, 0);
+    EXPECT_FALSE(fs::exists(temporary));
+    const bool stopped = WIFSIGNALED(status) && WTERMSIG(status) == SIGINT;
+    EXPECT_TRUE(stopped || (WIFEXITED(status) && WEXITSTATUS(status) == 0)) << status;
+    EXPECT_EQ(FileBytes("err"), stopped ? "hpk: interrupted\n" : "");
+    return stopped;
+}
+
+TEST_F(HpackToolTest, InterruptLeavesWhatWasThere) {
+    if (EMULATED) {
+        GTEST_SKIP() << "an emulator's signals and threads are not the machine's";
+    }
+    WriteTree({{"tree/0", std::string(20'000, 'x')}}, ".");
+    for (int copy = 1; copy < 3000; ++copy) {
+        fs::create_hard_link("tree/0", "tree/" + std::to_string(copy));
+    }
+    for (const char* const words : {"create -f p tree", "add p tree"}) {
+        MakePackage({{"former", "item"}});
+        const std::string former = FileBytes("p");
+        int attempts = 0;
+        while (!Interrupt(words)) {  // the run was over before the signal came
+            ASSERT_LT(++attempts, 20);
+            MakePackage({{"former", "item"}});
+        }
+        EXPECT_EQ(FileBytes("p"), former);
+    }
+}
+
+TEST_F(HpackToolTest, ChangesAtOnceAreAllKept) {
+    MakePackage({});
+    Done(
+        "for n in 0 1 2 3 4 5 6 7; do echo $n | hpk put p $n & done; wait; "
+        "for n in 0 1 2 3 4 5 6 7; do hpk get p $n; done",
+        "0\n1\n2\n3\n4\n5\n6\n7\n");
+}
+
+TEST_F(HpackToolTest, DamagedPackages) {
+    MakePackage({{"a", "1"}, {"b", "22"}, {"c\n", "3"}});
+    Done("chmod 640 p; hpk check p");
+    Done("hpk rm p b; hpk put p a p; hpk state p 7; cp p whole");
+    Done("hpk compact p small; hpk compact p --order offset; stat -c %a p", "640\n");
+    EXPECT_EQ(fs::file_size("p"), fs::file_size("small"));
+    EXPECT_LT(fs::file_size("p"), fs::file_size("whole"));
+    Fails("hpk compact p small", "cannot create small: it is already there (--force replaces it)");
+    Done("hpk check p; hpk state p", "7\n");
+
+    std::string bytes = FileBytes("whole");
+    bytes[bytes.find("c\n")] = 'd';
+    WriteFile("bad", bytes);
+    Run("hpk check bad", 1,
+        "bad: \"c\\n\", at 45: the record where its entry leads has another key\n", "");
+    Done("hpk check --json bad" + json + " | grep -o \"'kind.*'key[^,]*\"",
+         "'kind': 'record-key', 'offset': 45, 'key': '\"c\\\\n\"'\n");
+    Done("hpk recover bad good",
+         "bad: b, at 30: not in the index: deleted, or never saved\n"
+         "bad: \"c\\n\", at 45: dropped: no whole record of it is there\n"
+         "bad: the index is in order\n"
+         "bad: 2 items recovered, 1 by the index; 1 other versions left out\n");
+    Done("hpk check good; hpk list good; hpk recover -qf --all bad good; hpk list good",
+         "a\n\"d\\n\"\na\nb\n\"d\\n\"\n");
+    Fails("hpk recover stderr out", "stderr: nothing in it is of a package");
+    EXPECT_FALSE(fs::exists("out"));
+}
+
+}  // namespace

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <string>
+
+#include "tools/common/Command.h"
+
+// Each function adds a group of commands; the file is named after the group.
+
+void AddPackCommands(CLI::App& app);      // create, add, put
+void AddListCommands(CLI::App& app);      // list
+void AddInfoCommands(CLI::App& app);      // info
+void AddGetCommands(CLI::App& app);       // get, extract
+void AddChangeCommands(CLI::App& app);    // rm, mv
+void AddCompareCommands(CLI::App& app);   // diff
+void AddMapCommands(CLI::App& app);       // map
+void AddIdentityCommands(CLI::App& app);  // id, state
+void AddRepairCommands(CLI::App& app);    // check, recover, compact
+
+/// What most commands take.
+struct PackageOptions {
+    std::string package;
+    bool quiet = false;
+
+    void AddPackage(CLI::App& command) {
+        AddPositional(command, "PKG", package, "The package file");
+    }
+    void AddQuiet(CLI::App& command) {
+        command.add_flag("-q,--quiet", quiet, "No progress bar, no remarks");
+    }
+};
+
+/// Gives -h the meaning that it has in ls: help is --help alone then.
+inline void AddHuman(CLI::App& command, bool& human) {
+    command.set_help_flag("--help", "Print this help message and exit");
+    command.add_flag("-h,--human", human, "Sizes as people read them: 512, 1.5K, 12M");
+}
+
+/// Adds a command on a package.
+template <class Options>
+Command<Options> AddPackageCommand(CLI::App& app, const char* name, const char* description,
+                                   const char* footer, void (*run)(const Options&)) {
+    const Command<Options> command = AddCommand(app, name, description, footer, run);
+    command.options.AddPackage(command.app);
+    return command;
+}

@@ -1,0 +1,111 @@
+#include <algorithm>
+#include <cstdio>
+
+#include "tools/common/KeyText.h"
+#include "tools/common/Terminal.h"
+#include "tools/hpk/Commands.h"
+#include "tools/hpk/PackageFile.h"
+
+namespace {
+
+struct DiffOptions : PackageOptions {
+    std::string other;
+    Colors colors;
+};
+
+// Two packages, item by item.
+class Comparison {
+public:
+    explicit Comparison(const DiffOptions& diffOptions)
+        : options(diffOptions), former(options.package), latter(options.other) {}
+
+    /// Names what differs. @return whether anything does
+    bool Run() {
+        const std::vector<qtString> left = former.Keys();
+        const std::vector<qtString> right = latter.Keys();
+        auto l = left.begin();
+        auto r = right.begin();
+        while (l != left.end() || r != right.end()) {
+            if (r == right.end() || (l != left.end() && *l < *r)) {
+                Tell("31", '-', *l++);
+            } else if (l == left.end() || *r < *l) {
+                Tell("32", '+', *r++);
+            } else {
+                if (!SameBody(*l)) {
+                    Tell("33", '~', *l);
+                }
+                ++l, ++r;
+            }
+        }
+        return differs;
+    }
+
+private:
+    void Tell(const char* color, char what, const qtString& key) {
+        differs = true;
+        if (!options.quiet) {
+            const std::string line = std::string(1, what) + ' ' + QuoteKey(key);
+            std::puts(options.colors.Paint(color, line).c_str());
+        }
+    }
+
+    bool SameBody(const qtString& key) {
+        const std::uint64_t size = former.Find(key).size;
+        if (size != latter.Find(key).size) {
+            return false;
+        }
+        constexpr std::uint64_t pieceSize = 1 << 20;
+        PackageReader::Part part = {0, pieceSize};
+        do {
+            ReadPiece(former, key, part, formerPiece);
+            ReadPiece(latter, key, part, latterPiece);
+            part.offset += pieceSize;
+        } while (formerPiece == latterPiece && part.offset < size);
+        return formerPiece == latterPiece;
+    }
+
+    static void ReadPiece(PackageReader& reader, const qtString& key, PackageReader::Part part,
+                          std::string& piece) {
+        piece.clear();
+        reader.Read(key, part,
+                    [&](const char* data, std::size_t count) { piece.append(data, count); });
+    }
+
+    const DiffOptions& options;
+    PackageReader former;
+    PackageReader latter;
+    std::string formerPiece;
+    std::string latterPiece;
+    bool differs = false;
+};
+
+}  // namespace
+
+static void Diff(const DiffOptions& options) {
+    bool differs = false;
+    try {
+        differs = Comparison(options).Run();
+    } catch (const ToolFailure& failure) {
+        PrintError(failure.what());
+        throw ReportedFailure{exitUsage};  // scripts take 1 for a difference
+    }
+    if (differs) {
+        throw ReportedFailure();
+    }
+}
+
+void AddCompareCommands(CLI::App& app) {
+    const auto [diffCommand, diff] = AddPackageCommand(
+        app, "diff", "Show how the items of two packages differ",
+        "A line for each: - only in PKG, + only in OTHER, ~ another body. Where the items\n"
+        "lie, and the identity of the packages, do not matter.\n"
+        "Exit status: 0 they are the same, 1 they differ, 2 one could not be read.\n"
+        "\n"
+        "Example:\n"
+        "  hpk diff old.hpk new.hpk",
+        &Diff);
+    diffCommand.alias("cmp");
+    AddPositional(diffCommand, "OTHER", diff.other, "The package to compare it with");
+    diffCommand.add_flag("-q,--quiet", diff.quiet, "Show nothing: the exit status tells");
+    diff.colors.AddTo(diffCommand);
+}

@@ -1,0 +1,67 @@
+
+#include "tools/common/AtomicFile.h"
+#include "tools/common/PrintableText.h"
+#include "tools/hpk/Commands.h"
+#include "tools/hpk/MapPicture.h"
+
+namespace {
+
+struct MapOptions : PackageOptions {
+    std::string svg;
+    unsigned int width = 0;
+    Colors colors;
+};
+
+}  // namespace
+
+static std::string Title(const std::string& path, const Layout& layout) {
+    std::uint64_t items = 0;
+    for (const auto kind : {Layout::smallItem, Layout::mediumItem, Layout::largeItem}) {
+        items += layout.totals[kind].count;
+    }
+    const std::string name = path.substr(path.rfind('/') + 1);
+    return PrintableText(name) + ": " + std::to_string(items) +
+           (items == 1 ? " item, " : " items, ") + std::to_string(layout.Size()) + " bytes";
+}
+
+static void Map(const MapOptions& options) {
+    PackageReader reader(options.package);
+    const Layout layout(reader);
+    const std::string title = Title(options.package, layout);
+    if (options.svg.empty()) {
+        const unsigned int width =
+            options.width != 0 ? options.width : TerminalWidth(STDOUT_FILENO);
+        DrawMapAsText(layout, title, options.colors, width);
+    } else {
+        const std::string picture = DrawMapAsSvg(layout, title);
+        if (options.svg == "-") {
+            WriteAll(STDOUT_FILENO, picture.data(), picture.size(), "standard output");
+        } else {
+            AtomicFile file(options.svg, AtomicFile::Existing::replace);
+            WriteAll(file.Descriptor(), picture.data(), picture.size(), options.svg);
+            file.Commit();
+        }
+    }
+    if (layout.damaged) {
+        throw ReportedFailure();
+    }
+}
+
+void AddMapCommands(CLI::App& app) {
+    const auto [mapCommand, map] = AddPackageCommand(
+        app, "map", "Draw what lies where in a package",
+        "The bytes from the first to the last, row by row: header, items by size, index\n"
+        "and dead space; below that how many there are, their bytes and their share.\n"
+        "\n"
+        "Examples:\n"
+        "  hpk map include.hpk\n"
+        "  hpk map include.hpk --svg include.svg",
+        &Map);
+    mapCommand
+        .add_option("--svg", map.svg,
+                    "Write a picture with the items' names; - for standard output")
+        ->type_name("FILE");
+    mapCommand.add_option("--width", map.width, "Columns to draw in instead of the terminal's")
+        ->type_name("N");
+    map.colors.AddTo(mapCommand);
+}

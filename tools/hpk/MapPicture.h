@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+#include "tools/common/Terminal.h"
+#include "tools/hpk/Layout.h"
+
+/// Draws a package on standard output in lines of `width` columns: coloured blocks, or letters.
+void DrawMapAsText(const Layout& layout, const std::string& title, const Colors& colors,
+                   unsigned int width);
+
+/// Draws a package as an SVG picture; the names of items come up where the pointer rests.
+std::string DrawMapAsSvg(const Layout& layout, const std::string& title);

@@ -1,0 +1,190 @@
+#include "tools/hpk/PackageFile.h"
+
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "hpack/HpackFormat.h"
+#include "tools/common/AtomicFile.h"
+#include "tools/common/KeyText.h"
+
+static const char* What(int number) {
+    switch (number) {
+        case HioErrors::open:
+            return "cannot open";
+        case HioErrors::close:
+        case HioErrors::write:
+            return "cannot write";
+        default:
+            return "cannot read";
+    }
+}
+
+std::string TooLarge() {
+    return "no package can have more than " + std::to_string(HpackFormat::maxStreamSize) + " bytes";
+}
+
+// The system has not failed: the stream or the package has refused by itself.
+static std::string OwnReason(int number) {
+    switch (number) {
+        case HioErrors::write:
+            return TooLarge();
+        case HioErrors::read:
+            return "it ends too soon";
+        default:
+            return "an offset leads nowhere";
+    }
+}
+
+PackageFailure Explain(const qtX<HioErr>& error, const std::string& shown, int systemError) {
+    const std::string reason =
+        systemError == 0 ? OwnReason(error.Number()) : std::strerror(systemError);
+    return PackageFailure(std::string(What(error.Number())) + ' ' + shown + ": " + reason);
+}
+
+PackageFailure Explain(const qtX<Hpack>& error, const std::string& shown) {
+    for (const char* const text :
+         {HpackErrors::missingKey, HpackErrors::invalidItem, HpackErrors::wrongItem}) {
+        if (error.Number() == HpackErrors::key && std::string_view(error.Text()).find(text) == 0) {
+            return PackageFailure(shown + ": " + text + QuoteKey(error.Arguments().at(1)));
+        }
+    }
+    for (const char* const text : {HpackErrors::cannotReadIndex, HpackErrors::notExpectedFormat}) {
+        if (std::string_view(error.Text()).find(text) == 0) {
+            return PackageFailure(text + shown);
+        }
+    }
+    return PackageFailure(shown + ": " + error.Text());
+}
+
+PackageFailure NoSuchItem(const std::string& shown, const qtString& key) {
+    return PackageFailure(shown + ": " + HpackErrors::missingKey + QuoteKey(key));
+}
+
+PackageReader::PackageReader(const std::string& packagePath)
+    : path(packagePath), stream(new Hfile32) {
+    const qtPtrLight<Generic32> shared(stream);
+    const FileDescriptor file = OpenRegular(path, O_RDONLY);
+    OnPackage(path, [&] {
+        stream->Open(path, 'r');
+        package.Open(shared, 'r');
+    });
+}
+
+static std::uint32_t ReadWord(Generic32& stream) {
+    char bytes[HpackFormat::wordSize];
+    stream.Read(bytes, sizeof bytes);
+    return HpackFormat::Word(bytes);
+}
+
+std::vector<qtString> PackageReader::Keys() const {
+    std::vector<qtString> keys;
+    package.GetIndex(keys);
+    return keys;
+}
+
+PackageReader::Place PackageReader::Find(const qtString& key) {
+    return OnPackage(path, [&] {
+        Place place;
+        package.GetKeyInfo(key, place.offset, place.size);
+        return place;
+    });
+}
+
+std::uint32_t PackageReader::IndexOffset() {
+    return OnPackage(path, [&] {
+        stream->Seek(HpackFormat::indexOffsetAt);
+        return ReadWord(*stream);
+    });
+}
+
+std::uint32_t PackageReader::Size() {
+    return OnPackage(path, [&] { return stream->GetFileSize(); });
+}
+
+void PackageReader::Read(const qtString& key, Part part,
+                         const std::function<void(const char*, std::size_t)>& take) {
+    unsigned int left = OnPackage(path, [&] {
+        package.PositionOnKey(key);
+        const std::uint32_t size = ReadWord(*stream);
+        if (std::uint64_t{stream->Tell()} + size > stream->GetFileSize()) {
+            throw PackageFailure(path + ": the body of " + QuoteKey(key) + " is cut");
+        }
+        stream->Seek(static_cast<int>(stream->Tell() + part.StartIn(size)));
+        return part.LengthIn(size);
+    });
+    constexpr unsigned int pieceSize = 256 * 1024;
+    piece.resize(pieceSize);
+    while (left != 0) {
+        const unsigned int count = std::min(left, pieceSize);
+        OnPackage(path, [&] { stream->Read(piece.data(), count); });
+        take(piece.data(), count);
+        left -= count;
+    }
+}
+
+static bool SameFile(int descriptor, const std::string& path) {
+    struct stat opened;
+    struct stat named;
+    return fstat(descriptor, &opened) == 0 && stat(path.c_str(), &named) == 0 &&
+           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+LockedPackage::LockedPackage(const std::string& packagePath) : path(packagePath) {
+    // Whoever had the lock may have put another file in its place.
+    do {
+        file = OpenRegular(path, O_RDWR);
+        if (flock(file.Get(), LOCK_EX) != 0) {
+            return;  // a file system without locks: nothing is worse than without this
+        }
+    } while (!SameFile(file.Get(), path));
+}
+
+void LockedPackage::CopyTo(int descriptor, CTProgress& progress) const {
+    struct stat status;
+    if (fstat(file.Get(), &status) != 0) {
+        throw SystemFailure("cannot read", path, errno);
+    }
+    if (status.st_size > off_t{HpackFormat::maxStreamSize}) {
+        throw PackageFailure("cannot change " + path + ": " + TooLarge());
+    }
+    constexpr std::size_t pieceSize = std::size_t{4} << 20;
+    StartPhase(progress, "copying", static_cast<std::size_t>(status.st_size) / pieceSize);
+    for (;; progress.Increment(1)) {
+        StopIfInterrupted(progress);
+        const ssize_t copied =
+            copy_file_range(file.Get(), nullptr, descriptor, nullptr, pieceSize, 0);
+        if (copied == 0) {
+            break;
+        }
+        if (copied < 0) {
+            if (errno == ENOSPC || errno == EIO || errno == EFBIG || errno == EDQUOT) {
+                throw SystemFailure("cannot write", path, errno);
+            }
+            break;  // not every file system can
+        }
+    }
+    // What is left, which is everything or nothing.
+    std::vector<char> piece(pieceSize / 16);
+    while (const std::size_t count = ReadSome(file.Get(), piece.data(), piece.size(), path)) {
+        StopIfInterrupted(progress);
+        WriteAll(descriptor, piece.data(), count, path);
+    }
+}
+
+void ChangePackage(const LockedPackage& original, bool quiet, const PackageChange& change) {
+    RunLongWork(quiet, [&](CTProgress& progress) {
+        const std::string& path = original.Path();
+        AtomicFile copy(path, AtomicFile::Existing::replace);
+        original.CopyTo(copy.Descriptor(), progress);
+        Hpack package;
+        OnPackage(path, [&] { package.Open(copy.Path(), 'u'); });
+        change(package, progress);
+        OnPackage(path, [&] { package.Close(); });
+        StartPhase(progress, "saving", 0);
+        StopIfInterrupted(progress);
+        copy.Commit();
+    });
+}

@@ -1,0 +1,236 @@
+#include <cinttypes>
+#include <cstdio>
+#include <optional>
+
+#include "hpack/HpackCheck.h"
+#include "hpack/HpackCompact.h"
+#include "hpack/HpackRecover.h"
+#include "tools/common/AtomicFile.h"
+#include "tools/common/JsonOutput.h"
+#include "tools/common/KeyText.h"
+#include "tools/common/PrintableText.h"
+#include "tools/hpk/Commands.h"
+#include "tools/hpk/PackageFile.h"
+
+namespace {
+
+struct CheckOptions : PackageOptions {
+    bool json = false;
+};
+
+struct RecoverOptions : PackageOptions {
+    std::string output;
+    bool all = false;
+    bool force = false;
+};
+
+struct CompactOptions : PackageOptions {
+    std::string output;
+    std::string order = "key";
+    bool force = false;
+};
+
+}  // namespace
+
+// Any bytes, whether they open as a package or not.
+static void OpenAnything(Hfile32& file, const std::string& path) {
+    OpenRegular(path, O_RDONLY);
+    OnPackage(path, [&] { file.Open(path, 'r'); });
+}
+
+static Json Describe(const HpackFault& fault) {
+    Json json = {{"kind", HpackFault::Name(fault.kind)}, {"offset", fault.offset}};
+    if (fault.ofItem) {
+        json["key"] = QuoteKey(fault.key);
+    }
+    if (fault.kind == HpackFault::overlapsItem) {
+        json["other"] = QuoteKey(fault.other);
+    }
+    json["text"] = HpackFault::Text(fault.kind);
+    return json;
+}
+
+static void PrintAsJson(const HpackCheckReport& report) {
+    Json faults = Json::array();
+    for (const HpackFault& fault : report.faults) {
+        faults.push_back(Describe(fault));
+    }
+    PrintJson({{"good", report.Good()},
+               {"size", report.size},
+               {"items", report.items},
+               {"whole_items", report.wholeItems},
+               {"faults", faults}});
+}
+
+static void PrintFault(const std::string& package, const HpackFault& fault) {
+    std::printf("%s: ", PrintableText(package).c_str());
+    if (fault.ofItem) {
+        std::printf("%s, at %" PRIu32 ": ", QuoteKey(fault.key).c_str(), fault.offset);
+    }
+    std::printf("%s", HpackFault::Text(fault.kind));
+    if (fault.kind == HpackFault::overlapsItem) {
+        std::printf(": %s", QuoteKey(fault.other).c_str());
+    }
+    std::putchar('\n');
+}
+
+static void Check(const CheckOptions& options) {
+    Hfile32 file;
+    OpenAnything(file, options.package);
+    const HpackCheckReport report = OnPackage(options.package, [&] { return HpackCheck(file); });
+    if (options.json) {
+        PrintAsJson(report);
+    } else {
+        for (const HpackFault& fault : report.faults) {
+            PrintFault(options.package, fault);
+        }
+    }
+    if (!report.Good()) {
+        throw ReportedFailure();
+    }
+}
+
+static const char* IndexText(HpackRecoverReport::Index index) {
+    switch (index) {
+        case HpackRecoverReport::good:
+            return "the index is in order";
+        case HpackRecoverReport::strayed:
+            return "the header has lost the index, which was found elsewhere";
+        case HpackRecoverReport::damaged:
+            return "the index is damaged: what was deleted may be back";
+        default:
+            return "there is no index: what was deleted may be back";
+    }
+}
+
+static void PrintReport(const RecoverOptions& options, const HpackRecoverReport& report) {
+    const std::string package = PrintableText(options.package);
+    for (const HpackRecoverNote& note : report.notes) {
+        const bool nowTaken = note.kind == HpackRecoverNote::unlisted && options.all;
+        std::printf("%s: %s, at %" PRIu32 ": %s%s\n", package.c_str(), QuoteKey(note.key).c_str(),
+                    note.offset, HpackRecoverNote::Text(note.kind), nowTaken ? "; taken" : "");
+    }
+    std::printf("%s: %s\n", package.c_str(), IndexText(report.index));
+    if (!report.header) {
+        std::printf("%s: the header is lost: identity and state are 0\n", package.c_str());
+    }
+    std::printf("%s: %" PRIu32 " items recovered, %" PRIu32 " by the index; %" PRIu32
+                " other versions left out\n",
+                package.c_str(), report.items, report.listed, report.superseded);
+}
+
+static AtomicFile::Existing Target(bool force) {
+    return force ? AtomicFile::Existing::replace : AtomicFile::Existing::refuse;
+}
+
+static HpackStep ShowSteps(CTProgress& progress, const char* status) {
+    return [&progress, status](std::size_t item, std::size_t count) {
+        StopIfInterrupted(progress);
+        if (item == 0) {
+            StartPhase(progress, status, count);
+        }
+        progress.Increment(1);
+    };
+}
+
+static void Recover(const RecoverOptions& options) {
+    Hfile32 file;
+    OpenAnything(file, options.package);
+    HpackRecoverReport report;
+    RunLongWork(options.quiet, [&](CTProgress& progress) {
+        AtomicFile output(options.output, Target(options.force));
+        Hpack target;
+        HpackRecoverOptions how;
+        how.unlisted = options.all;
+        how.beforeItem = ShowSteps(progress, "copying");
+        StartPhase(progress, "searching", 0);
+        OnPackage(options.package, [&] {
+            target.Open(output.Path(), 'w');
+            report = HpackRecover(file, target, how);
+            target.Close();
+        });
+        if (report.items == 0 && !report.header) {
+            throw ToolFailure(options.package + ": nothing in it is of a package");
+        }
+        output.Commit();
+    });
+    if (!options.quiet) {
+        PrintReport(options, report);
+    }
+}
+
+// What was written is read back and compared before it gets the name.
+static void CompactTo(AtomicFile& output, const CompactOptions& options, CTProgress& progress) {
+    const HpackOrder order = options.order == "key" ? HpackOrder::key : HpackOrder::offset;
+    OnPackage(options.package, [&] {
+        Hpack source;
+        OpenRegular(options.package, O_RDONLY);
+        source.Open(options.package, 'r');
+        Hpack target;
+        target.Open(output.Path(), 'w');
+        HpackCompact(source, target, order, ShowSteps(progress, "copying"));
+        target.Close();
+        target.Open(output.Path(), 'r');
+        if (!HpackSame(source, target, ShowSteps(progress, "comparing"))) {
+            throw ToolFailure(options.package + ": what was written does not read back the same");
+        }
+    });
+    output.Commit();
+}
+
+static void Compact(const CompactOptions& options) {
+    RunLongWork(options.quiet, [&](CTProgress& progress) {
+        const bool inPlace = options.output.empty();
+        std::optional<LockedPackage> lock;
+        if (inPlace) {
+            lock.emplace(options.package);
+        }
+        AtomicFile output(inPlace ? options.package : options.output,
+                          Target(inPlace || options.force));
+        CompactTo(output, options, progress);
+    });
+}
+
+void AddRepairCommands(CLI::App& app) {
+    const auto [checkCommand, check] = AddPackageCommand(
+        app, "check", "Read all of a package and say what is wrong with it",
+        "A line for each fault; nothing, and exit status 0, when there is none. Works on files\n"
+        "that do not open. Bodies have no checksum: changed bytes in one are not seen.\n"
+        "\n"
+        "Examples:\n"
+        "  hpk check letters.hpk\n"
+        "  hpk check --json letters.hpk",
+        &Check);
+    checkCommand.add_flag("--json", check.json, "Show one object");
+
+    const auto [recoverCommand, recover] = AddPackageCommand(
+        app, "recover", "Make a package of what can be read of a damaged one",
+        "Items come from the index and, where there is none or it is damaged, from a search for\n"
+        "records. What was dropped or could not be decided is said, a line each. The index\n"
+        "decides what was deleted; without it deleted items may come back.\n"
+        "\n"
+        "Example:\n"
+        "  hpk recover damaged.hpk saved.hpk",
+        &Recover);
+    AddPositional(recoverCommand, "OUT", recover.output, "The new package");
+    recoverCommand.add_flag("-a,--all", recover.all, "Take also what was deleted, or never saved");
+    recoverCommand.add_flag("-f,--force", recover.force, "Replace an existing file");
+    recover.AddQuiet(recoverCommand);
+
+    const auto [compactCommand, compact] = AddPackageCommand(
+        app, "compact", "Write a package anew without its dead space",
+        "Same items, identity and state. The new file takes the package's place, or that of\n"
+        "OUT, once it has been read back and compared.\n"
+        "\n"
+        "Examples:\n"
+        "  hpk compact letters.hpk\n"
+        "  hpk compact letters.hpk small.hpk --order offset",
+        &Compact);
+    compactCommand.add_option("OUT", compact.output, "A new package instead")->type_name("");
+    compactCommand
+        .add_option("--order", compact.order, "Order of the records: key (the default) or offset")
+        ->check(CLI::IsMember({"key", "offset"}))
+        ->type_name("");
+    compactCommand.add_flag("-f,--force", compact.force, "Replace an existing OUT");
+    compact.AddQuiet(compactCommand);
+}

@@ -1,0 +1,38 @@
+#include "tools/common/KeyText.h"
+#include "tools/common/Tool.h"
+#include "tools/hpk/Commands.h"
+#include "tools/hpk/PackageFile.h"
+
+static std::vector<std::string> ShownKeys(const std::vector<std::string>& words) {
+    std::vector<std::string> shown;
+    for (const qtString& key : PackageReader(words.at(0)).Keys()) {
+        shown.push_back(QuoteKey(key));
+    }
+    return shown;
+}
+
+int main(int argc, char** argv) {
+    CLI::App app("Works with packages: files that hold named items.", "hpk");
+    app.require_subcommand(1);
+    app.footer(
+        "Keys are any bytes. One that is not printable is shown, and may be given, in quotes:\n"
+        "  hpk get a.hpk '\"line\\nend\"'\n"
+        "\n"
+        "Examples:\n"
+        "  hpk create a.hpk /usr/include\n"
+        "  hpk list -l a.hpk 'linux/*'\n"
+        "  hpk get a.hpk linux/types.h\n"
+        "  hpk create --help\n"
+        "\n"
+        "Exit status: 0 done, 1 the operation failed, 2 the command line makes no sense.");
+    AddPackCommands(app);
+    AddListCommands(app);
+    AddInfoCommands(app);
+    AddGetCommands(app);
+    AddChangeCommands(app);
+    AddCompareCommands(app);
+    AddMapCommands(app);
+    AddIdentityCommands(app);
+    AddRepairCommands(app);
+    return RunTool(app, argc, argv, &ShownKeys);
+}
