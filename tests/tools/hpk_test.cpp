@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 /// Makes of JSON what Python prints of it.
 const std::string json = " | python3 -c 'import json, sys; print(json.load(sys.stdin))'";
 
-class HpackToolTest : public ToolTest {
+class HpkToolTest : public ToolTest {
 protected:
     using Files = Contents;
 
@@ -38,7 +38,7 @@ protected:
     static void MakePackage(const Contents& items) { WriteFile("p", Package(items)); }
 };
 
-TEST_F(HpackToolTest, TreeWithOddNamesComesBackAsItWas) {
+TEST_F(HpkToolTest, TreeWithOddNamesComesBackAsItWas) {
     std::string deep;
     std::string large;
     for (int level = 0; level < 60; ++level) {
@@ -73,7 +73,7 @@ TEST_F(HpackToolTest, TreeWithOddNamesComesBackAsItWas) {
     Done("hpk list tree/old.hpk");
 }
 
-TEST_F(HpackToolTest, CommandsDoWhatTheySay) {
+TEST_F(HpkToolTest, CommandsDoWhatTheySay) {
     WriteTree({{"in/a", "1"}, {"in/sub/b", "22"}, {"c", "333"}, {"more/a", "one"}}, ".");
     Done("hpk create p in c; hpk list -l p",
          "         1         16  a\n         3         30  c\n"
@@ -94,7 +94,7 @@ TEST_F(HpackToolTest, CommandsDoWhatTheySay) {
     Done("hpk list p --number 8", "\"\\x00\\x00\\x00\\x08\"\n");
 }
 
-TEST_F(HpackToolTest, HabitsOfOtherToolsWork) {
+TEST_F(HpkToolTest, HabitsOfOtherToolsWork) {
     MakePackage({{"a", "one"}, {"b*", "two"}, {"bc", "3"}, {"s/x", std::string(1025, 'x')}});
     Done("hpk ls -lh p s/ a",
          "    3         16  a\n"
@@ -127,7 +127,7 @@ TEST_F(HpackToolTest, HabitsOfOtherToolsWork) {
     Fails("hpk verify x", "unknown word or option verify; did you mean check? (see hpk --help)", 2);
 }
 
-TEST_F(HpackToolTest, MapShowsWhatIsWhere) {
+TEST_F(HpkToolTest, MapShowsWhatIsWhere) {
     MakePackage({{"<&\"", "a"}, {"b", std::string(1100, 'b')}, {"c", "3"}});
     Done("hpk rm p c; hpk map p | grep 64K", "oo  item up to 64K        1  1.1K  93.1%\n");
     Done("hpk map p --color=always | tail -n 1 | cut -c1-16", "\33[48;5;245m  \33[0\n");
@@ -142,7 +142,7 @@ TEST_F(HpackToolTest, MapShowsWhatIsWhere) {
         "dead space: 14 bytes at 1145\n");
 }
 
-TEST_F(HpackToolTest, KeysAreGivenAsTheyAreShown) {
+TEST_F(HpkToolTest, KeysAreGivenAsTheyAreShown) {
     const Files shown = {{"plain", "plain"},
                          {"", R"("")"},
                          {" edge", R"(" edge")"},
@@ -175,7 +175,7 @@ TEST_F(HpackToolTest, KeysAreGivenAsTheyAreShown) {
     Fails("hpk list p no 'n*'", "p: no item matches n*\nhpk: p: no item matches no");
 }
 
-TEST_F(HpackToolTest, JsonTellsWhatThePackageIs) {
+TEST_F(HpkToolTest, JsonTellsWhatThePackageIs) {
     MakePackage({{"a", "first"}, {qtString("\xff\0", 2), "second"}, {"z", "third"}});
     WriteFile("text", "a longer body");
     Done("hpk put p a </dev/null; hpk put p z text; hpk id p 1 2 3");
@@ -198,7 +198,7 @@ TEST_F(HpackToolTest, JsonTellsWhatThePackageIs) {
     Fails("hpk put none a text", "none: Input file does not have an index");
 }
 
-TEST_F(HpackToolTest, FailuresAreOneLineWithFileAndReason) {
+TEST_F(HpkToolTest, FailuresAreOneLineWithFileAndReason) {
     MakePackage({{"a", "1"}, {"b", "2"}});
     const std::string former = FileBytes("p");
     Done("mkfifo pipe; mkdir dir; head -c 10 p >cut; seq 20000 >large");
@@ -253,7 +253,7 @@ TEST_F(HpackToolTest, FailuresAreOneLineWithFileAndReason) {
     Done("hpk --version", "1.0.0.79.0\n");
 }
 
-TEST_F(HpackToolTest, ExtractStaysInItsFolder) {
+TEST_F(HpkToolTest, ExtractStaysInItsFolder) {
     const Files refused = {{"", "an empty key names no file"},
                            {"../up", "the path has a \"..\""},
                            {"./a", "the path has an empty part or a \".\""},
@@ -313,7 +313,7 @@ bool Interrupt(const std::string& words) {
     return stopped;
 }
 
-TEST_F(HpackToolTest, InterruptLeavesWhatWasThere) {
+TEST_F(HpkToolTest, InterruptLeavesWhatWasThere) {
     if (EMULATED) {
         GTEST_SKIP() << "an emulator's signals and threads are not the machine's";
     }
@@ -333,7 +333,7 @@ TEST_F(HpackToolTest, InterruptLeavesWhatWasThere) {
     }
 }
 
-TEST_F(HpackToolTest, ChangesAtOnceAreAllKept) {
+TEST_F(HpkToolTest, ChangesAtOnceAreAllKept) {
     MakePackage({});
     Done(
         "for n in 0 1 2 3 4 5 6 7; do echo $n | hpk put p $n & done; wait; "
@@ -341,7 +341,7 @@ TEST_F(HpackToolTest, ChangesAtOnceAreAllKept) {
         "0\n1\n2\n3\n4\n5\n6\n7\n");
 }
 
-TEST_F(HpackToolTest, DamagedPackages) {
+TEST_F(HpkToolTest, DamagedPackages) {
     MakePackage({{"a", "1"}, {"b", "22"}, {"c\n", "3"}});
     Done("chmod 640 p; hpk check p");
     Done("hpk rm p b; hpk put p a p; hpk state p 7; cp p whole");

@@ -10,6 +10,8 @@
 
 #include "tools/common/Failures.h"
 
+namespace vantry_tools {
+
 // "" is the current folder.
 static std::string FolderOf(const std::string& path) {
     return path.substr(0, path.rfind('/') + 1);
@@ -115,3 +117,5 @@ void AtomicFile::Rename() {
 void AtomicFile::FailExists() const {
     throw ToolFailure("cannot create " + shown + ": it is already there (--force replaces it)");
 }
+
+}  // namespace vantry_tools

@@ -6,6 +6,8 @@
 
 #include "tools/common/FileDescriptor.h"
 
+namespace vantry_tools {
+
 /// A file that is built beside its target and takes the target's name when it is whole:
 ///
 ///     AtomicFile file("a.txt", AtomicFile::Existing::replace);
@@ -47,3 +49,5 @@ private:
     std::string path;  // empty: nothing to remove
     FileDescriptor descriptor;
 };
+
+}  // namespace vantry_tools

@@ -3,6 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
+namespace vantry_tools {
+
 /// A command of a tool, and the options that it fills in.
 template <class Options>
 struct Command {
@@ -29,3 +31,5 @@ template <class Value>
 void AddPositional(CLI::App& command, const char* name, Value& value, const char* description) {
     command.add_option(name, value, description)->required()->type_name("");
 }
+
+}  // namespace vantry_tools

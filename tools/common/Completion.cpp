@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 
+namespace vantry_tools {
+
 static void Offer(const std::string& text, const std::string& description) {
     const std::string line = description.substr(0, description.find('\n'));
     std::printf("=%s\t%s\n", text.c_str(), line.c_str());
@@ -129,3 +131,5 @@ void PrintCompletions(const CLI::App& app, const std::vector<std::string>& words
         OfferPositional(*command, words.empty() ? "" : words.back(), given, keys);
     }
 }
+
+}  // namespace vantry_tools

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace vantry_tools {
+
 /// The keys that may come next, as the tool shows them, by the words of a command line that are no
 /// options: what stands before the keys. May throw: there are none then.
 using KeyLister = std::function<std::vector<std::string>(const std::vector<std::string>& words)>;
@@ -14,3 +16,5 @@ using KeyLister = std::function<std::vector<std::string>(const std::vector<std::
 /// ":folder" where the shell is to complete those.
 void PrintCompletions(const CLI::App& app, const std::vector<std::string>& words,
                       const KeyLister& keys);
+
+}  // namespace vantry_tools

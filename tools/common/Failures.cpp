@@ -8,6 +8,8 @@
 #include "basekit/qtxAll.h"
 #include "tools/common/PrintableText.h"
 
+namespace vantry_tools {
+
 void PrintError(std::string_view text) {
     const std::string line =
         std::string(program_invocation_short_name) + ": " + PrintableText(text) + '\n';
@@ -35,3 +37,5 @@ std::string DescribeException() {
         return "unknown error";
     }
 }
+
+}  // namespace vantry_tools

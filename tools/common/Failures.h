@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+namespace vantry_tools {
+
 // How the command-line tools fail: whatever is thrown below RunTool() becomes one line on standard
 // error, "hpk: a.hpk: No such file or directory", and an exit status.
 
@@ -44,3 +46,5 @@ std::string DescribeException();
 
 /// "WHAT PATH: reason", the reason being the system's text for `error`.
 ToolFailure SystemFailure(std::string_view what, std::string_view path, int error);
+
+}  // namespace vantry_tools

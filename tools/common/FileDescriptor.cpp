@@ -6,6 +6,8 @@
 
 #include "tools/common/Failures.h"
 
+namespace vantry_tools {
+
 FileDescriptor OpenRegular(const std::string& path, int flags) {
     // Opening a FIFO would wait for its other end.
     FileDescriptor file(open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -47,3 +49,5 @@ void WriteAll(int descriptor, const char* data, std::size_t count, const std::st
         count -= static_cast<std::size_t>(taken);
     }
 }
+
+}  // namespace vantry_tools

@@ -7,6 +7,8 @@
 #include <string>
 #include <utility>
 
+namespace vantry_tools {
+
 /// Owns an open file descriptor; -1 is none.
 class FileDescriptor {
 public:
@@ -39,3 +41,5 @@ std::size_t ReadSome(int descriptor, char* data, std::size_t count, const std::s
 
 /// Writes all bytes. @throws ToolFailure that names `shown`
 void WriteAll(int descriptor, const char* data, std::size_t count, const std::string& shown);
+
+}  // namespace vantry_tools

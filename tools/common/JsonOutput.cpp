@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <string>
 
+namespace vantry_tools {
+
 static void PrintValue(const Json& value, int indent) {
     const std::string text = value.dump(indent, ' ', false, Json::error_handler_t::replace);
     std::fwrite(text.data(), 1, text.size(), stdout);
@@ -26,3 +28,5 @@ void JsonArrayPrinter::Print(const Json& element) {
 void JsonArrayPrinter::End() {
     std::fputs(empty ? "]\n" : "\n]\n", stdout);
 }
+
+}  // namespace vantry_tools

@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+namespace vantry_tools {
+
 /// An object whose members keep the order in which they were added.
 using Json = nlohmann::ordered_json;
 
@@ -19,3 +21,5 @@ public:
 private:
     bool empty = true;
 };
+
+}  // namespace vantry_tools

@@ -7,6 +7,8 @@
 #include "tools/common/Failures.h"
 #include "tools/common/PrintableText.h"
 
+namespace vantry_tools {
+
 bool NeedsQuotes(std::string_view key) {
     // Blanks at the ends would be lost on the reader.
     return key.empty() || key.front() == '"' || key.front() == ' ' || key.back() == ' ' ||
@@ -78,3 +80,5 @@ bool MatchesGlob(const std::string& glob, std::string key) {
     std::replace(key.begin(), key.end(), '\0', '\1');
     return fnmatch(glob.c_str(), key.c_str(), 0) == 0;
 }
+
+}  // namespace vantry_tools

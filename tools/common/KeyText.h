@@ -3,6 +3,8 @@
 #include <string>
 #include <string_view>
 
+namespace vantry_tools {
+
 // Keys are any bytes; terminals, error lines and command lines take text. A key of printable
 // characters stands for itself. Any other is shown in quotes, with escapes:
 //
@@ -26,3 +28,5 @@ std::string UnquoteKey(std::string_view text);
 
 /// Whether a key matches a pattern of the shell's kind, in which * also matches slashes.
 bool MatchesGlob(const std::string& glob, std::string key);
+
+}  // namespace vantry_tools

@@ -11,6 +11,8 @@
 #include "tools/common/Failures.h"
 #include "tools/common/ProgressBar.h"
 
+namespace vantry_tools {
+
 namespace {
 
 class WorkStopped {};
@@ -113,3 +115,5 @@ void StopIfInterrupted(const CTProgress& progress) {
         throw WorkStopped();
     }
 }
+
+}  // namespace vantry_tools

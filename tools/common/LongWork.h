@@ -5,6 +5,8 @@
 
 #include "Vantry/CTProgress.h"
 
+namespace vantry_tools {
+
 /// Runs `work` on a thread of its own, while the calling thread shows its progress in a bar and
 /// turns Ctrl-C (and the requests to end and to hang up) into an interrupt of the progress record:
 ///
@@ -27,3 +29,5 @@ void StartPhase(CTProgress& progress, const char* status, std::size_t total);
 /// Ends the work from within, once the user wants that: whatever it has begun is then taken back by
 /// destructors.
 void StopIfInterrupted(const CTProgress& progress);
+
+}  // namespace vantry_tools

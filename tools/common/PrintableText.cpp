@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+namespace vantry_tools {
+
 // No text can have more.
 static constexpr std::uint32_t noCharacter = 0xffffffff;
 
@@ -79,3 +81,5 @@ std::string PrintableText(std::string_view text, std::string_view also) {
     }
     return out;
 }
+
+}  // namespace vantry_tools

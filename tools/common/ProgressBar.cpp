@@ -9,6 +9,8 @@
 
 #include "tools/common/Terminal.h"
 
+namespace vantry_tools {
+
 static void Write(const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), stderr);
     std::fflush(stderr);
@@ -43,3 +45,5 @@ void ProgressBar::Draw(const char* status, int current, int total) {
     Write('\r' + line + "\033[K");
     drawn = true;
 }
+
+}  // namespace vantry_tools

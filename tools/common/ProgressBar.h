@@ -1,5 +1,7 @@
 #pragma once
 
+namespace vantry_tools {
+
 /// Shows how far long work is, in one line of standard error that is drawn again and again:
 ///
 ///     packing  [###########-------------------]  37%
@@ -20,3 +22,5 @@ private:
     const bool shows;
     bool drawn = false;
 };
+
+}  // namespace vantry_tools

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+namespace vantry_tools {
+
 // Words of archivers, shells and databases, and what has their meaning here.
 static constexpr struct {
     std::string_view word;
@@ -118,3 +120,5 @@ std::string SuggestWord(const CLI::App& app, const CLI::App* command, const std:
     return takesFiles && std::filesystem::exists(word, ignored) ? "list " + word
                                                                 : Closest(word, names);
 }
+
+}  // namespace vantry_tools

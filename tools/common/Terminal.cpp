@@ -5,6 +5,8 @@
 
 #include <cstdlib>
 
+namespace vantry_tools {
+
 unsigned int TerminalWidth(int descriptor) {
     winsize size{};
     return ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : 80;
@@ -51,3 +53,5 @@ std::string HumanSize(std::uint64_t bytes) {
                            : std::to_string(inUnits(1));
     return text += std::string_view("KMGTPE")[power];
 }
+
+}  // namespace vantry_tools

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+namespace vantry_tools {
+
 // What output for people's eyes needs: width, colour, sizes.
 
 /// The columns of the terminal that `descriptor` is; 80 where it is none.
@@ -25,3 +27,5 @@ private:
 
 /// Bytes as people read them, in at most 4 characters: "512", "1.5K", "12M"; rounded up.
 std::string HumanSize(std::uint64_t bytes);
+
+}  // namespace vantry_tools

@@ -11,6 +11,8 @@
 #include "Vantry/VantryVersion.h"
 #include "tools/common/Suggestion.h"
 
+namespace vantry_tools {
+
 static void FlushOutput() {
     errno = 0;
     std::cout.flush();
@@ -155,3 +157,5 @@ int RunTool(CLI::App& app, int argc, char** argv, const KeyLister& keys) {
         return exitFailed;
     }
 }
+
+}  // namespace vantry_tools

@@ -5,6 +5,8 @@
 #include "tools/common/Completion.h"
 #include "tools/common/Failures.h"
 
+namespace vantry_tools {
+
 // How the command-line tools start and end.
 //
 //     int main(int argc, char** argv) {
@@ -17,3 +19,5 @@
 /// they throw into a line and an exit status. Output that can not be written is a failure, too.
 /// @param keys what the shells' completion offers for keys
 int RunTool(CLI::App& app, int argc, char** argv, const KeyLister& keys);
+
+}  // namespace vantry_tools

@@ -6,6 +6,8 @@
 #include "tools/hpk/KeyArguments.h"
 #include "tools/hpk/PackageFile.h"
 
+namespace vantry_tools {
+
 namespace {
 
 struct RemoveOptions : PackageOptions {
@@ -91,3 +93,5 @@ void AddChangeCommands(CLI::App& app) {
     moveCommand.add_flag("-f,--force", move.force, "Replace an item that has the new key");
     move.AddQuiet(moveCommand);
 }
+
+}  // namespace vantry_tools

@@ -4,6 +4,8 @@
 
 #include "tools/common/Command.h"
 
+namespace vantry_tools {
+
 // Each function adds a group of commands; the file is named after the group.
 
 void AddPackCommands(CLI::App& app);      // create, add, put
@@ -43,3 +45,5 @@ Command<Options> AddPackageCommand(CLI::App& app, const char* name, const char* 
     command.options.AddPackage(command.app);
     return command;
 }
+
+}  // namespace vantry_tools

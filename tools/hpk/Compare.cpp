@@ -6,6 +6,8 @@
 #include "tools/hpk/Commands.h"
 #include "tools/hpk/PackageFile.h"
 
+namespace vantry_tools {
+
 namespace {
 
 struct DiffOptions : PackageOptions {
@@ -109,3 +111,5 @@ void AddCompareCommands(CLI::App& app) {
     diffCommand.add_flag("-q,--quiet", diff.quiet, "Show nothing: the exit status tells");
     diff.colors.AddTo(diffCommand);
 }
+
+}  // namespace vantry_tools

@@ -9,6 +9,8 @@
 #include "tools/hpk/OutputFolder.h"
 #include "tools/hpk/PackageFile.h"
 
+namespace vantry_tools {
+
 namespace {
 
 struct GetOptions : PackageOptions {
@@ -170,3 +172,5 @@ void AddGetCommands(CLI::App& app) {
         ->type_name("DIR");
     extract.AddQuiet(extractCommand);
 }
+
+}  // namespace vantry_tools

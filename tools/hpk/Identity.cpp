@@ -7,6 +7,8 @@
 #include "tools/hpk/Commands.h"
 #include "tools/hpk/PackageFile.h"
 
+namespace vantry_tools {
+
 namespace {
 
 struct IdentityOptions : PackageOptions {
@@ -93,3 +95,5 @@ void AddIdentityCommands(CLI::App& app) {
                           &ShowOrSetState);
     AddNumber(stateCommand, "N", state.state, std::numeric_limits<std::uint8_t>::max());
 }
+
+}  // namespace vantry_tools

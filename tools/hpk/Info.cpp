@@ -7,6 +7,8 @@
 #include "tools/hpk/Commands.h"
 #include "tools/hpk/Layout.h"
 
+namespace vantry_tools {
+
 namespace {
 
 struct InfoOptions : PackageOptions {
@@ -77,3 +79,5 @@ void AddInfoCommands(CLI::App& app) {
     AddHuman(infoCommand, info.human);
     infoCommand.add_flag("--json", info.json, "Show one object");
 }
+
+}  // namespace vantry_tools

@@ -8,6 +8,8 @@
 #include "tools/common/Failures.h"
 #include "tools/common/KeyText.h"
 
+namespace vantry_tools {
+
 void KeyArguments::AddTo(CLI::App& command, const char* name, const char* description) {
     // Not a vector of strings: the parser would read some words as something else.
     command
@@ -161,3 +163,5 @@ void KeyChoice::FailIfUnused(const std::string& package) const {
         throw ReportedFailure();
     }
 }
+
+}  // namespace vantry_tools

@@ -10,6 +10,8 @@
 
 #include "basekit/qtString.h"
 
+namespace vantry_tools {
+
 /// The words of a command line that name items: keys as they are shown, in quotes or not; and the
 /// keys of numbers, from --number.
 class KeyArguments {
@@ -65,3 +67,5 @@ private:
     std::vector<Pattern> patterns;
     std::vector<std::string> prefixes;
 };
+
+}  // namespace vantry_tools

@@ -6,6 +6,8 @@
 #include "hpack/HpackFormat.h"
 #include "tools/common/KeyText.h"
 
+namespace vantry_tools {
+
 static Layout::Kind KindOfItem(std::uint64_t size) {
     return size <= Layout::smallSize    ? Layout::smallItem
            : size <= Layout::mediumSize ? Layout::mediumItem
@@ -67,3 +69,5 @@ void Layout::FillGaps(std::uint64_t size) {
     }
     regions = std::move(whole);
 }
+
+}  // namespace vantry_tools

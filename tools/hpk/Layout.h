@@ -8,6 +8,8 @@
 
 #include "tools/hpk/PackageFile.h"
 
+namespace vantry_tools {
+
 /// What the bytes of a package are, from its first to its last.
 struct Layout {
     /// Items are told apart by the size of their records.
@@ -46,3 +48,5 @@ private:
     void Collect(PackageReader& reader);
     void FillGaps(std::uint64_t size);
 };
+
+}  // namespace vantry_tools

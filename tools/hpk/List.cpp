@@ -7,6 +7,8 @@
 #include "tools/hpk/KeyArguments.h"
 #include "tools/hpk/PackageFile.h"
 
+namespace vantry_tools {
+
 namespace {
 
 struct ListOptions : PackageOptions {
@@ -132,3 +134,5 @@ void AddListCommands(CLI::App& app) {
     listCommand.add_flag("-0,--null", list.nul, "End keys with NUL, and never quote them")
         ->excludes(json);
 }
+
+}  // namespace vantry_tools

@@ -4,6 +4,8 @@
 #include "tools/hpk/Commands.h"
 #include "tools/hpk/MapPicture.h"
 
+namespace vantry_tools {
+
 namespace {
 
 struct MapOptions : PackageOptions {
@@ -65,3 +67,5 @@ void AddMapCommands(CLI::App& app) {
         ->type_name("N");
     map.colors.AddTo(mapCommand);
 }
+
+}  // namespace vantry_tools

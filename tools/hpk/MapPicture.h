@@ -6,9 +6,13 @@
 #include "tools/common/Terminal.h"
 #include "tools/hpk/Layout.h"
 
+namespace vantry_tools {
+
 /// Draws a package on standard output in lines of `width` columns: coloured blocks, or letters.
 void DrawMapAsText(const Layout& layout, const std::string& title, const Colors& colors,
                    unsigned int width);
 
 /// Draws a package as an SVG picture; the names of items come up where the pointer rests.
 std::string DrawMapAsSvg(const Layout& layout, const std::string& title);
+
+}  // namespace vantry_tools

@@ -6,6 +6,8 @@
 
 #include "tools/hpk/MapPicture.h"
 
+namespace vantry_tools {
+
 namespace {
 
 // Numbers of the picture, in pixels.
@@ -173,3 +175,5 @@ std::string DrawMapAsSvg(const Layout& layout, const std::string& title) {
     }
     return svg + above + DrawLegend(layout, legendAt) + "</svg>\n";
 }
+
+}  // namespace vantry_tools

@@ -6,6 +6,8 @@
 
 #include "tools/hpk/MapPicture.h"
 
+namespace vantry_tools {
+
 static constexpr char letters[Layout::kindCount + 1] = "HI.oO-";
 // Backgrounds out of 256 colours that stand off a light terminal as well as a dark one.
 static constexpr const char* backgrounds[Layout::kindCount] = {"48;5;162", "48;5;208", "48;5;117",
@@ -80,3 +82,5 @@ void DrawMapAsText(const Layout& layout, const std::string& title, const Colors&
     std::printf("\n");
     DrawLegend(layout, colors);
 }
+
+}  // namespace vantry_tools

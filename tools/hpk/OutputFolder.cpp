@@ -8,6 +8,8 @@
 #include <cstring>
 #include <filesystem>
 
+namespace vantry_tools {
+
 // A file that is not whole yet, in an open folder.
 class OutputFolder::Temporary {
 public:
@@ -137,3 +139,5 @@ FileDescriptor OutputFolder::Step(int folder, const std::string& name) const {
     }
     throw RefusedPath(std::strerror(error));
 }
+
+}  // namespace vantry_tools

@@ -7,6 +7,8 @@
 #include "tools/common/Failures.h"
 #include "tools/common/FileDescriptor.h"
 
+namespace vantry_tools {
+
 /// A key does not become a file; the text says why.
 class RefusedPath : public ToolFailure {
 public:
@@ -40,3 +42,5 @@ private:
     std::string currentPath;
     FileDescriptor currentFolder;
 };
+
+}  // namespace vantry_tools

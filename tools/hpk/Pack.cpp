@@ -6,6 +6,8 @@
 #include "tools/hpk/PackageFile.h"
 #include "tools/hpk/Sources.h"
 
+namespace vantry_tools {
+
 namespace {
 
 struct PackOptions : PackageOptions {
@@ -159,3 +161,5 @@ void AddPackCommands(CLI::App& app) {
     put.words.AddTo(putCommand, "WORD", "KEY [FILE]; with --number just [FILE]");
     put.AddQuiet(putCommand);
 }
+
+}  // namespace vantry_tools

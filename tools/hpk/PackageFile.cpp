@@ -10,6 +10,8 @@
 #include "tools/common/AtomicFile.h"
 #include "tools/common/KeyText.h"
 
+namespace vantry_tools {
+
 static const char* What(int number) {
     switch (number) {
         case HioErrors::open:
@@ -188,3 +190,5 @@ void ChangePackage(const LockedPackage& original, bool quiet, const PackageChang
         copy.Commit();
     });
 }
+
+}  // namespace vantry_tools

@@ -15,6 +15,8 @@
 #include "tools/common/FileDescriptor.h"
 #include "tools/common/LongWork.h"
 
+namespace vantry_tools {
+
 /// What a package or its stream has thrown, in words for people.
 class PackageFailure : public ToolFailure {
 public:
@@ -109,3 +111,5 @@ using PackageChange = std::function<void(Hpack&, CTProgress&)>;
 /// whatever fails, and whenever the tool is stopped or killed, the package is as it was or as it is
 /// to be. Where the file system can share the bytes of the copy, they are not even read.
 void ChangePackage(const LockedPackage& package, bool quiet, const PackageChange& change);
+
+}  // namespace vantry_tools

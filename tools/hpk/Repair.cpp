@@ -12,6 +12,8 @@
 #include "tools/hpk/Commands.h"
 #include "tools/hpk/PackageFile.h"
 
+namespace vantry_tools {
+
 namespace {
 
 struct CheckOptions : PackageOptions {
@@ -234,3 +236,5 @@ void AddRepairCommands(CLI::App& app) {
     compactCommand.add_flag("-f,--force", compact.force, "Replace an existing OUT");
     compact.AddQuiet(compactCommand);
 }
+
+}  // namespace vantry_tools

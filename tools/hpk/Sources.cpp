@@ -13,6 +13,8 @@
 #include "tools/common/KeyText.h"
 #include "tools/hpk/PackageFile.h"
 
+namespace vantry_tools {
+
 static unsigned char EntryType(const struct stat& status) {
     return static_cast<unsigned char>(IFTODT(status.st_mode));
 }
@@ -140,3 +142,5 @@ void ReadBody(int descriptor, const std::string& shown, SegBuf& body, const CTPr
     }
     body.size = length;
 }
+
+}  // namespace vantry_tools

@@ -10,6 +10,8 @@
 #include "tools/common/FileDescriptor.h"
 #include "tools/common/LongWork.h"
 
+namespace vantry_tools {
+
 /// A file that becomes an item.
 struct Source {
     std::string key;
@@ -50,3 +52,5 @@ private:
 /// Reads everything that comes from `descriptor` into `body`, replacing it.
 /// @throws ToolFailure that names `shown`, also for what is too large for any package
 void ReadBody(int descriptor, const std::string& shown, SegBuf& body, const CTProgress& progress);
+
+}  // namespace vantry_tools

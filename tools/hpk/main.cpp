@@ -3,6 +3,8 @@
 #include "tools/hpk/Commands.h"
 #include "tools/hpk/PackageFile.h"
 
+using namespace vantry_tools;
+
 static std::vector<std::string> ShownKeys(const std::vector<std::string>& words) {
     std::vector<std::string> shown;
     for (const qtString& key : PackageReader(words.at(0)).Keys()) {

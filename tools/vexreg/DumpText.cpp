@@ -3,6 +3,8 @@
 #include "tools/common/Failures.h"
 #include "tools/common/KeyText.h"
 
+namespace vantry_tools {
+
 static constexpr std::string_view firstLine = "# vexreg dump 1";
 static constexpr std::string_view lastLine = "# end";
 
@@ -54,3 +56,5 @@ Records ParseDump(const std::string& text, const std::string& shown) {
     }
     return records;
 }
+
+}  // namespace vantry_tools

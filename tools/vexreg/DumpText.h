@@ -4,6 +4,8 @@
 
 #include "tools/vexreg/Records.h"
 
+namespace vantry_tools {
+
 // Records as text that keeps every byte:
 //
 //     # vexreg dump 1
@@ -20,3 +22,5 @@ std::string DumpRecords(const Records& records);
 /// @throws ToolFailure that names the file and the line, for anything that DumpRecords() does not
 ///         write
 Records ParseDump(const std::string& text, const std::string& shown);
+
+}  // namespace vantry_tools

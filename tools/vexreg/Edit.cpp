@@ -10,6 +10,8 @@
 #include "tools/vexreg/PasswordInput.h"
 #include "tools/vexreg/Records.h"
 
+namespace vantry_tools {
+
 namespace {
 
 struct GetOptions {
@@ -171,3 +173,5 @@ void AddEditCommands(CLI::App& app) {
     removeCommand.alias("delete");
     AddPositional(removeCommand, "KEY", remove.keys, "The full keys");
 }
+
+}  // namespace vantry_tools

@@ -9,6 +9,8 @@
 #include "tools/vexreg/DumpText.h"
 #include "tools/vexreg/Records.h"
 
+namespace vantry_tools {
+
 namespace {
 
 struct ListOptions {
@@ -149,3 +151,5 @@ void AddListCommands(CLI::App& app) {
     loadCommand.add_flag("--dry-run", load.dryRun,
                          "Only show what would be added, changed and kept");
 }
+
+}  // namespace vantry_tools

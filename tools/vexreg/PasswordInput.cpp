@@ -10,6 +10,8 @@
 #include "basekit/qtEncryptor.h"
 #include "tools/common/Failures.h"
 
+namespace vantry_tools {
+
 namespace {
 
 // A terminal that shows nothing and passes every key on while it lives.
@@ -113,3 +115,5 @@ PasswordInput::PasswordInput() {
         throw ToolFailure("no password given; nothing was stored");
     }
 }
+
+}  // namespace vantry_tools

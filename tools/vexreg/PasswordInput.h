@@ -2,6 +2,8 @@
 
 #include "basekit/qtString.h"
 
+namespace vantry_tools {
+
 /// A text with room for a password, which is wiped from memory when it goes.
 struct SecretText {
     SecretText();
@@ -25,3 +27,5 @@ public:
 private:
     SecretText password;
 };
+
+}  // namespace vantry_tools

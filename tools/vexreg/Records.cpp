@@ -12,6 +12,8 @@
 #include "tools/common/FileDescriptor.h"
 #include "tools/common/KeyText.h"
 
+namespace vantry_tools {
+
 void OpenExisting(UnixRegistry& store, bool readWrite) {
     // Opening for reading tells without making anything whether there is a registry.
     if (!store.Open(false) || (readWrite && !store.Open(true))) {
@@ -131,3 +133,5 @@ std::string ReadWhole(const std::string& file) {
     }
     return std::move(content);
 }
+
+}  // namespace vantry_tools

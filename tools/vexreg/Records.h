@@ -7,6 +7,8 @@
 
 #include "basekit/UnixRegistry.h"
 
+namespace vantry_tools {
+
 using Records = std::map<std::string, std::string>;
 
 /// Opens a registry that must exist. @throws ToolFailure that names the file and the cause
@@ -35,3 +37,5 @@ std::string PrintedBy(const std::function<void()>& print);
 
 /// The whole content of a file; "-" is the standard input. @throws ToolFailure
 std::string ReadWhole(const std::string& file);
+
+}  // namespace vantry_tools

@@ -16,6 +16,8 @@
 #include "tools/vexreg/Commands.h"
 #include "tools/vexreg/Records.h"
 
+namespace vantry_tools {
+
 namespace {
 
 struct ExportOptions {
@@ -238,3 +240,5 @@ void AddTransferCommands(CLI::App& app) {
     importCommand.add_flag("--dry-run", importing.dryRun,
                            "Only show what would be added, changed and kept");
 }
+
+}  // namespace vantry_tools

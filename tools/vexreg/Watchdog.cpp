@@ -11,6 +11,8 @@
 #include "tools/common/Failures.h"
 #include "tools/common/PrintableText.h"
 
+namespace vantry_tools {
+
 // Put together beforehand: a signal handler may not do it.
 static std::string s_timeMessage;
 static std::string s_faultMessage;
@@ -56,3 +58,5 @@ void AddWatchdog(CLI::App& app) {
         ->type_name("");
     app.parse_complete_callback([seconds] { GuardAgainstDamage(*seconds); });
 }
+
+}  // namespace vantry_tools

@@ -4,6 +4,8 @@
 #include "tools/vexreg/Records.h"
 #include "tools/vexreg/Watchdog.h"
 
+using namespace vantry_tools;
+
 static std::vector<std::string> ShownKeys(const std::vector<std::string>& /*words*/) {
     // The user waits at the command line.
     GuardAgainstDamage(2);
