@@ -5,11 +5,12 @@
 
 CTProgress::ProgressData CTProgress::RunningData::Snapshot() const {
     ProgressData data;
+    // First, with acquire order: EndRun clears it last, so an ended phase is seen with its outcome
+    // and its final amounts.
+    data.running = running;
     std::memcpy(data.status, status, sizeof data.status);
     data.total = total;
     data.current = current;
-    // In this order: what is seen to have ended has its outcome.
-    data.running = running;
     data.finishState = finishState;
     data.interrupted = interrupted;
     return data;

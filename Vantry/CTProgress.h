@@ -6,8 +6,8 @@
 #include "basekit/Export.h"
 #include "basekit/qtMutex.h"
 
-/// A record of progress between two threads: a worker keeps it up to date; an observer reads it,
-/// phase by phase, and may ask the worker to stop.
+/// A progress record shared by two threads: a worker updates it; an observer reads it, phase by
+/// phase, and may ask the worker to stop.
 ///
 ///     // the worker                              // the observer
 ///     progress.Init();
@@ -19,15 +19,16 @@
 ///     }
 ///     progress.EndRun(true);                     progress.IsRunning(), progress.GetFinishState()
 ///
-/// The worker calls Init, NextPhase, EndRun and the setters; the observer calls the getters and
-/// SetInterrupt. They need no lock of their own, and there may be several observers. Every single
-/// value is whole, but two of them may stem from different moments: a new `current` beside an old
-/// `total`. After EndRun, whoever sees IsRunning() false also sees the outcome. Init, NextPhase,
-/// SetStatus, GetStatus and GetPhaseData take a lock for the time of one copy; nothing else does,
-/// and inner loops may well call the rest.
+/// Threads: one worker calls Init, NextPhase, EndRun and the setters; any number of observers call
+/// the getters and SetInterrupt. No outside lock is needed. Each value is read atomically, but
+/// successive reads are not a consistent snapshot: `current` may be newer than `total`. A thread
+/// that sees IsRunning() return false sees the outcome and the final amounts that the worker stored
+/// before EndRun. The same holds within one GetPhaseData: a record with `running` false has its
+/// final amounts and its outcome. Init, NextPhase, SetStatus, GetStatus and GetPhaseData hold a
+/// lock for the time of one copy; nothing else takes a lock, so the rest fits into inner loops.
 ///
-/// An interrupt is never lost: it stays set until Init, through any number of phases. Copying a
-/// record takes no lock: nobody may change either side meanwhile.
+/// An interrupt is never lost: it stays set through all phases until Init. Copying takes no lock:
+/// no other thread may change either object meanwhile.
 class VANTRY_EXPORT CTProgress {
 public:
     /// The record of one phase, a plain value.
@@ -35,85 +36,92 @@ public:
         char status[256] = {};     ///< status text, NUL-terminated
         int total = 0;             ///< amount of work of the phase, in the worker's own unit
         int current = 0;           ///< amount done so far
-        bool finishState = false;  ///< the outcome, once the phase has ended
+        bool finishState = false;  ///< the outcome, valid once the phase has ended
         bool running = true;       ///< the phase has not ended yet
         bool interrupted = false;  ///< a stop has been requested
     };
 
-    /// A run of one phase, running, with nothing done.
+    /// Starts a run of one phase, with nothing done.
     CTProgress();
-    /// A copy is independent of its source.
-    /// @throws std::bad_alloc
+    /// Makes an independent copy.
+    /// @throws std::bad_alloc if memory runs out
     CTProgress(const CTProgress& other);
-    /// @throws std::bad_alloc; nothing is changed then.
+    /// Replaces this record with an independent copy.
+    /// @throws std::bad_alloc if memory runs out; this record is unchanged
     CTProgress& operator=(const CTProgress& other);
     ~CTProgress();
 
-    /// Starts a new run of one phase: forgets phases, texts, amounts and a pending interrupt.
+    /// Starts a new run of one phase. Discards phases, texts, amounts and a pending interrupt.
     void Init();
 
-    /// Ends the running phase with `finishState`, unless EndRun has already done so, and starts the
-    /// next one. It may go past the last phase.
-    /// @throws std::bad_alloc when there is no memory to keep the phase; nothing is changed then.
+    /// Ends the running phase with the outcome `finishState`, unless EndRun already ended it, and
+    /// starts the next one. The number of phases is not checked against GetTotalPhaseCount().
+    /// @throws std::bad_alloc if memory runs out; the record is unchanged
     void NextPhase(bool finishState);
 
-    /// Ends the running phase, and with it the run, with an outcome.
+    /// Ends the running phase, and with it the run, with the outcome `finishState`. A second call
+    /// overwrites the outcome.
     void EndRun(bool finishState) {
         currentData.finishState = finishState;
         currentData.running = false;
     }
-    /// Whether the run has not ended yet.
+    /// Returns whether the running phase has not been ended yet.
     bool IsRunning() const { return currentData.running; }
-    /// The outcome of a run that has ended.
+    /// Returns the outcome of an ended run, or false before its end.
     bool GetFinishState() const { return currentData.finishState; }
 
-    /// Asks the worker to stop. Any thread and any signal handler may call it.
+    /// Asks the worker to stop. May be called from any thread and any signal handler.
     void SetInterrupt() { currentData.interrupted = true; }
-    /// The worker looks here between its steps; an interrupt does nothing by itself.
+    /// Returns whether a stop was requested. The worker polls this between its steps; an interrupt
+    /// has no other effect.
     bool IsInterrupted() const { return currentData.interrupted; }
 
     /// @name The amount of work of the running phase
-    /// In a unit that the worker chooses: files, kilobytes, steps.
+    /// In a unit of the worker's choice: files, kilobytes, steps.
     /// @{
 
-    /// All that there is to do.
+    /// Sets the total amount of work.
     void SetTotal(int total) { currentData.total = total; }
-    /// All that there is to do; 0 until somebody has said so.
+    /// Returns the total amount of work, or 0 if it was not set.
     int GetTotal() const { return currentData.total; }
-    /// What is done.
+    /// Sets the amount done so far.
     void SetCurrent(int current) { currentData.current = current; }
-    /// What is done.
+    /// Returns the amount done so far.
     int GetCurrent() const { return currentData.current; }
-    /// Adds `amount` to what is done; beyond the range of an int it wraps.
+    /// Adds `amount` to the amount done so far, modulo 2^32.
     void Increment(unsigned int amount) {
         currentData.current =
             static_cast<int>(static_cast<unsigned int>(int{currentData.current}) + amount);
     }
     /// @}
 
-    /// Sets the status text of the running phase, cut at 255 characters.
+    /// Sets the status text of the running phase.
+    /// @param text NUL-terminated, copied; characters after the first 255 are dropped
     void SetStatus(const char* text);
-    /// Copies the status text and its NUL. @param buffer room for 256 bytes
+    /// Copies the status text of the running phase and its NUL.
+    /// @param buffer room for 256 bytes
     void GetStatus(char* buffer) const;
 
-    /// Copies the record of phase `phaseNum`, counted from 1, when it has ended; with 0 or any
-    /// greater number, that of the running phase.
+    /// Copies the record of one phase.
+    /// @param phaseNum number of a finished phase, counted from 1; 0 or any greater number selects
+    ///        the running phase
+    /// @param data receives the record
     void GetPhaseData(unsigned int phaseNum, ProgressData& data) const;
 
-    /// The number of the running phase, counted from 1.
+    /// Returns the number of the running phase, counted from 1.
     int GetCurrentPhaseNum() const { return currentPhase + 1; }
-    /// How many phases the run is expected to have, 1 unless somebody has said otherwise.
+    /// Returns the expected number of phases: 1 unless it was set.
     int GetTotalPhaseCount() const { return totalPhases; }
-    /// Says how many phases the run is expected to have.
+    /// Sets the expected number of phases.
     void SetTotalPhaseCount(int count) { totalPhases = count; }
-    /// How many phases have been ended by NextPhase.
+    /// Returns the number of phases that NextPhase has ended.
     int GetFinishedPhaseCount() const { return currentPhase; }
-    /// As many phases as expected have been finished, or more.
+    /// Returns whether NextPhase has ended at least as many phases as expected.
     bool LastPhaseIsFinished() const { return currentPhase >= totalPhases; }
 
 private:
-    // The record of the running phase. It stays where it is from phase to phase, so that nobody
-    // ever reaches a former one, and nothing but Init takes an interrupt back.
+    // The record of the running phase. It is reused from phase to phase, so unlocked accessors
+    // never touch a freed one, and only Init clears an interrupt.
     struct RunningData {
         char status[256] = {};
         qtAtomic<int> total;

@@ -15,38 +15,38 @@ qtxProgressCancel& qtxProgressCancel::operator=(const qtxProgressCancel& other) 
 qtxProgressCancel::~qtxProgressCancel() = default;
 
 void Progress::SetNumOfPhases(unsigned int numPhases, unsigned int range, const char* label) {
-    numOfPhases = numPhases;
-    phase = 0;
-    phaseName = label;
+    Store(numOfPhases, numPhases);
+    Store(phase, 0U);
+    Store(phaseName, label);
     SetProgressRange(range);
 }
 
 void Progress::SetProgressRange(unsigned int range) {
-    progressRange = range;
-    progress = 0;
+    Store(progressRange, range);
+    Store(progress, 0U);
     stopRequested = false;
 }
 
-inline void Progress::Phase(unsigned int newPhase, unsigned int range, const char* label,
-                            const char* function) {
-    phaseName = label;
-    phase = newPhase;
+inline void Progress::EnterPhase(unsigned int newPhase, unsigned int range, const char* label,
+                                 const char* function) {
+    Store(phaseName, label);
+    Store(phase, newPhase);
     if (numOfPhases != 0 && newPhase > numOfPhases) {
         process_assert("!numOfPhases || phase<=numOfPhases", __FILE__, __LINE__, function);
     }
-    progress = 0;
-    progressRange = range;
+    Store(progress, 0U);
+    Store(progressRange, range);
 }
 
 void Progress::SetPhase(unsigned int newPhase, unsigned int range, const char* label) {
     StopProgressOnRequest();
-    Phase(newPhase, range, label,
-          "void Progress::SetPhase(unsigned int, unsigned int, const char*)");
+    EnterPhase(newPhase, range, label,
+               "void Progress::SetPhase(unsigned int, unsigned int, const char*)");
 }
 
 void Progress::IncPhase(unsigned int range, const char* label) {
     StopProgressOnRequest();
-    Phase(phase + 1, range, label, "void Progress::IncPhase(unsigned int, const char*)");
+    EnterPhase(phase + 1, range, label, "void Progress::IncPhase(unsigned int, const char*)");
 }
 
 void Progress::Cancel() {

@@ -2,19 +2,20 @@
 
 #include <atomic>
 
-/// A single value that one thread changes while others look at it: it reads and assigns like a
-/// plain `T`, and every read and every assignment is one lock-free load or store.
+/// A single value that one thread changes while others read it. It reads and assigns like a plain
+/// `T`; each read is one lock-free load with acquire order, each assignment one store with release
+/// order.
 ///
-/// Whoever reads a value also sees what its writer had written before it. Two fields read one after
-/// the other may stem from different moments. There is no operation that reads and writes in one
-/// step: `x = x + 1` is for the one thread that changes `x`. Signal handlers may use it.
+/// A thread that reads a value also sees everything its writer wrote before it. Successive reads of
+/// two fields are not a consistent snapshot. There is no read-modify-write operation: `x = x + 1`
+/// is for the one thread that changes `x`. Safe in signal handlers.
 template <class T>
 class qtAtomic {
 public:
     /// Zero, false or null.
-    qtAtomic() noexcept : stored(T()) {}
+    constexpr qtAtomic() noexcept : stored(T()) {}
     /// Starts with `initial`.
-    explicit qtAtomic(T initial) noexcept : stored(initial) {}
+    constexpr explicit qtAtomic(T initial) noexcept : stored(initial) {}
     /// One load of the other value, then one store.
     /// @{
     qtAtomic(const qtAtomic& other) noexcept : stored(other.Load()) {}
@@ -22,7 +23,7 @@ public:
     /// @}
     ~qtAtomic() = default;
 
-    /// One store, which publishes what this thread has written before.
+    /// One store, which publishes what this thread wrote before.
     qtAtomic& operator=(T value) noexcept {
         stored.store(value, std::memory_order_release);
         return *this;
@@ -31,7 +32,7 @@ public:
     operator T() const noexcept { return Load(); }
 
 private:
-    static_assert(std::atomic<T>::is_always_lock_free, "a signal handler could wait for ever");
+    static_assert(std::atomic<T>::is_always_lock_free, "a signal handler could deadlock");
 
     T Load() const noexcept { return stored.load(std::memory_order_acquire); }
 

@@ -1,10 +1,14 @@
 #include "Vantry/CTProgress.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <climits>
+#include <csignal>
 #include <cstring>
+#include <new>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -146,6 +150,65 @@ TEST(CTProgress, ObserverReadsAndStopsTheRunningWorker) {
     for (std::thread& observer : observers) {
         observer.join();
     }
+}
+
+// A record across two pages, one of which cannot be read: whoever first touches that one finds that
+// the worker has just ended the phase.
+class TornRecord {
+public:
+    // The second page starts `split` bytes into the record; `guarded` is 0 or 1.
+    TornRecord(std::size_t split, std::size_t guarded) {
+        const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        EXPECT_NE(pages, MAP_FAILED);
+        pageBytes = page;
+        record = new (static_cast<char*>(pages) + page - split) CTProgress;
+        struct sigaction action = {};
+        action.sa_handler = [](int) { EndPhase(); };
+        sigaction(SIGSEGV, &action, &former);
+        mprotect(static_cast<char*>(pages) + guarded * page, page, PROT_NONE);
+    }
+    ~TornRecord() {
+        EndPhase();
+        sigaction(SIGSEGV, &former, nullptr);
+        record->~CTProgress();
+        munmap(pages, 2 * pageBytes);
+    }
+    TornRecord(const TornRecord&) = delete;
+    TornRecord& operator=(const TornRecord&) = delete;
+
+    static CTProgress* record;
+
+private:
+    static void EndPhase() {
+        mprotect(pages, 2 * pageBytes, PROT_READ | PROT_WRITE);
+        record->SetTotal(3);
+        record->SetCurrent(3);
+        record->EndRun(true);
+    }
+
+    static void* pages;
+    static std::size_t pageBytes;
+    struct sigaction former = {};
+};
+CTProgress* TornRecord::record;
+void* TornRecord::pages;
+std::size_t TornRecord::pageBytes;
+
+TEST(CTProgress, AnEndedPhaseIsSeenWithItsFinalAmounts) {
+    int ended = 0;
+    for (std::size_t split = alignof(CTProgress); split < sizeof(CTProgress);
+         split += alignof(CTProgress)) {
+        for (const std::size_t guarded : {0U, 1U}) {
+            const TornRecord torn(split, guarded);
+            CTProgress::ProgressData data;
+            TornRecord::record->GetPhaseData(0, data);
+            EXPECT_TRUE(data.running || (data.finishState && data.total == 3 && data.current == 3))
+                << split << ' ' << guarded;
+            ended += data.running ? 0 : 1;
+        }
+    }
+    EXPECT_GT(ended, 0);
 }
 
 TEST(CTProgress, NoInterruptIsLostWhilePhasesChange) {

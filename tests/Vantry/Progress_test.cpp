@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <thread>
 #include <vector>
 
@@ -98,35 +100,67 @@ TEST_F(ProgressTest, OneRequestStopsOneUpdateThatChangesNothing) {
     ExpectCounts(2, 0, 10, 0, label);
 }
 
+// A constant initializer cannot run after a dynamic one and undo what that stored.
+constexpr Progress constant;
+static_assert(constant.numOfPhases == 0 && constant.phaseName == nullptr);
+
+TEST_F(ProgressTest, MembersArePlainValues) {
+    progress.SetNumOfPhases(3, 100, label);
+    progress.SetPhase(2, 40, "two");
+    progress.SetProgress(7);
+    char line[32];
+    std::snprintf(line, sizeof line, "%u of %u, %u of %u, %s", progress.phase, progress.numOfPhases,
+                  progress.progress, progress.progressRange, progress.phaseName);
+    EXPECT_STREQ(line, "2 of 3, 7 of 40, two");
+    const unsigned int* const steps = &progress.progress;
+    EXPECT_EQ(std::min(*steps, 5U), 5U);
+    const Progress& seen = progress;
+    EXPECT_EQ(std::tuple(seen.NumOfPhases(), seen.Phase(), seen.ProgressRange(), seen.Steps()),
+              std::tuple(3U, 2U, 40U, 7U));
+    EXPECT_STREQ(seen.PhaseName(), "two");
+    Progress* const members = &progress;  // in the documented order
+    EXPECT_TRUE(&members->numOfPhases < &members->phase &&
+                &members->phase < &members->progressRange &&
+                &members->progressRange < &members->progress);
+    EXPECT_LT(static_cast<void*>(&members->stopRequested), static_cast<void*>(&members->phaseName));
+}
+
 // A reader looks at one member alone: others could order its accesses, and hide a data race.
 TEST_F(ProgressTest, OtherThreadsReadAndStop) {
     bool (*const readers[])(const Progress&) = {
-        [](const Progress& p) { return p.phase >= 3; },
-        [](const Progress& p) { return p.progress > 0; },
-        [](const Progress& p) { return p.progressRange == 2000; },
-        [](const Progress& p) { return qtString(p.phaseName) == "work"; },
+        [](const Progress& p) { return p.Phase() >= 3; },
+        [](const Progress& p) { return p.Steps() > 0; },
+        [](const Progress& p) { return p.ProgressRange() == 2000; },
+        [](const Progress& p) { return p.NumOfPhases() == 7; },
+        [](const Progress& p) { return qtString(p.PhaseName()) == "work"; },
     };
     progress.SetNumOfPhases(0, 0, label);
     std::atomic<std::size_t> waiting{std::size(readers)};
+    std::atomic<bool> stopped{false};
     std::vector<std::thread> observers;
     for (const auto reader : readers) {
-        observers.emplace_back([this, reader, &waiting] {
+        observers.emplace_back([this, reader, &waiting, &stopped] {
             while (!reader(progress)) {
                 std::this_thread::yield();
             }
-            if (--waiting == 0) {
-                progress.stopRequested = true;
+            // Again and again: a new run discards a request.
+            for (--waiting; !stopped; std::this_thread::yield()) {
+                if (waiting == 0) {
+                    progress.stopRequested = true;
+                }
             }
         });
     }
     EXPECT_THROW(
         for (;;) {
-            progress.IncPhase(2000, "work");
+            progress.SetNumOfPhases(7, 0, label);
+            progress.SetPhase(3, 2000, "work");
             for (int step = 0; step < 1000; ++step) {
                 progress.IncProgress();
             }
         },
         qtxProgressCancel);
+    stopped = true;
     for (std::thread& observer : observers) {
         observer.join();
     }
