@@ -13,29 +13,33 @@
 #include "basekit/Export.h"
 #include "basekit/qtString.h"
 
-/// What LpCString and LpWString share: a pointer and a length, no ownership.
+/// Base of LpCString and LpWString: a pointer and a length. Does not own its characters; they must
+/// outlive the view unchanged. A temporary string would not, so it does not convert to a view.
 template <class Char, class String>
 class LpView {
 public:
-    /// An empty view.
+    /// Makes an empty view.
     constexpr LpView() = default;
-    /// `length` characters from `data`; no terminator is needed and NULs are ordinary.
+    /// Views `length` characters at `data`. No terminator is needed; NULs are ordinary characters.
     constexpr LpView(const Char* data, std::uint32_t length)
         : characters(data), characterCount(length) {}
-    /// Up to the terminating NUL; a null pointer gives an empty view.
-    /// @throws std::length_error as below
+    /// Views the characters up to the terminating NUL; a null pointer makes an empty view.
+    /// @throws std::length_error if there are 2^32 characters or more
     LpView(const Char* text)
         : LpView(text, Counted(text == nullptr ? 0 : std::char_traits<Char>::length(text))) {}
-    /// The whole text, NULs included. The view is valid while the string lives unchanged.
-    /// @throws std::length_error when it has 2^32 characters or more
+    /// Views all characters of `text`, NULs included.
+    /// @throws std::length_error if there are 2^32 characters or more
     LpView(const std::basic_string<Char>& text) : LpView(text.data(), Counted(text.size())) {}
+    /// A view of a temporary string would dangle.
+    LpView(const std::basic_string<Char>&& text) = delete;
 
-    /// The first character, not owned; null in an empty view that has none.
+    /// Returns the first character, or null if the view has none. Not owned.
     constexpr const Char* Data() const { return characters; }
-    /// In characters, not in bytes.
+    /// Returns the number of characters.
     constexpr std::uint32_t Length() const { return characterCount; }
 
-    /// A copy that owns its characters.
+    /// Returns a copy that owns its characters.
+    /// @throws std::bad_alloc if memory runs out
     String ToString() const {
         return characterCount == 0 ? String() : String(characters, characterCount);
     }
@@ -52,19 +56,19 @@ private:
     std::uint32_t characterCount = 0;
 };
 
-/// A view of narrow characters that somebody else owns; copying it copies two fields.
+/// A view of narrow characters; copying it copies two fields.
 class LpCString : public LpView<char, qtString> {
 public:
     using LpView::LpView;
 };
 
-/// The same over wide characters.
+/// A view of wide characters; copying it copies two fields.
 class LpWString : public LpView<wchar_t, qtWString> {
 public:
     using LpView::LpView;
 };
 
-/// Splits `source` into its maximal runs of characters that are no separators; empty tokens never
+/// Splits `source` at white space into its maximal runs of other characters. Empty tokens never
 /// appear, and no character is copied:
 ///
 ///     const qtString line("alpha, beta;gamma");
@@ -72,31 +76,31 @@ public:
 ///     LpTokenize(line, tokens, qtString(",; "));  // alpha  beta  gamma
 ///     const qtString first = tokens[0].ToString();
 ///
-/// `tokens` is replaced. Its views point into the characters of `source` and are valid as long as
-/// those are: never split a temporary string. A vector that is used again keeps its memory, and
-/// `source` itself may be one of its elements.
+/// White space is each ASCII character that isspace() of the current locale accepts (blank, `\t`,
+/// `\n`, `\v`, `\f`, `\r`, unless the locale has others). Bytes 0x80 to 0xFF never separate. The
+/// length of the view governs: NUL is an ordinary character.
 ///
-/// The length of the view governs: NUL is a character like any other. Calls on different vectors
-/// may run in several threads at once.
+/// @param source text to split; may be an element of `tokens`
+/// @param tokens replaced by the tokens, views of the characters of `source` that are valid as long
+///        as those. A vector that is used again keeps its memory.
+/// @throws std::bad_alloc if the vector cannot grow; it then holds the tokens found so far
 ///
-/// This one splits at white space: ASCII characters that isspace() of the current locale accepts
-/// (blank, `\t`, `\n`, `\v`, `\f`, `\r`, unless the locale has its own). Bytes 0x80 to 0xFF never
-/// separate.
-///
-/// @throws std::bad_alloc when the vector can not grow; it then holds the tokens found so far.
+/// Calls with different vectors may run in several threads at once.
 VANTRY_EXPORT void LpTokenize(const LpCString& source, std::vector<LpCString>& tokens);
-/// Splits at one character.
+/// Splits at the character `separator`; otherwise as above.
 VANTRY_EXPORT void LpTokenize(const LpCString& source, std::vector<LpCString>& tokens,
                               char separator);
-/// Splits at every character of `separators`, NULs included. With none, the source is one token.
+/// Splits at each character of `separators`, NULs included; otherwise as above. Without separators
+/// the source is one token.
 VANTRY_EXPORT void LpTokenize(const LpCString& source, std::vector<LpCString>& tokens,
                               const qtString& separators);
 
-/// The same for wide characters; here white space is what iswspace() of the current locale accepts.
+/// Splits wide characters at white space: whatever iswspace() of the current locale accepts.
+/// Otherwise as the narrow version.
 VANTRY_EXPORT void LpTokenize(const LpWString& source, std::vector<LpWString>& tokens);
-/// Splits at one character.
+/// Splits at the character `separator`.
 VANTRY_EXPORT void LpTokenize(const LpWString& source, std::vector<LpWString>& tokens,
                               wchar_t separator);
-/// Splits at every character of `separators`.
+/// Splits at each character of `separators`.
 VANTRY_EXPORT void LpTokenize(const LpWString& source, std::vector<LpWString>& tokens,
                               const qtWString& separators);

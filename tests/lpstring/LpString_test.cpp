@@ -4,6 +4,8 @@
 
 #include <clocale>
 #include <cwctype>
+#include <type_traits>
+#include <utility>
 
 #include "lpstring/qtTokenize.h"
 #include "tests/support/Walk.h"
@@ -22,6 +24,24 @@ auto Split(const View& source, const Separators&... separators) {
     }
     return texts;
 }
+
+template <class Void, class Source, class... Separators>
+constexpr bool compiles = false;
+template <class Source, class... Separators>
+constexpr bool compiles<
+    std::void_t<decltype(LpTokenize(std::declval<Source>(), std::declval<std::vector<LpCString>&>(),
+                                    std::declval<Separators>()...))>,
+    Source, Separators...> = true;
+
+// A view of a temporary string would dangle; separators are read within the call.
+static_assert(!std::is_constructible_v<LpCString, qtString>);
+static_assert(!std::is_constructible_v<LpCString, const std::string>);
+static_assert(!std::is_convertible_v<qtWString, LpWString>);
+static_assert(std::is_convertible_v<qtString&, LpCString>);
+static_assert(std::is_convertible_v<const std::wstring&, LpWString>);
+static_assert(!compiles<void, qtString> && !compiles<void, const qtString, qtString>);
+static_assert(compiles<void, qtString&> && compiles<void, const char*, char>);
+static_assert(compiles<void, const qtString&, qtString> && compiles<void, LpCString, qtString>);
 
 // Any text of bytes, by any separators, fuzz/tokenize.cpp compares.
 TEST(LpTokenize, SplitsAsDocumented) {
