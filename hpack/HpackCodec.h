@@ -135,11 +135,16 @@ struct HpackIndexEntry {
 /// @return false if the entry does not end within them; `entry` is then unchanged
 inline bool DecodeIndexEntry(const char* in, std::uint64_t available, HpackIndexEntry& entry) {
     using namespace HpackFormat;
-    if (available < entryOverhead || available - entryOverhead < Word(in)) {
+    if (available < entryOverhead) {
         return false;
     }
-    entry.key = {in + wordSize, Word(in)};
-    entry.offset = Word(in + wordSize + entry.key.size());
+    // Loaded once: in a mapped file it may change between check and use.
+    const std::uint32_t keyLength = Word(in);
+    if (available - entryOverhead < keyLength) {
+        return false;
+    }
+    entry.key = {in + wordSize, keyLength};
+    entry.offset = Word(in + wordSize + keyLength);
     return true;
 }
 

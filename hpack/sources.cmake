@@ -1,5 +1,6 @@
 vantry_sources(
     SOURCES
+        FileMapping.cpp
         Generic32.cpp
         Hfile32.cpp
         Hio.cpp
@@ -9,10 +10,13 @@ vantry_sources(
         HpackCompact.cpp
         HpackIndex.cpp
         HpackRecover.cpp
+        HpackView.cpp
         IndexSearch.cpp
+        KeySlots.cpp
         PackageMarks.cpp
         RawPackage.cpp
         ReadPastEnd.cpp
+        SortedEntries.cpp
         qtPtrLight.cpp
     HEADERS
         Generic32.h
@@ -26,5 +30,6 @@ vantry_sources(
         HpackErrors.h
         HpackFormat.h
         HpackRecover.h
+        HpackView.h
         qtPackDiet.h
         qtPtrLight.h)

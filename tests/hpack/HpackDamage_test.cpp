@@ -7,6 +7,7 @@
 #include "tests/support/Allocations.h"
 #include "tests/support/Attempts.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Views.h"
 
 namespace {
 
@@ -29,10 +30,12 @@ protected:
     void Try(const qtString& bytes, bool inFile = false) {
         Allocations::largest = 0;
         qtPtr<qtBuffer> buffer = NewBuffer(bytes);
+        TryView(buffer);
         TryEverything(buffer, bytes.size());
         if (inFile && GetParam() == formats[0]) {
             qtString name = folder / "package";
             WriteFile(name, bytes);
+            TryView(name);
             TryEverything(name, bytes.size());
         }
         // What is allocated apart from the package: a piece of reading ahead, stream buffers.

@@ -1,0 +1,365 @@
+#include "hpack/HpackView.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <limits>
+#include <new>
+#include <system_error>
+
+#include "hpack/FileMapping.h"
+#include "hpack/Hpack.h"
+#include "hpack/HpackCodec.h"
+#include "hpack/KeySlots.h"
+#include "hpack/SortedEntries.h"
+
+using namespace HpackFormat;
+using namespace vantry_internal;
+
+namespace {
+
+constexpr std::uint64_t wholeFile = std::numeric_limits<std::uint64_t>::max();
+constexpr std::uint64_t maxSize = std::numeric_limits<std::uint32_t>::max();
+
+// A file as Hfile32 opens it, and closed with this object.
+struct OpenFile {
+    explicit OpenFile(const qtString& name)
+        : descriptor(open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
+    ~OpenFile() {
+        if (descriptor >= 0) {
+            close(descriptor);
+        }
+    }
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+
+    // The length of what can be mapped; 0 for other things than files.
+    std::uint64_t Size() const {
+        struct stat status;
+        if (fstat(descriptor, &status) != 0 ||
+            !(S_ISREG(status.st_mode) || S_ISBLK(status.st_mode))) {
+            return 0;
+        }
+        return static_cast<std::uint64_t>(std::max<off_t>(lseek(descriptor, 0, SEEK_END), 0));
+    }
+
+    const int descriptor;
+};
+
+}  // namespace
+
+/// The bytes of a package, and what is known of them.
+struct VANTRY_LOCAL HpackView::Package {
+    Package(FileMapping newMapping, std::string_view newBytes, const qtString& newName,
+            bool newIsFile, std::uint64_t newLength)
+        : mapping(std::move(newMapping)),
+          bytes(newBytes),
+          name(newName),
+          isFile(newIsFile),
+          length(newLength) {
+        ReadHeader();
+        ReadIndex();
+    }
+    ~Package() { delete slots.load(std::memory_order_relaxed); }
+    Package(const Package&) = delete;
+    Package& operator=(const Package&) = delete;
+
+    std::optional<std::string_view> Find(std::string_view key) const;
+    std::string_view Body(std::string_view key, std::uint32_t offset) const;
+
+    FileMapping mapping;
+    std::string_view bytes;
+    qtString name;
+    bool isFile;
+    std::uint64_t length;  // may exceed that of `bytes` if no package is so long
+    HpackHeader header;
+    SortedEntries entries;
+
+private:
+    void ReadHeader();
+    void ReadIndex();
+    std::optional<std::string_view> IntactBody(std::string_view key, std::uint32_t offset) const;
+    const KeySlots* EarnedSlots() const;
+    [[noreturn]] void FailBody(std::string_view key, std::uint32_t offset) const;
+    [[noreturn]] void FailPackage(HpackErrors::Number number, const char* text) const;
+    [[noreturn]] void FailKey(const char* text, std::string_view key) const;
+    [[noreturn]] void FailStream(HioErrors::Number number, const char* fileText,
+                                 const char* bufferText) const;
+    [[noreturn]] void FailRead() const {
+        FailStream(HioErrors::read, HioErrors::readFailed, HioErrors::bufferReadFailed);
+    }
+
+    bool Holds(std::uint64_t end) const { return end <= bytes.size(); }
+    std::uint32_t WordAt(std::uint64_t at) const { return Word(bytes.data() + at); }
+
+    // Built by the thread whose lookup is the one that earns it; `building` stays set then.
+    mutable std::atomic<const KeySlots*> slots{nullptr};
+    mutable std::atomic<std::uint32_t> lookups{0};
+    mutable std::atomic<bool> building{false};
+};
+
+void HpackView::Package::ReadHeader() {
+    if (!Holds(oldHeaderSize)) {
+        FailRead();
+    }
+    header = DecodeHeaderStart(bytes.data());
+    if (header.Size() == 0) {
+        FailPackage(HpackErrors::format, HpackErrors::notExpectedFormat);
+    }
+    if (!Holds(header.Size())) {
+        FailRead();
+    }
+    if (header.IsCurrent()) {
+        DecodeIdentity(bytes.data() + fileIDAt, header);
+    }
+}
+
+void HpackView::Package::ReadIndex() {
+    if (header.indexOffset == 0) {
+        return;
+    }
+    const std::uint64_t entriesAt = std::uint64_t{header.indexOffset} + indexOverhead;
+    if ((isFile && header.indexOffset > maxStreamSize) || !Holds(entriesAt)) {
+        FailPackage(HpackErrors::indexUnreadable, HpackErrors::cannotReadIndex);
+    }
+    const HpackBlockStart start = DecodeBlockStart(bytes.data() + header.indexOffset);
+    if (start.magic != IndexMagic) {
+        FailPackage(HpackErrors::indexUnreadable, HpackErrors::cannotReadIndex);
+    }
+    if (length > maxSize) {
+        FailStream(HioErrors::position, HioErrors::seekEndFailed, HioErrors::bufferSeekFailed);
+    }
+    if (isFile && entriesAt > maxStreamSize) {
+        FailStream(HioErrors::position, HioErrors::seekFailed, HioErrors::bufferSeekFailed);
+    }
+    if (!entries.Load(bytes.substr(static_cast<std::size_t>(entriesAt)), start.count)) {
+        FailRead();
+    }
+}
+
+std::optional<std::string_view> HpackView::Package::Find(std::string_view key) const {
+    if (const KeySlots* const table = EarnedSlots()) {
+        const std::optional<std::uint32_t> offset = table->Find(key);
+        if (!offset) {
+            return std::nullopt;
+        }
+        // Otherwise the record is damaged, or that of another key with this hash.
+        if (const std::optional<std::string_view> body = IntactBody(key, *offset)) {
+            return body;
+        }
+    }
+    const SortedEntries::Position position = entries.LowerBound(key);
+    if (position.number == entries.Count()) {
+        return std::nullopt;
+    }
+    const HpackIndexEntry entry = entries.At(position);
+    return entry.key == key ? std::optional(Body(key, entry.offset)) : std::nullopt;
+}
+
+// The table, once there have been so many lookups that building it takes less time than they did.
+const KeySlots* HpackView::Package::EarnedSlots() const {
+    if (const KeySlots* const built = slots.load(std::memory_order_acquire)) {
+        return built;
+    }
+    constexpr std::uint32_t lookupsPerBuild = 16;
+    constexpr std::uint32_t minLookups = 64;
+    // Threads may lose each other's counts, but do not wait for each other.
+    const std::uint32_t seen = lookups.load(std::memory_order_relaxed) + 1;
+    lookups.store(seen, std::memory_order_relaxed);
+    if (seen < std::max(entries.Count() / lookupsPerBuild, minLookups) ||
+        building.exchange(true, std::memory_order_acquire)) {
+        return nullptr;
+    }
+    try {
+        auto table = std::make_unique<KeySlots>(entries.Count());
+        for (auto position = entries.Begin(); position.number != entries.Count();
+             position = entries.Next(position)) {
+            const HpackIndexEntry entry = entries.At(position);
+            table->Add(entry.key, entry.offset);
+        }
+        slots.store(table.get(), std::memory_order_release);
+        return table.release();
+    } catch (const std::bad_alloc&) {
+        // Lookups do without it, and try again after as many more.
+        lookups.store(0, std::memory_order_relaxed);
+        building.store(false, std::memory_order_release);
+        return nullptr;
+    }
+}
+
+std::string_view HpackView::Package::Body(std::string_view key, std::uint32_t offset) const {
+    const std::optional<std::string_view> body = IntactBody(key, offset);
+    if (!body) {
+        FailBody(key, offset);
+    }
+    return *body;
+}
+
+// The body of the record at `offset`, if an intact record of that key is there.
+std::optional<std::string_view> HpackView::Package::IntactBody(std::string_view key,
+                                                               std::uint32_t offset) const {
+    HpackRecord record{offset, static_cast<std::uint32_t>(key.size()), 0};
+    if (!Holds(record.BodyAt()) || (isFile && offset > maxStreamSize)) {
+        return std::nullopt;
+    }
+    const char* const head = bytes.data() + offset;
+    const auto [magic, keyLength] = DecodeBlockStart(head);
+    if (magic != ItemMagic || std::string_view(head + recordKeyAt, keyLength) != key) {
+        return std::nullopt;
+    }
+    record.bodyLength = WordAt(record.BodyLengthAt());
+    if (!Holds(record.End())) {
+        return std::nullopt;
+    }
+    return std::string_view(bytes.data() + record.BodyAt(), record.bodyLength);
+}
+
+// Reports what is wrong with the record of the entry for `key` as Hpack does, which checks it piece
+// by piece.
+void HpackView::Package::FailBody(std::string_view key, std::uint32_t offset) const {
+    if (isFile ? offset > maxStreamSize : offset > bytes.size()) {
+        FailStream(HioErrors::position, HioErrors::seekFailed, HioErrors::bufferSeekFailed);
+    }
+    if (!Holds(std::uint64_t{offset} + wordSize)) {
+        FailRead();
+    }
+    if (WordAt(offset) != ItemMagic) {
+        FailKey(HpackErrors::invalidItem, key);
+    }
+    if (!Holds(std::uint64_t{offset} + recordKeyAt)) {
+        FailRead();
+    }
+    const HpackRecord record{offset, DecodeBlockStart(bytes.data() + offset).count, 0};
+    if (!Holds(record.BodyLengthAt())) {
+        FailRead();
+    }
+    if (std::string_view(bytes.data() + record.KeyAt(), record.keyLength) != key) {
+        FailKey(HpackErrors::wrongItem, key);
+    }
+    FailRead();
+}
+
+void HpackView::Package::FailPackage(HpackErrors::Number number, const char* text) const {
+    throw qtX<Hpack>((text + name).c_str(), number, name);
+}
+
+void HpackView::Package::FailKey(const char* text, std::string_view key) const {
+    const qtString owned(key);
+    throw qtX<Hpack>((text + owned).c_str(), HpackErrors::key, name, owned);
+}
+
+void HpackView::Package::FailStream(HioErrors::Number number, const char* fileText,
+                                    const char* bufferText) const {
+    const qtString text = isFile ? fileText + name : qtString(bufferText);
+    throw qtX<HioErr>(text.c_str(), number, name);
+}
+
+HpackView::HpackView(std::unique_ptr<const Package> newPackage) : package(std::move(newPackage)) {}
+HpackView::HpackView(HpackView&& other) noexcept = default;
+HpackView& HpackView::operator=(HpackView&& other) noexcept = default;
+HpackView::~HpackView() = default;
+
+HpackView::HpackView(std::string_view bytes) {
+    const qtString name("qtBuffer");
+    if (bytes.size() > maxSize) {
+        throw qtX<HioErr>((HioErrors::cannotOpen + name).c_str(), HioErrors::open, name);
+    }
+    package = std::make_unique<Package>(FileMapping(), bytes, name, false, bytes.size());
+}
+
+HpackView HpackView::Map(const qtString& fileName) {
+    return Map(fileName, 0, wholeFile);
+}
+
+HpackView HpackView::Map(const qtString& fileName, std::uint64_t offset, std::uint64_t length) {
+    const OpenFile file(fileName);
+    if (file.descriptor < 0) {
+        throw qtX<HioErr>((HioErrors::cannotOpen + fileName).c_str(), HioErrors::open, fileName);
+    }
+    const std::uint64_t size = file.Size();
+    if (length == wholeFile) {
+        length = size;
+    } else if (offset > size || length > size - offset) {
+        throw qtX<HioErr>((HioErrors::readFailed + fileName).c_str(), HioErrors::read, fileName);
+    }
+    try {
+        FileMapping mapping(file.descriptor, offset,
+                            static_cast<std::size_t>(std::min(length, maxSize)));
+        const std::string_view bytes = mapping.Bytes();
+        return HpackView(
+            std::make_unique<Package>(std::move(mapping), bytes, fileName, true, length));
+    } catch (const std::system_error& error) {
+        if (error.code() == std::errc::not_enough_memory) {
+            throw std::bad_alloc();
+        }
+        throw qtX<HioErr>((HioErrors::readFailed + fileName).c_str(), HioErrors::read, fileName);
+    }
+}
+
+std::optional<std::string_view> HpackView::Find(std::string_view key) const {
+    return package->Find(key);
+}
+
+std::size_t HpackView::Count() const {
+    return package->entries.Count();
+}
+
+HpackView::Iterator HpackView::begin() const {
+    const auto [at, number] = package->entries.Begin();
+    return {package.get(), at, number};
+}
+
+HpackView::Iterator HpackView::end() const {
+    const auto [at, number] = package->entries.End();
+    return {package.get(), at, number};
+}
+
+HpackView::Iterator HpackView::LowerBound(std::string_view key) const {
+    const auto [at, number] = package->entries.LowerBound(key);
+    return {package.get(), at, number};
+}
+
+HpackView::Range HpackView::Prefix(std::string_view prefix) const {
+    const auto [at, number] = package->entries.FirstNot(
+        [prefix](std::string_view key) { return key.compare(0, prefix.size(), prefix) <= 0; });
+    return {LowerBound(prefix), {package.get(), at, number}};
+}
+
+void HpackView::GetFileID(unsigned int& id, unsigned short& word, unsigned char& flags,
+                          bool& old) const {
+    id = package->header.fileID;
+    word = package->header.fileIDWord;
+    flags = package->header.fileIDFlags;
+    old = package->header.IsOld();
+}
+
+void HpackView::GetState(unsigned char& state) const {
+    state = package->header.state;
+}
+
+std::string_view HpackView::Item::Body() const {
+    return package->Body(key, offset);
+}
+
+HpackView::Item HpackView::Iterator::operator*() const {
+    const HpackIndexEntry entry = package->entries.At({position, number});
+    return {package, entry.key, entry.offset};
+}
+
+HpackView::Iterator& HpackView::Iterator::operator++() {
+    const auto [at, next] = package->entries.Next({position, number});
+    position = at;
+    number = next;
+    return *this;
+}
+
+HpackView::Iterator& HpackView::Iterator::operator--() {
+    const auto [at, previous] = package->entries.Previous({position, number});
+    position = at;
+    number = previous;
+    return *this;
+}
