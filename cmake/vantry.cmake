@@ -8,6 +8,7 @@ set_target_properties(vantry PROPERTIES
     # The base layer lies beside it, wherever the prefix is moved to.
     INSTALL_RPATH "$ORIGIN")
 target_link_libraries(vantry PUBLIC basekit)
+vantry_use_system(vantry)
 
 # vantry_sources(SOURCES a.cpp HEADERS a.h): headers are installed by the path
 # that they are included by.
