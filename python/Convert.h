@@ -3,16 +3,16 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
-#include <mutex>
 #include <stdexcept>
-#include <string_view>
+#include <string>
+#include <utility>
 
 #include "basekit/qtString.h"
 
 namespace py = pybind11;
 
-/// The bytes of a Python object that offers them in one piece; it keeps them where they are until
-/// it goes, which has to be with the interpreter's lock held.
+/// The bytes of a Python object that has them in one piece. Holds them in place until it is
+/// destroyed, with the interpreter's lock held.
 class View {
 public:
     explicit View(py::handle object, int flags = PyBUF_SIMPLE) {
@@ -37,22 +37,24 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// An object that any thread may use: the calls wait for each other, and let other threads of the
-/// interpreter run meanwhile.
-template <class T>
-class Guarded {
-public:
-    /// Calls work(object), which must not touch Python's objects.
-    template <class Work>
-    auto Use(Work work) {
-        const py::gil_scoped_release others;
-        const std::lock_guard<std::mutex> alone(mutex);
-        return work(object);
+/// An item's key, as an argument: bytes, bytearray, memoryview, or str as UTF-8.
+struct Key : qtString {
+    static bool Accepts(PyObject* object) {
+        return PyBytes_Check(object) || PyByteArray_Check(object) || PyMemoryView_Check(object);
     }
+    static constexpr const char* expected = "a key is bytes or str";
+};
 
-private:
-    T object;
-    std::mutex mutex;
+/// An item's body, as an argument: any object with bytes in one piece, or str as UTF-8.
+struct Body : qtString {
+    static bool Accepts(PyObject* object) { return PyObject_CheckBuffer(object) != 0; }
+    static constexpr const char* expected = "a body is bytes, str or a buffer";
+};
+
+/// Other bytes, as an argument, as for a body.
+struct Text : qtString {
+    static bool Accepts(PyObject* object) { return PyObject_CheckBuffer(object) != 0; }
+    static constexpr const char* expected = "bytes, str or a buffer is expected";
 };
 
 /// Parts of the module.
@@ -60,10 +62,31 @@ void DefinePackage(py::module_& module);
 void DefineRepair(py::module_& module);
 void DefineRegistry(py::module_& module);
 
-/// qtString is `bytes` in Python. Any object with bytes in one piece is taken, and text as UTF-8.
+namespace pybind11::detail {
+
+/// Results are `bytes`. Arguments have one of the types above, so that a wrong one is reported in
+/// the terms of this module.
 template <>
-struct py::detail::type_caster<qtString> {
+struct type_caster<qtString> {
     PYBIND11_TYPE_CASTER(qtString, const_name("bytes"));
+
+    bool load(handle source, bool) {
+        if (!PyBytes_Check(source.ptr())) {
+            return false;
+        }
+        value.assign(PyBytes_AS_STRING(source.ptr()),
+                     static_cast<std::size_t>(PyBytes_GET_SIZE(source.ptr())));
+        return true;
+    }
+
+    static handle cast(const qtString& text, return_value_policy, handle) {
+        return bytes(text).release();
+    }
+};
+
+template <class Argument>
+struct argument_caster {
+    PYBIND11_TYPE_CASTER(Argument, const_name("bytes"));
 
     bool load(handle source, bool) {
         if (PyUnicode_Check(source.ptr())) {
@@ -75,8 +98,9 @@ struct py::detail::type_caster<qtString> {
             value.assign(text, static_cast<std::size_t>(length));
             return true;
         }
-        if (!PyObject_CheckBuffer(source.ptr())) {
-            return false;
+        if (!Argument::Accepts(source.ptr())) {
+            throw type_error(std::string(Argument::expected) + ", not " +
+                             Py_TYPE(source.ptr())->tp_name);
         }
         const View view(source);
         value.assign(view.Data(), view.Size());
@@ -87,3 +111,12 @@ struct py::detail::type_caster<qtString> {
         return bytes(text).release();
     }
 };
+
+template <>
+struct type_caster<Key> : argument_caster<Key> {};
+template <>
+struct type_caster<Body> : argument_caster<Body> {};
+template <>
+struct type_caster<Text> : argument_caster<Text> {};
+
+}  // namespace pybind11::detail

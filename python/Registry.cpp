@@ -4,11 +4,12 @@
 #include "basekit/UnixRegistry.h"
 #include "basekit/qtEncryptor.h"
 #include "python/Convert.h"
+#include "python/Guarded.h"
 
 namespace {
 
 using Registry = Guarded<UnixRegistry>;
-using Change = std::pair<qtString, std::optional<qtString>>;
+using Change = std::pair<Key, std::optional<Body>>;
 
 [[noreturn]] void Fail() {
     throw RegistryFailure(UnixRegistry::LastError());
@@ -66,7 +67,7 @@ std::vector<std::pair<qtString, qtString>> Records(UnixRegistry& store) {
 }
 
 // The password is the copy that the conversion from Python has made.
-void SetPassword(qtString& password, const qtString& kesh) {
+void SetPassword(Text& password, const Text& kesh) {
     const py::gil_scoped_release others;
     CvexRegEdit editor;
     const bool stored = editor.SetPassword(password.c_str(), kesh.c_str());
@@ -84,7 +85,7 @@ void DefineRegistry(py::module_& module) {
         .def(py::init(&OpenRegistry))
         .def("close", [](Registry& self) { self.Use([](UnixRegistry& store) { store.Close(); }); })
         .def("get",
-             [](Registry& self, const qtString& key) {
+             [](Registry& self, const Key& key) {
                  return self.Use([&](UnixRegistry& store) { return Get(store, key); });
              })
         .def("apply",
@@ -97,7 +98,7 @@ void DefineRegistry(py::module_& module) {
     // The first to encrypt makes the key, for which it may have to wait.
     const py::call_guard<py::gil_scoped_release> others;
     module.def(
-        "encrypt", [](const qtString& plain) { return qtEncryptor().Encrypt(plain); }, others,
+        "encrypt", [](const Text& plain) { return qtEncryptor().Encrypt(plain); }, others,
         py::arg("plain"),
         R"(Encrypts with the key that lies beside the registry, and is made on first use.
 
@@ -107,7 +108,7 @@ void DefineRegistry(py::module_& module) {
 
     Where the key can be neither read nor made, an EncryptionError.)");
     module.def(
-        "decrypt", [](const qtString& data) { return qtEncryptor().Decrypt(data); }, others,
+        "decrypt", [](const Text& data) { return qtEncryptor().Decrypt(data); }, others,
         py::arg("data"),
         "The text that encrypt() was given; an EncryptionError where the key or the data is "
         "another.");

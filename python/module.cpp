@@ -9,10 +9,11 @@
 #include "lpstring/LpString.h"
 #include "lpstring/LpStringHash.h"
 #include "python/Convert.h"
+#include "python/Guarded.h"
 
 // Raises the exception of that name of vantry.errors.
 static void Raise(const char* name, long number, const char* text,
-                  const std::vector<qtString>& arguments = {}) {
+                  const std::vector<qtString>& arguments = {}, py::object reason = py::none()) {
     const py::object type = py::module_::import("vantry.errors").attr(name);
     // Texts contain keys and file names, which are any bytes.
     std::string_view line = text;
@@ -21,7 +22,9 @@ static void Raise(const char* name, long number, const char* text,
     }
     const auto shown = py::reinterpret_steal<py::object>(PyUnicode_DecodeUTF8(
         line.data(), static_cast<Py_ssize_t>(line.size()), "backslashreplace"));
-    PyErr_SetObject(type.ptr(), type(number, shown, py::tuple(py::cast(arguments))).ptr());
+    const py::tuple involved = py::cast(arguments);
+    const py::object error = type.attr("make")(number, shown, involved, reason);
+    PyErr_SetObject(py::type::of(error).ptr(), error.ptr());
 }
 
 static const char* PackageErrorName(const qtX<Hpack>& error) {
@@ -30,6 +33,7 @@ static const char* PackageErrorName(const qtX<Hpack>& error) {
 }
 
 static void Translate(std::exception_ptr thrown) {
+    const int systemError = errno;
     try {
         if (thrown) {
             std::rethrow_exception(std::move(thrown));
@@ -37,7 +41,8 @@ static void Translate(std::exception_ptr thrown) {
     } catch (const qtX<Hpack>& error) {
         Raise(PackageErrorName(error), error.Number(), error.SpecificString(), error.Arguments());
     } catch (const qtX<HioErr>& error) {
-        Raise("StreamError", error.Number(), error.SpecificString(), error.Arguments());
+        Raise("StreamError", error.Number(), error.SpecificString(), error.Arguments(),
+              systemError == 0 ? py::object(py::none()) : py::int_(systemError));
     } catch (const RegistryFailure& error) {
         Raise("RegistryError", 0, error.what());
     } catch (const qtxEncryptor& error) {
@@ -58,13 +63,13 @@ static Poly_Hash<32> NewHash(int degree, std::optional<unsigned int> polynomial,
     return hash;
 }
 
-static unsigned int Extend(const Poly_Hash<32>& hash, unsigned int start, const py::buffer& data) {
+static unsigned int Extend(const Poly_Hash<32>& hash, unsigned int start, py::handle data) {
     const View view(data);
     const py::gil_scoped_release others;
     return hash.Extend(start, view.Data(), view.Size());
 }
 
-static py::list Tokens(const qtString& text, const std::optional<qtString>& separators) {
+static py::list Tokens(const Text& text, const std::optional<Text>& separators) {
     std::vector<LpCString> tokens;
     if (separators) {
         LpTokenize(text, tokens, *separators);
@@ -99,6 +104,7 @@ static constexpr char tokenizeText[] =
 
 PYBIND11_MODULE(_vantry, module) {
     py::register_exception_translator(Translate);
+    ForkGate::Install();
     DefinePackage(module);
     DefineRepair(module);
     DefineRegistry(module);
@@ -112,7 +118,7 @@ PYBIND11_MODULE(_vantry, module) {
              "The hash of a longer string: `hash` is that of its beginning, `data` the rest.")
         .def(
             "hash",
-            [](const Poly_Hash<32>& hash, const py::buffer& data) {
+            [](const Poly_Hash<32>& hash, py::handle data) {
                 return Extend(hash, hash.InitialValue(), data);
             },
             py::arg("data"), "The hash of bytes.");

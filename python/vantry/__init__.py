@@ -28,15 +28,16 @@ from typing import (TYPE_CHECKING, Any, BinaryIO, Callable, Dict, ItemsView, Ite
 
 from . import _vantry
 from ._vantry import PolyHash, decrypt, encrypt, tokenize
-from .errors import (EncryptionError, Error, HashError, MissingKeyError, PackageError,
-                     RegistryError, StreamError)
+from .errors import (BusyError, EncryptionError, Error, ForbiddenError, HashError, MissingFileError,
+                     MissingKeyError, PackageError, RegistryError, StreamError)
+from .files import Lock, NewFile, stream_error
 from .places import Body, Buffer, Where, path_bytes
 from .repair import Fault, Note, Recovery, check, compact, recover
 
-__all__ = ["Buffer", "EncryptionError", "Error", "Fault", "HashError", "Identity",
-           "MissingKeyError", "Note", "Package", "PackageError", "PolyHash", "Recovery", "Registry",
-           "RegistryError", "StreamError", "check", "compact", "decrypt", "encrypt", "open",
-           "recover", "tokenize"]
+__all__ = ["Buffer", "BusyError", "EncryptionError", "Error", "Fault", "ForbiddenError",
+           "HashError", "Identity", "MissingFileError", "MissingKeyError", "Note", "Package",
+           "PackageError", "PolyHash", "Recovery", "Registry", "RegistryError", "StreamError",
+           "check", "compact", "decrypt", "encrypt", "open", "recover", "tokenize"]
 __version__ = _vantry.version()
 
 Key = Union[bytes, bytearray, memoryview, str]
@@ -125,24 +126,60 @@ class Package(_Mapping):
         if mode not in ("r", "u", "w"):
             raise ValueError(f"the mode must be 'r', 'u' or 'w', not {mode!r}")
         self._mode = mode
+        self._lock: Optional[Lock] = None
+        self._new: Optional[NewFile] = None
         if isinstance(where, Buffer):
             self._name = repr(where)
             self._package = _vantry.Package(where._buffer, mode)
             return
         path = path_bytes(where)
         self._name = repr(os.fsdecode(path))
-        self._package = _vantry.Package(path, mode)
+        try:
+            if mode == "u" or mode == "w" and os.path.isfile(path):
+                self._lock = Lock(path, wait=False)
+            # A device or a FIFO is written in place.
+            if mode == "w" and (self._lock or not os.path.exists(path)):
+                self._new = NewFile(path)
+        except BusyError:
+            raise
+        except OSError as error:
+            self._release()
+            raise stream_error(error, path) from None
+        try:
+            self._package = _vantry.Package(path, self._new.path if self._new else path, mode)
+        except BaseException:
+            self._release()
+            raise
+
+    def _release(self) -> None:
+        new, self._new = self._new, None
+        if new:
+            new.discard()
+        lock, self._lock = self._lock, None
+        if lock:
+            lock.release()
 
     def close(self) -> None:
-        """Saves the index where it changed, and closes. Closing twice does no harm.
+        """Saves the index if it changed, and closes. A package that was being created takes its
+        name. Closing twice does no harm.
 
         When saving fails the package stays open with its changes, and may be closed again.
         """
         self._package.close()
+        try:
+            new, self._new = self._new, None
+            if new:
+                try:
+                    new.commit()
+                finally:
+                    new.discard()
+        finally:
+            self._release()
 
     def discard(self) -> None:
         """Closes without saving."""
         self._package.discard()
+        self._release()
 
     def save(self) -> None:
         """Saves a changed index; mode "u"."""
@@ -164,8 +201,13 @@ class Package(_Mapping):
     def __del__(self) -> None:
         # What __init__ did not finish has no package.
         package = getattr(self, "_package", None)
-        if package is not None and self._mode != "r" and package.is_open():
-            warnings.warn(f"{self!r} was not closed", ResourceWarning, source=self)
+        if package is None or not package.is_open():
+            return
+        try:
+            if self._mode != "r":
+                warnings.warn(f"{self!r} was not closed", ResourceWarning, source=self)
+        finally:
+            self.discard()
 
     def __repr__(self) -> str:
         return f"<vantry.Package {self._name} mode={self._mode!r}>"

@@ -2,13 +2,11 @@
 
 import contextlib
 import errno
-import fcntl
 import os
-import secrets
-import stat
-from typing import Iterator, List, NamedTuple, Optional
+from typing import List, NamedTuple, Optional
 
 from . import _vantry
+from .files import Lock, appearing
 from .places import Buffer, Path, Where, path_bytes
 
 
@@ -85,7 +83,7 @@ def recover(source: Path, out: Path, *, unlisted: bool = False) -> Recovery:
     saved. The new file appears when it is whole; an existing one is a FileExistsError. A file in
     which nothing is of a package is a PackageError with number 3.
     """
-    with _appearing(_new(out)) as path:
+    with appearing(_new(out)) as path:
         found = _vantry.recover(path_bytes(source), path, unlisted)
         return Recovery(*found[:5], notes=[Note(*note) for note in found[5]])
 
@@ -114,8 +112,8 @@ def compact(source: Path, out: Optional[Path] = None, *, order: str = "key") -> 
     name = path_bytes(source)
     with contextlib.ExitStack() as stack:
         if out is None:
-            stack.enter_context(_locked(name))
-        path = stack.enter_context(_appearing(name if out is None else _new(out)))
+            stack.callback(Lock(name, wait=True).release)
+        path = stack.enter_context(appearing(name if out is None else _new(out)))
         _vantry.compact(name, path, order == "offset")
 
 
@@ -124,44 +122,3 @@ def _new(out: Path) -> bytes:
     if os.path.lexists(path):
         raise FileExistsError(errno.EEXIST, os.strerror(errno.EEXIST), os.fsdecode(path))
     return path
-
-
-@contextlib.contextmanager
-def _appearing(target: bytes) -> Iterator[bytes]:
-    """An empty file beside `target` that takes its place unless something is raised."""
-    target = os.path.realpath(target)
-    folder, name = os.path.split(target)
-    path = os.path.join(folder, b".%b.%b.tmp" % (name[:200], secrets.token_hex(8).encode()))
-    file = os.open(path, os.O_RDWR | os.O_CREAT | os.O_EXCL | os.O_CLOEXEC, 0o666)
-    try:
-        with contextlib.suppress(FileNotFoundError):
-            former = os.stat(target)
-            with contextlib.suppress(PermissionError):
-                os.fchown(file, former.st_uid, former.st_gid)
-            os.fchmod(file, stat.S_IMODE(former.st_mode))
-        yield path
-        os.fsync(file)
-        os.replace(path, target)
-    except BaseException:
-        os.unlink(path)
-        raise
-    finally:
-        os.close(file)
-    opened = os.open(folder, os.O_RDONLY | os.O_DIRECTORY | os.O_CLOEXEC)
-    try:
-        os.fsync(opened)  # the new name
-    finally:
-        os.close(opened)
-
-
-@contextlib.contextmanager
-def _locked(path: bytes) -> Iterator[None]:
-    """The lock that the tools take on a package which they change."""
-    while True:
-        with open(path, "r+b") as file:
-            with contextlib.suppress(OSError):  # a file system without locks
-                fcntl.flock(file, fcntl.LOCK_EX)
-            # Whoever had the lock may have put another file in its place.
-            if os.path.samestat(os.fstat(file.fileno()), os.stat(path)):
-                yield
-                return

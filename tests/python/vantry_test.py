@@ -1,13 +1,17 @@
 """Tests of the Python module; the argument names a class of tests, or `doctests`, or `types`."""
 
+import array
 import concurrent.futures
 import doctest
+import errno
 import fcntl
 import io
 import os
 import pathlib
+import pickle
 import random
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -57,11 +61,17 @@ class Packages(unittest.TestCase):
     def test_keys_and_bodies_of_any_kind(self):
         with vantry.open(vantry.Buffer(), "w") as package:
             package["Grüße"] = "text"
+            package["array"] = array.array("H", [0x6161])
             package[bytearray(b"b")] = memoryview(b"body")
-            for key in 1, None, ["a"]:
-                self.assertRaises(TypeError, package.__setitem__, key, b"")
+            for key in 1, None, ["a"], array.array("d"):
+                with self.assertRaisesRegex(TypeError, "^a key is bytes or str, not [a-zA-Z.]+$"):
+                    package[key] = b""
+            with self.assertRaisesRegex(TypeError, "^a body is bytes, str or a buffer, not list$"):
+                package["b"] = [0] * 200000
+            with self.assertRaisesRegex(TypeError, "bytes, str or a buffer is expected, not int"):
+                vantry.tokenize(5)
             self.assertRaises(UnicodeEncodeError, package.__setitem__, "\ud800", b"")
-            self.assertEqual(package, {b"b": b"body", "Grüße".encode(): b"text"})
+            self.assertEqual(package, {b"b": b"body", "Grüße".encode(): b"text", b"array": b"aa"})
 
     def test_errors(self):
         pathlib.Path("other.hpk").write_bytes(bytes(99))
@@ -76,7 +86,12 @@ class Packages(unittest.TestCase):
             package.identity = 1, 2, 3
             self.assertRaises(TypeError, setattr, package, "identity", (1 << 32, 0, 0))
             self.assertRaises(TypeError, setattr, package, "state", 256)
-            self.fails(vantry.StreamError, 3, package.get, "a")
+            for action in (lambda: package["a"], lambda: package.update(a=b""),
+                           lambda: package.write("a", []), lambda: package.rename("a", "b"),
+                           lambda: package.pop("a"), lambda: package.size("a")):
+                error = self.fails(vantry.PackageError, 5, action)
+                self.assertIn("e.hpk is being created: close it and open it with 'u'", str(error))
+            self.assertIn("a", package)
         with vantry.open("e.hpk") as package:
             error = self.fails(vantry.MissingKeyError, 4, package.__getitem__, b"\xff")
             self.assertIsInstance(error, KeyError)
@@ -158,9 +173,102 @@ class Packages(unittest.TestCase):
             1 // 0
         with vantry.open("s.hpk") as package:
             self.assertEqual(list(package), [b"a", b"b"])
+
+    def test_errors_of_the_system(self):
+        for mode in "ru":
+            error = self.fails(vantry.StreamError, 0, vantry.open, "none/a.hpk", mode)
+            self.assertIsInstance(error, FileNotFoundError)
+            self.assertEqual((error.errno, error.filename), (errno.ENOENT, "none/a.hpk"))
+            copy = pickle.loads(pickle.dumps(error))
+            self.assertEqual((copy.errno, str(copy)), (errno.ENOENT, "Cannot open file: none/a.hpk"))
+        self.fails(vantry.MissingFileError, 0, vantry.open, "none/a.hpk", "w")
+        error = self.fails(vantry.StreamError, 0, vantry.open, ".", "w")
+        self.assertEqual(error.errno, errno.EISDIR)
         package = vantry.open("/dev/full", "w")
-        self.fails(vantry.StreamError, 4, package.close)
+        self.assertEqual(self.fails(vantry.StreamError, 4, package.close).errno, errno.ENOSPC)
         package.discard()
+        pathlib.Path("cut.hpk").write_bytes(b"J[lf\0\0")
+        self.assertIsNone(self.fails(vantry.StreamError, 3, vantry.open, "cut.hpk").errno)
+        if os.geteuid() == 0:
+            os.chmod("cut.hpk", 0o600)
+            os.chmod(".", 0o755)
+            os.seteuid(65534)
+            try:
+                for mode in "ruw":
+                    error = self.fails(vantry.ForbiddenError, 0, vantry.open, "cut.hpk", mode)
+                    self.assertIsInstance(error, PermissionError)
+                    self.assertEqual(error.errno, errno.EACCES)
+            finally:
+                os.seteuid(0)
+
+    def test_one_changes_a_package_at_a_time(self):
+        vantry.open("l.hpk", "w").close()
+
+        def others(expected):
+            """Whether another program can change it, by the module and by the tools' lock."""
+            program = "import sys, vantry; vantry.open('l.hpk', sys.argv[1]).discard()"
+            for mode in "uw":
+                run = subprocess.run([sys.executable, "-c", program, mode], stderr=subprocess.PIPE)
+                message = b"BusyError: l.hpk is being changed by another program (process %d)"
+                self.assertEqual(message % os.getpid() not in run.stderr, expected, run.stderr)
+            with open("l.hpk") as file:
+                try:
+                    fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
+                except BlockingIOError:
+                    self.assertFalse(expected)
+                else:
+                    self.assertTrue(expected)
+                    error = self.fails(vantry.BusyError, 0, vantry.open, "l.hpk", "u")
+                    self.assertIsInstance(error, BlockingIOError)
+
+        with vantry.open("l.hpk", "u") as package:
+            package["a"] = b"1"
+            with self.assertRaisesRegex(vantry.BusyError, "is being changed by this program"):
+                vantry.open("l.hpk", "u")
+            others(False)
+            read, write = os.pipe()
+            child = os.fork()
+            if child == 0:
+                try:
+                    with self.assertRaisesRegex(ValueError, "by another process"):
+                        package["b"] = b"2"
+                    package.discard()
+                    os.write(write, b"done")
+                    time.sleep(60)
+                finally:
+                    os._exit(1)
+            os.close(write)
+            self.assertEqual(os.read(read, 4), b"done")
+            others(False)
+        others(True)  # although the child has inherited the lock
+        os.kill(child, 9)
+        os.waitpid(child, 0)
+        with vantry.open("l.hpk", "w") as package:
+            others(False)
+        others(True)
+
+    def test_creating_replaces_at_the_end(self):
+        os.mkdir("folder")
+        os.symlink("folder/n.hpk", "n")
+        for text in b"1", b"2":
+            former = os.listdir("folder")
+            with self.assertRaises(ZeroDivisionError), vantry.open("n", "w") as package:
+                package["a"] = b"none"
+                1 // 0
+            package = vantry.open("n", "w")
+            with self.assertWarns(ResourceWarning):
+                del package
+            self.assertEqual(os.listdir("folder"), former)
+            with vantry.open("n", "w") as package:
+                package["a"] = text
+                if former:
+                    with vantry.open("n") as former:
+                        self.assertEqual(former["a"], b"1")
+            with vantry.open("n") as package:
+                self.assertEqual(package["a"], text)
+            os.chmod("n", 0o640)
+        self.assertEqual(os.stat("n").st_mode & 0o777, 0o640)
+        self.assertTrue(os.path.islink("n"))
 
     def test_a_buffer_has_readers_or_one_writer(self):
         buffer = vantry.Buffer()
@@ -219,6 +327,34 @@ class Threads(unittest.TestCase):
 
             self.run_all([lambda: registry.update(key="value"), release])
             self.assertEqual(registry["key"], b"value")
+
+    def test_forks_while_others_read(self):
+        with vantry.open("f.hpk", "w") as package:
+            package["a"] = bytes(1000)
+        vantry.open("f.hpk", "u").close()
+        done = False
+        with vantry.open("f.hpk") as package, vantry.Registry() as registry:
+            registry["a"] = "1"
+
+            def read():
+                while not done:
+                    self.assertEqual((len(package["a"]), registry["a"]), (1000, b"1"))
+
+            with concurrent.futures.ThreadPoolExecutor(4) as pool:
+                reading = [pool.submit(read) for _ in range(3)]
+                hangs = 0
+                for _ in range(int(os.environ.get("VANTRY_TEST_FORKS", 20))):
+                    child = os.fork()
+                    if child == 0:
+                        signal.alarm(5)
+                        grandchild = os.fork()
+                        os._exit(len(package["a"]) != 1000 or registry["a"] != b"1" or
+                                 grandchild != 0 and os.waitpid(grandchild, 0)[1])
+                    hangs += os.waitpid(child, 0)[1] != 0
+                done = True
+                for thread in reading:
+                    thread.result(60)
+            self.assertEqual(hangs, 0)
 
     def test_closing_while_others_read(self):
         for _ in range(50):
