@@ -151,7 +151,9 @@ TEST_F(HpkToolTest, KeysAreGivenAsTheyAreShown) {
                          {"\"\\\n\r\t\x01", R"("\"\\\n\r\t\x01")"},
                          {std::string("\0\0\0\7", 4), R"("\x00\x00\x00\x07")"},
                          {"\xc3\xa9", "\xc3\xa9"},               // a letter
-                         {"\xe2\x80\xae", R"("\xe2\x80\xae")"},  // turns the direction of writing
+                         {"\xe2\x80\xae", R"("\xe2\x80\xae")"},  // changes the direction of writing
+                         {"\xd8\x9c", R"("\xd8\x9c")"},          // so does this
+                         {"a\xe2\x80\x8b", R"("a\xe2\x80\x8b")"},                // has no width
                          {"\xc0\xaf\xed\xa0\x80", R"("\xc0\xaf\xed\xa0\x80")"},  // no UTF-8
                          {"*[a]?", "*[a]?"},
                          {"[a,b]", "[a,b]"},
@@ -186,7 +188,7 @@ TEST_F(HpkToolTest, JsonTellsWhatThePackageIs) {
     Done("hpk list --json p" + json,
          "[{'key': 'a', 'key_hex': '61', 'offset': 16, 'size': 0}, "
          "{'key': 'z', 'key_hex': '7a', 'offset': 108, 'size': 13}, "
-         "{'key': '\"\\\\xff\\\\x00\"', 'key_hex': 'ff00', 'offset': 52, 'size': 6}]\n");
+         "{'key': None, 'key_hex': 'ff00', 'offset': 52, 'size': 6}]\n");
     for (const bool unicode : {true, false}) {
         WriteFile("p", Updated(FileBytes("p"), [&](Hpack& old) { old.SetOldID(unicode); }));
         Done("hpk info p --json" + json + " | cut -d, -f1,9",
@@ -195,7 +197,29 @@ TEST_F(HpkToolTest, JsonTellsWhatThePackageIs) {
     }
     WriteFile("none", Hex("4a5b6c66 00000000 00000000 00000000"));
     Done("hpk info --json none" + json + " | cut -d, -f8,10", " 'live': 16, 'index_offset': 0}\n");
+    for (const char* const command : {"list", "extract", "diff p", "compact", "get -- "}) {
+        const std::string words = command == std::string("get -- ") ? " none a" : " none";
+        Run("hpk " + (command + words), command[0] == 'd' ? 2 : 1, "",
+            "none: there is no index: the package was created but never closed, or its header is "
+            "damaged (hpk recover finds the items)");
+    }
     Fails("hpk put none a text", "none: Input file does not have an index");
+}
+
+TEST_F(HpkToolTest, NothingThatATerminalObeysReachesIt) {
+    const std::string letter = "\xc3\xa9";  // 256 KiB are read at once: this one is divided
+    MakePackage(
+        {{"\x1b", letter}, {"\xc2\x9b", std::string(256 * 1024 - 1, 'x') + letter + "\x1b\t"}});
+    const auto onTerminal = [](const std::string& words) {
+        return "script -qec \"" COMMAND " " + words + "\" /dev/null </dev/null";
+    };
+    Done(onTerminal("list -0 p") + " | tr '\\0' ' '", R"("\x1b" "\xc2\x9b" )");
+    Done(onTerminal("list --json p") + " | grep -o '\"key\":[^,]*'",
+         "\"key\":\"\\u001b\"\n\"key\":\"\\u009b\"\n");
+    Done(onTerminal("get p '*'") + " | tr -d x", letter + letter + "\\1b\t");
+    // The terminal alone is careful.
+    Done("hpk list -0 p | tr '\\0' ' '; hpk get p '*' | tail -c 3",
+         "\x1b \xc2\x9b " + letter.substr(1) + "\x1b\t");
 }
 
 TEST_F(HpkToolTest, FailuresAreOneLineWithFileAndReason) {
@@ -227,6 +251,10 @@ TEST_F(HpkToolTest, FailuresAreOneLineWithFileAndReason) {
              {"hpk get p a >/dev/full", "cannot write standard output: No space left on device"},
              {"ulimit -f 100; hpk add p large", "cannot write p: File too large"},
              {"hpk", "A subcommand is required (see hpk --help)", 2},
+             {"hpk create - one",
+              "PKG: a package needs a file: it cannot be a pipe (./- for a file that is named -) "
+              "(see hpk create --help)",
+              2},
              {"hpk nix", "unknown word or option nix (see hpk --help)", 2},
              {"hpk info", "PKG is required (see hpk info --help)", 2},
              {"hpk state p 256", "N: Value 256 not in range 0 to 255 (see hpk state --help)", 2},
@@ -357,7 +385,7 @@ TEST_F(HpkToolTest, DamagedPackages) {
     Run("hpk check bad", 1,
         "bad: \"c\\n\", at 45: the record where its entry leads has another key\n", "");
     Done("hpk check --json bad" + json + " | grep -o \"'kind.*'key[^,]*\"",
-         "'kind': 'record-key', 'offset': 45, 'key': '\"c\\\\n\"'\n");
+         "'kind': 'record-key', 'offset': 45, 'key': 'c\\n', 'key_hex': '630a'\n");
     Done("hpk recover bad good",
          "bad: b, at 30: not in the index: deleted, or never saved\n"
          "bad: \"c\\n\", at 45: dropped: no whole record of it is there\n"
@@ -365,6 +393,17 @@ TEST_F(HpkToolTest, DamagedPackages) {
          "bad: 2 items recovered, 1 by the index; 1 other versions left out\n");
     Done("hpk check good; hpk list good; hpk recover -qf --all bad good; hpk list good",
          "a\n\"d\\n\"\na\nb\n\"d\\n\"\n");
+    // A record within another: each level would multiply its bytes.
+    MakePackage({{"a", Hex("4a5b6c73 00000001 62 00000001 78")}, {"b", "y"}});
+    bytes = FileBytes("p");
+    bytes.back() = 29;
+    WriteFile("p", bytes);
+    for (const char* const command : {"extract p", "compact p", "compact p small2"}) {
+        Fails(std::string("hpk ") + command,
+              "p: items overlap: the package is damaged (see hpk check)");
+    }
+    Done("hpk get p b; ls small2 2>&1 | wc -l", "x1\n");
+
     Fails("hpk recover stderr out", "stderr: nothing in it is of a package");
     EXPECT_FALSE(fs::exists("out"));
 }

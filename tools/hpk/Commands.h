@@ -6,7 +6,7 @@
 
 namespace vantry_tools {
 
-// Each function adds a group of commands; the file is named after the group.
+// Each function adds a group of commands. Its file is named after the group.
 
 void AddPackCommands(CLI::App& app);      // create, add, put
 void AddListCommands(CLI::App& app);      // list
@@ -18,23 +18,36 @@ void AddMapCommands(CLI::App& app);       // map
 void AddIdentityCommands(CLI::App& app);  // id, state
 void AddRepairCommands(CLI::App& app);    // check, recover, compact
 
-/// What most commands take.
+/// Adds the path of a package that is read or written.
+inline CLI::Option* AddPackageArgument(CLI::App& command, const char* name, std::string& path,
+                                       const char* description) {
+    const CLI::Validator notDash(
+        [](const std::string& word) {
+            return word == "-" ? "a package needs a file: it cannot be a pipe (./- for a file "
+                                 "that is named -)"
+                               : std::string();
+        },
+        "");
+    return command.add_option(name, path, description)->check(notDash)->type_name("");
+}
+
+/// Options of most commands.
 struct PackageOptions {
     std::string package;
     bool quiet = false;
 
     void AddPackage(CLI::App& command) {
-        AddPositional(command, "PKG", package, "The package file");
+        AddPackageArgument(command, "PKG", package, "The package file")->required();
     }
     void AddQuiet(CLI::App& command) {
-        command.add_flag("-q,--quiet", quiet, "No progress bar, no remarks");
+        command.add_flag("-q,--quiet", quiet, "No progress bar, no notes");
     }
 };
 
-/// Gives -h the meaning that it has in ls: help is --help alone then.
+/// Makes -h mean what it means for ls; only --help shows the help then.
 inline void AddHuman(CLI::App& command, bool& human) {
     command.set_help_flag("--help", "Print this help message and exit");
-    command.add_flag("-h,--human", human, "Sizes as people read them: 512, 1.5K, 12M");
+    command.add_flag("-h,--human", human, "Sizes with a unit: 512, 1.5K, 12M");
 }
 
 /// Adds a command on a package.

@@ -19,7 +19,10 @@ struct DiffOptions : PackageOptions {
 class Comparison {
 public:
     explicit Comparison(const DiffOptions& diffOptions)
-        : options(diffOptions), former(options.package), latter(options.other) {}
+        : options(diffOptions), former(options.package), latter(options.other) {
+        former.RequireIndex();
+        latter.RequireIndex();
+    }
 
     /// Names what differs. @return whether anything does
     bool Run() {

@@ -4,6 +4,7 @@
 
 #include "tools/common/AtomicFile.h"
 #include "tools/common/KeyText.h"
+#include "tools/common/PrintableText.h"
 #include "tools/hpk/Commands.h"
 #include "tools/hpk/KeyArguments.h"
 #include "tools/hpk/OutputFolder.h"
@@ -28,14 +29,22 @@ struct ExtractOptions : PackageOptions {
 
 static void WriteBodies(PackageReader& reader, const std::vector<qtString>& keys,
                         PackageReader::Part part, int descriptor, const std::string& shown) {
+    // Escape sequences in a body must not reach a terminal.
+    const bool escape = isatty(descriptor) == 1;
+    PrintableStream printable;
+    const auto write = [&](std::string_view text) {
+        WriteAll(descriptor, text.data(), text.size(), shown);
+    };
     for (const qtString& key : keys) {
         reader.Read(key, part, [&](const char* data, std::size_t count) {
-            WriteAll(descriptor, data, count, shown);
+            const std::string_view piece(data, count);
+            escape ? write(printable.Next(piece)) : write(piece);
         });
     }
+    write(printable.End());
 }
 
-// A device or a FIFO is written to as it is.
+// A device or a FIFO is written to directly; it cannot be replaced.
 static bool TakesBytesDirectly(const std::string& path) {
     struct stat status;
     return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
@@ -64,6 +73,7 @@ static void Get(const GetOptions& options) {
         throw UsageFailure("KEY is required");
     }
     PackageReader reader(options.package);
+    reader.RequireIndex();
     const std::vector<qtString> keys = words.TakeKeys([&] { return reader.Keys(); });
     const std::string& output = options.output;
     if (output.empty() || output == "-") {
@@ -98,6 +108,8 @@ static std::optional<std::string> ExtractItem(PackageReader& reader, const qtStr
 
 static void Extract(const ExtractOptions& options) {
     PackageReader reader(options.package);
+    reader.RequireIndex();
+    reader.RequireNoOverlap();
     KeyChoice choice = options.choice;
     const std::vector<qtString> keys = choice.Choose(reader.Keys());
     std::vector<std::string> failures;

@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <cstdio>
 
 #include "tools/common/JsonOutput.h"
@@ -20,7 +22,7 @@ struct ListOptions : PackageOptions {
     bool nul = false;
 };
 
-// Places of items, some of which may be damaged: those are reported once and counted.
+// Finds records. Those of damaged items are reported once.
 class Places {
 public:
     explicit Places(PackageReader& packageReader) : reader(packageReader) {}
@@ -48,22 +50,11 @@ private:
 
 }  // namespace
 
-static std::string Hex(std::string_view bytes) {
-    constexpr char digits[] = "0123456789abcdef";
-    std::string hex;
-    hex.reserve(bytes.size() * 2);
-    for (const char byte : bytes) {
-        const auto value = static_cast<unsigned char>(byte);
-        hex += digits[value >> 4];
-        hex += digits[value & 15];
-    }
-    return hex;
-}
-
 static void ListAsJson(const std::vector<qtString>& keys, Places& places) {
     JsonArrayPrinter printer;
     for (const qtString& key : keys) {
-        Json item = {{"key", QuoteKey(key)}, {"key_hex", Hex(key)}};
+        Json item;
+        AddKey(item, "key", key);
         PackageReader::Place place;
         const bool found = places.Find(key, place);
         item["offset"] = found ? Json(place.offset) : Json();
@@ -77,7 +68,7 @@ static std::string Size(unsigned int bytes, bool human) {
     return human ? HumanSize(bytes) : std::to_string(bytes);
 }
 
-// What stands before the last slash is what keys of one folder share.
+// Colors the part that keys of one folder share.
 static std::string PaintFolder(const std::string& name, const Colors& colors) {
     const std::size_t end = name.rfind('/') + 1;
     return end == 0 ? name : colors.Paint("34", name.substr(0, end)) + name.substr(end);
@@ -85,6 +76,7 @@ static std::string PaintFolder(const std::string& name, const Colors& colors) {
 
 static void ListAsText(const std::vector<qtString>& keys, Places& places,
                        const ListOptions& options) {
+    const bool raw = options.nul && isatty(STDOUT_FILENO) == 0;
     const int width = options.human ? 5 : 10;
     for (const qtString& key : keys) {
         if (options.isLong) {
@@ -95,7 +87,7 @@ static void ListAsText(const std::vector<qtString>& keys, Places& places,
             std::printf("%*s %10s  ", width, size.c_str(), offset.c_str());
         }
         const std::string name =
-            options.nul ? std::string(key) : PaintFolder(QuoteKey(key), options.colors);
+            raw ? std::string(key) : PaintFolder(QuoteKey(key), options.colors);
         std::fwrite(name.data(), 1, name.size(), stdout);
         std::putchar(options.nul ? 0 : '\n');
     }
@@ -103,6 +95,7 @@ static void ListAsText(const std::vector<qtString>& keys, Places& places,
 
 static void List(const ListOptions& options) {
     PackageReader reader(options.package);
+    reader.RequireIndex();
     KeyChoice choice = options.choice;
     const std::vector<qtString> keys = choice.Choose(reader.Keys());
     Places places(reader);
@@ -118,8 +111,8 @@ static void List(const ListOptions& options) {
 void AddListCommands(CLI::App& app) {
     const auto [listCommand, list] = AddPackageCommand(
         app, "list", "Show the keys of a package, in order",
-        "A GLOB is a key, in quotes or not; or a pattern in which * also matches slashes; or the\n"
-        "beginning of keys with a slash at its end.\n"
+        "A GLOB is a key, in quotes or not; a pattern, in which * also matches slashes; or a\n"
+        "prefix that ends in a slash.\n"
         "\n"
         "Examples:\n"
         "  hpk list -lh include.hpk 'linux/*.h'\n"
@@ -127,11 +120,13 @@ void AddListCommands(CLI::App& app) {
         &List);
     listCommand.alias("ls")->alias("t");
     AddHuman(listCommand, list.human);
-    list.choice.AddTo(listCommand, "GLOB", "The items to show instead of all");
+    list.choice.AddTo(listCommand, "GLOB", "The items to show (default: all)");
     listCommand.add_flag("-l,--long", list.isLong, "Show size and offset before each key");
     list.colors.AddTo(listCommand);
     CLI::Option* const json = listCommand.add_flag("--json", list.json, "Show an array of objects");
-    listCommand.add_flag("-0,--null", list.nul, "End keys with NUL, and never quote them")
+    listCommand
+        .add_flag("-0,--null", list.nul,
+                  "End keys with NUL and, except on a terminal, never quote them")
         ->excludes(json);
 }
 

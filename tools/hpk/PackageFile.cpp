@@ -102,6 +102,34 @@ std::uint32_t PackageReader::IndexOffset() {
     });
 }
 
+void PackageReader::RequireIndex() {
+    if (IndexOffset() == 0) {
+        throw PackageFailure(path +
+                             ": there is no index: the package was created but never closed, or "
+                             "its header is damaged (hpk recover finds the items)");
+    }
+}
+
+void PackageReader::RequireNoOverlap() {
+    using Extent = std::pair<std::uint64_t, std::uint64_t>;
+    std::vector<Extent> extents = {{IndexOffset(), IndexOffset() + package.GetIndexSpace()}};
+    for (const qtString& key : Keys()) {
+        try {
+            const Place place = Find(key);
+            extents.emplace_back(place.offset, std::uint64_t{place.offset} + place.size +
+                                                   HpackFormat::recordOverhead + key.size());
+        } catch (const PackageFailure&) {  // whoever reads the item reports it
+        }
+    }
+    std::sort(extents.begin(), extents.end());
+    const auto overlap = std::adjacent_find(
+        extents.begin(), extents.end(),
+        [](const Extent& left, const Extent& right) { return left.second > right.first; });
+    if (overlap != extents.end()) {
+        throw PackageFailure(path + ": items overlap: the package is damaged (see hpk check)");
+    }
+}
+
 std::uint32_t PackageReader::Size() {
     return OnPackage(path, [&] { return stream->GetFileSize(); });
 }

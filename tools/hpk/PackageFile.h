@@ -77,8 +77,14 @@ public:
     void Read(const qtString& key, Part part,
               const std::function<void(const char*, std::size_t)>& take);
 
-    /// Where the header says that the index is; 0: there is none.
+    /// The offset of the index by the header; 0 if there is none.
     std::uint32_t IndexOffset();
+    /// Without an index a package looks empty although it may hold records.
+    /// @throws PackageFailure if there is no index
+    void RequireIndex();
+    /// Items of one record multiply its bytes: a small file could fill the disk.
+    /// @throws PackageFailure if records overlap each other or the index; damaged ones do not count
+    void RequireNoOverlap();
     std::uint32_t Size();
     Hpack& Package() { return package; }
 

@@ -43,25 +43,25 @@ static void OpenAnything(Hfile32& file, const std::string& path) {
 static Json Describe(const HpackFault& fault) {
     Json json = {{"kind", HpackFault::Name(fault.kind)}, {"offset", fault.offset}};
     if (fault.ofItem) {
-        json["key"] = QuoteKey(fault.key);
+        AddKey(json, "key", fault.key);
     }
     if (fault.kind == HpackFault::overlapsItem) {
-        json["other"] = QuoteKey(fault.other);
+        AddKey(json, "other", fault.other);
     }
     json["text"] = HpackFault::Text(fault.kind);
     return json;
 }
 
 static void PrintAsJson(const HpackCheckReport& report) {
-    Json faults = Json::array();
+    JsonArrayPrinter faults({{"good", report.Good()},
+                             {"size", report.size},
+                             {"items", report.items},
+                             {"whole_items", report.wholeItems}},
+                            "faults");
     for (const HpackFault& fault : report.faults) {
-        faults.push_back(Describe(fault));
+        faults.Print(Describe(fault));
     }
-    PrintJson({{"good", report.Good()},
-               {"size", report.size},
-               {"items", report.items},
-               {"whole_items", report.wholeItems},
-               {"faults", faults}});
+    faults.End();
 }
 
 static void PrintFault(const std::string& package, const HpackFault& fault) {
@@ -164,10 +164,11 @@ static void Recover(const RecoverOptions& options) {
 // What was written is read back and compared before it gets the name.
 static void CompactTo(AtomicFile& output, const CompactOptions& options, CTProgress& progress) {
     const HpackOrder order = options.order == "key" ? HpackOrder::key : HpackOrder::offset;
+    PackageReader reader(options.package);
+    reader.RequireIndex();
+    reader.RequireNoOverlap();
+    Hpack& source = reader.Package();
     OnPackage(options.package, [&] {
-        Hpack source;
-        OpenRegular(options.package, O_RDONLY);
-        source.Open(options.package, 'r');
         Hpack target;
         target.Open(output.Path(), 'w');
         HpackCompact(source, target, order, ShowSteps(progress, "copying"));
@@ -214,7 +215,7 @@ void AddRepairCommands(CLI::App& app) {
         "Example:\n"
         "  hpk recover damaged.hpk saved.hpk",
         &Recover);
-    AddPositional(recoverCommand, "OUT", recover.output, "The new package");
+    AddPackageArgument(recoverCommand, "OUT", recover.output, "The new package")->required();
     recoverCommand.add_flag("-a,--all", recover.all, "Take also what was deleted, or never saved");
     recoverCommand.add_flag("-f,--force", recover.force, "Replace an existing file");
     recover.AddQuiet(recoverCommand);
@@ -228,7 +229,7 @@ void AddRepairCommands(CLI::App& app) {
         "  hpk compact letters.hpk\n"
         "  hpk compact letters.hpk small.hpk --order offset",
         &Compact);
-    compactCommand.add_option("OUT", compact.output, "A new package instead")->type_name("");
+    AddPackageArgument(compactCommand, "OUT", compact.output, "A new package instead");
     compactCommand
         .add_option("--order", compact.order, "Order of the records: key (the default) or offset")
         ->check(CLI::IsMember({"key", "offset"}))
