@@ -12,9 +12,9 @@ int main() {
         package.Close();
 
         package.Open("letters.hpk", 'u');
-        package.AddOrUpdate("alpha", "first");  // fits: written over the old version
+        package.AddOrUpdate("alpha", "first");  // fits: overwrites the old version
         package.Rename("beta", "b");
-        package.Delete("gamma");  // not there: no error
+        package.Delete("gamma");  // absent: not an error
         package.Close();
 
         package.Open("letters.hpk", 'r');

@@ -1,4 +1,4 @@
-// Parameters that many programs share: how often has this one been started, and what is its name?
+// Parameters shared by many programs: how often this one has run, and whom it greets.
 #include <cstdlib>
 #include <iostream>
 
@@ -6,7 +6,7 @@
 
 static qtString Read(char* name, const char* otherwise) {
     unsigned char value[64] = {};
-    unsigned long length = sizeof value - 1;  // a value that fills its room has no NUL behind it
+    unsigned long length = sizeof value - 1;  // a value that fills the array has no terminating NUL
     const bool found = GetPopRegParam(name, value, &length) == 0;
     return found ? qtString(reinterpret_cast<const char*>(value)) : qtString(otherwise);
 }
@@ -20,5 +20,5 @@ int main() {
         return 1;
     }
     char greeting[] = "Greeting";
-    std::cout << Read(greeting, "hello") << " for the " << count << ". time\n";
+    std::cout << Read(greeting, "hello") << ", run " << count << "\n";
 }

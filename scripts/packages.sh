@@ -12,7 +12,9 @@ packages_check=(clang-format clang-tidy mypy abigail-tools strace valgrind)
 packages_fuzz=(clang libclang-rt-dev)
 packages_coverage=(gcovr)
 # The site, and the lint of the man pages, which tests skip where this is not.
-packages_docs=(doxygen mandoc)
+packages_docs=(doxygen mandoc libjs-lunr)
+# Looks at the site.
+packages_browser=(chromium)
 # amd64's libdb5.3-dev has the header for both.
 packages_i386=(g++-multilib libdb5.3:i386 libsodium-dev:i386 libgtest-dev:i386)
 packages_debian=(dpkg-dev lintian debootstrap)

@@ -30,6 +30,7 @@ struct Block {
 }  // namespace
 
 static constexpr const char* style = R"(<style>
+  :root { color-scheme: light dark }
   .page { fill: #ffffff } text { fill: #1f2328; font: 13px system-ui, sans-serif }
   .title { font-size: 16px; font-weight: 600 } .at { text-anchor: end; font-size: 11px }
   rect { stroke: #ffffff; stroke-width: .6 } rect:hover { stroke: #000000; stroke-width: 2 }
