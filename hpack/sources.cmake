@@ -10,6 +10,7 @@ vantry_sources(
         HpackCompact.cpp
         HpackIndex.cpp
         HpackRecover.cpp
+        HpackUpdate.cpp
         HpackView.cpp
         IndexSearch.cpp
         KeySlots.cpp
@@ -30,6 +31,7 @@ vantry_sources(
         HpackErrors.h
         HpackFormat.h
         HpackRecover.h
+        HpackUpdate.h
         HpackView.h
         qtPackDiet.h
         qtPtrLight.h)

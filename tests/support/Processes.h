@@ -59,8 +59,13 @@ std::vector<Report> KillWriters(const std::vector<std::function<void(int)>>& wri
     return all;
 }
 
-/// How many rounds of killing there are: VANTRY_KILL_ROUNDS, if that is set.
-inline int KillRounds(int usual) {
-    const char* const wanted = std::getenv("VANTRY_KILL_ROUNDS");
+/// How many rounds a test has: the number in an environment variable, if that is set.
+inline int Rounds(const char* variable, int usual) {
+    const char* const wanted = std::getenv(variable);
     return wanted == nullptr ? usual : std::atoi(wanted);
+}
+
+/// How many rounds of killing there are.
+inline int KillRounds(int usual) {
+    return Rounds("VANTRY_KILL_ROUNDS", usual);
 }
