@@ -100,7 +100,9 @@ void HpackUpdate(const qtString& fileName, const std::function<void(Hpack&)>& ch
                  const HpackUpdateOptions& options) {
     vantry_internal::LockWait wait;
     wait.limit = options.lockLimit;
-    wait.report = options.waiting;
+    if (options.waiting) {
+        wait.report = [&options](const std::string& line) { options.waiting(line); };
+    }
     if (options.step) {
         wait.poll = [&options] { options.step(0, 0); };
     }
