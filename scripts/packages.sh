@@ -2,8 +2,8 @@
 # Nothing is asked of a mirror when all of them are there.
 # shellcheck shell=bash disable=SC2034
 
-packages_build=(g++ cmake ninja-build pkgconf libdb5.3-dev libsodium-dev libcli11-dev
-    nlohmann-json3-dev libgtest-dev python3-dev pybind11-dev)
+packages_build=(g++ cmake ninja-build pkgconf libdb5.3-dev libsodium-dev
+    libarchive-dev libcli11-dev nlohmann-json3-dev libgtest-dev python3-dev pybind11-dev)
 # The peers of the benchmarks.
 packages_bench=(python3 libbenchmark-dev libsqlite3-dev liblmdb-dev libgdbm-dev libcdb-dev libisal-dev
     libxxhash-dev zlib1g-dev libabsl-dev libboost-dev)
@@ -16,7 +16,8 @@ packages_docs=(doxygen mandoc libjs-lunr)
 # Looks at the site.
 packages_browser=(chromium)
 # amd64's libdb5.3-dev has the header for both.
-packages_i386=(g++-multilib libdb5.3:i386 libsodium-dev:i386 libgtest-dev:i386)
+packages_i386=(g++-multilib libdb5.3:i386 libsodium-dev:i386
+    libarchive-dev:i386 libgtest-dev:i386)
 packages_debian=(dpkg-dev lintian debootstrap)
 # Runs 32-bit programs where the kernel does not, and those of other processors. The compilers for
 # those and g++-multilib can not be installed together: each pushes the other aside, and scripts/test

@@ -3,40 +3,15 @@
 
 #include <thread>
 
-#include "tests/support/Items.h"
-#include "tests/support/ToolTest.h"
+#include "tests/tools/HpkToolTest.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using Files = Contents;
 
 /// Makes of JSON what Python prints of it.
 const std::string json = " | python3 -c 'import json, sys; print(json.load(sys.stdin))'";
-
-class HpkToolTest : public ToolTest {
-protected:
-    using Files = Contents;
-
-    static Files Tree(const fs::path& root) {
-        Files files;
-        for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root)) {
-            if (entry.is_regular_file() && !entry.is_symlink()) {
-                files[entry.path().lexically_relative(root).string()] = FileBytes(entry.path());
-            }
-        }
-        return files;
-    }
-
-    static void WriteTree(const Files& files, const fs::path& root) {
-        for (const auto& [name, bytes] : files) {
-            const fs::path file = root / name.c_str();
-            fs::create_directories(file.parent_path());
-            WriteFile(file, bytes);
-        }
-    }
-
-    static void MakePackage(const Contents& items) { WriteFile("p", Package(items)); }
-};
 
 TEST_F(HpkToolTest, TreeWithOddNamesComesBackAsItWas) {
     std::string deep;
@@ -124,7 +99,7 @@ TEST_F(HpkToolTest, HabitsOfOtherToolsWork) {
                   " --help)",
               2);
     }
-    Fails("hpk verify x", "unknown word or option verify; did you mean check? (see hpk --help)", 2);
+    Fails("hpk fsck x", "unknown word or option fsck; did you mean check? (see hpk --help)", 2);
 }
 
 TEST_F(HpkToolTest, MapShowsWhatIsWhere) {

@@ -80,7 +80,7 @@ static void OfferPositional(const CLI::App& command, const std::string& word,
     if (is({"KEY", "GLOB", "WORD", "PREFIX"})) {
         OfferKeys(word, given, keys);
     }
-    if (is({"PKG", "PATH", "FILE", "OUT", "OTHER", "WORD"})) {
+    if (is({"PKG", "PATH", "FILE", "OUT", "OTHER", "WORD", "ARCHIVE"})) {
         std::puts(":file");
     }
 }

@@ -14,6 +14,8 @@ void AddInfoCommands(CLI::App& app);      // info
 void AddGetCommands(CLI::App& app);       // get, extract
 void AddChangeCommands(CLI::App& app);    // rm, mv
 void AddCompareCommands(CLI::App& app);   // diff
+void AddImportCommands(CLI::App& app);    // import
+void AddExportCommands(CLI::App& app);    // export
 void AddMapCommands(CLI::App& app);       // map
 void AddIdentityCommands(CLI::App& app);  // id, state
 void AddRepairCommands(CLI::App& app);    // check, recover, compact

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <filesystem>
 
+#include "tools/hpk/KeyPath.h"
+
 namespace vantry_tools {
 
 // A file that is not whole yet, in an open folder.
@@ -46,30 +48,6 @@ private:
     FileDescriptor file;
 };
 
-static void CheckPath(const std::string& key) {
-    if (key.empty()) {
-        throw RefusedPath("an empty key names no file");
-    }
-    if (key.front() == '/') {
-        throw RefusedPath("an absolute path");
-    }
-    if (key.find('\0') != std::string::npos) {
-        throw RefusedPath("no file name can have a NUL");
-    }
-    for (std::size_t at = 0; at <= key.size();) {
-        const std::size_t end = std::min(key.find('/', at), key.size());
-        const std::string_view part = std::string_view(key).substr(at, end - at);
-        if (part == "..") {
-            throw RefusedPath("the path has a \"..\"");
-        }
-        // The same file would have two names.
-        if (part.empty() || part == ".") {
-            throw RefusedPath("the path has an empty part or a \".\"");
-        }
-        at = end + 1;
-    }
-}
-
 static const int openFolder = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 OutputFolder::OutputFolder(const std::string& path) : root(path) {
@@ -85,7 +63,9 @@ OutputFolder::OutputFolder(const std::string& path) : root(path) {
 }
 
 void OutputFolder::Write(const std::string& key, const Writer& write) {
-    CheckPath(key);
+    if (const char* const reason = WhyNotPath(key)) {
+        throw RefusedPath(reason);
+    }
     const std::size_t nameAt = key.rfind('/') + 1;
     const std::string name = key.substr(nameAt);
     Enter(std::string_view(key).substr(0, nameAt));

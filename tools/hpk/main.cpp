@@ -33,6 +33,8 @@ int main(int argc, char** argv) {
     AddGetCommands(app);
     AddChangeCommands(app);
     AddCompareCommands(app);
+    AddImportCommands(app);
+    AddExportCommands(app);
     AddMapCommands(app);
     AddIdentityCommands(app);
     AddRepairCommands(app);

@@ -1,0 +1,120 @@
+// What moves files between packages, archives and folders.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "tests/tools/HpkToolTest.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+using Files = Contents;
+
+using HpkTransferTest = HpkToolTest;
+
+TEST_F(HpkTransferTest, ArchivesComeBackAsTheyWere) {
+    const Files files = {{"a b", "blank"},
+                         {"\xc3\xa9/\xc3\xa9", "letters"},
+                         {"\xff\x80", "no UTF-8"},
+                         {"empty", ""},
+                         {std::string(200, 'd') + '/' + std::string(200, 'n'), "long names"},
+                         {"large", std::string(600'000, 'x') + "end"}};
+    WriteTree(files, "tree");
+    chmod("tree/large", 0755);
+    fs::create_symlink("large", "tree/link");
+    ASSERT_EQ(mkfifo("tree/pipe", 0600), 0);
+    fs::create_hard_link("tree/a b", "tree/zz");
+    fs::create_directories("tree/nothing/in here");
+    Files all = files;
+    all["zz"] = "blank";
+    for (const char* const tar : {"tar c", "tar c --format=pax", "tar cz", "tar cJ"}) {
+        Run(std::string("rm -rf p; ") + tar +
+                " --sort=name --owner=0 --group=0 -C tree .| hpk import p",
+            0, "",
+            "standard input: not kept: devices, pipes and the like (1), empty folders (1), "
+            "hard links, now copies (1), modes other than 0644 (1), symbolic links (1)");
+        Done("rm -rf copy; mkdir copy; hpk export p | tar x -C copy");
+        EXPECT_EQ(Tree("copy"), all) << tar;
+    }
+    for (const char* const name :
+         {"x.tar", "x.tgz", "x.tar.bz2", "x.tar.xz", "x.tar.zst", "x.zip"}) {
+        WriteFile(name, "former");
+        const std::string file = name;
+        const bool isZip = file == "x.zip";
+        Run("hpk export p " + file, isZip ? 1 : 0, "",
+            isZip ? R"(not exported: "\xff\x80": a zip file holds names in UTF-8 alone)" : "");
+        Done(isZip ? R"(hpk rm p '"\xff\x80"')" : "true");
+        Done("rm -f q; hpk import q " + file + "; hpk diff p q");
+        Done("rm -f q; cat " + file + " | hpk import q -; hpk diff p q");
+    }
+    Done("hpk export p two.tgz '*/*' large; tar tzf two.tgz | wc -l", "3\n");
+}
+
+TEST_F(HpkTransferTest, HostileArchivesAndKeysAreRefused) {
+    WriteFile("make.py", R"(import io, tarfile
+with tarfile.open("a.tar", "w") as archive:
+    def add(name, body=b"x", **fields):
+        entry = tarfile.TarInfo(name)
+        entry.size = len(body)
+        for field, value in fields.items():
+            setattr(entry, field, value)
+        archive.addfile(entry, io.BytesIO(body))
+    for name in ("../up", "/abs", "a//b", "a/./b", "./a/..", "good", "././/good"):
+        add(name, uid=7)
+    add("linked", b"", type=tarfile.LNKTYPE, linkname="../up")
+    add("old", b"new")
+)");
+    Done("python3 make.py");
+    MakePackage({{"old", "long body"}, {"kept", "1"}});
+    const std::string former = FileBytes("p");
+    Run("hpk import p a.tar", 1, "",
+        "a.tar: not kept: owners other than root (2)\n"
+        "hpk: not imported: ../up: the path has a \"..\"\n"
+        "hpk: not imported: /abs: an absolute path\n"
+        "hpk: not imported: a//b: the path has an empty part or a \".\"\n"
+        "hpk: not imported: a/./b: the path has an empty part or a \".\"\n"
+        "hpk: not imported: a/..: the path has a \"..\"\n"
+        "hpk: not imported: linked: a hard link to ../up, which is not in the archive");
+    Done("hpk list p; hpk get p old good", "good\nkept\nold\nnewx");
+
+    // Whatever is cut or changed, the package stays as it was, and no new one appears.
+    WriteFile("p", former);
+    WriteTree({{"t/1", std::string(9000, '1')}, {"t/2", "2"}}, ".");
+    Done("tar cf b.tar t; tar czf b.tgz t; python3 -m zipfile -c b.zip t/");
+    WriteFile("b.none", "");
+    for (const std::string name : {"b.tar", "b.tgz", "b.zip", "b.none"}) {
+        const std::string bytes = FileBytes(name);
+        for (const std::size_t length : {bytes.size() / 8, bytes.size() / 3, std::size_t{0}}) {
+            WriteFile("cut", bytes.substr(0, length));
+            for (const char* const package : {"p", "new"}) {
+                Run(std::string("hpk import ") + package +
+                        " cut 2>err; s=$?; grep -c ^ err; exit $s",
+                    1, "1\n", "");
+            }
+            EXPECT_EQ(FileBytes("p"), former) << name << ' ' << length;
+            EXPECT_FALSE(fs::exists("new"));
+        }
+    }
+    MakePackage({{"", "1"}, {"../up", "2"}, {"f", "3"}, {"f/below", "4"}, {"g", "5"}});
+    Run("hpk export p | tar tf -; hpk export p x.tar", 1, "f\ng\n",
+        "not exported: \"\": an empty key names no file\n"
+        "hpk: not exported: ../up: the path has a \"..\"\n"
+        "hpk: not exported: f/below: the item f is in the way\n"
+        "hpk: not exported: \"\": an empty key names no file\n"
+        "hpk: not exported: ../up: the path has a \"..\"\n"
+        "hpk: not exported: f/below: the item f is in the way");
+    Fails("hpk export p - g >/dev/full", "cannot write standard output: No space left on device");
+    Fails("hpk export p x.rar",
+          "the archive must end in .tar, .tar.gz, .tgz, .tar.bz2, .tar.xz, .tar.zst or .zip, or "
+          "be -: x.rar (see hpk export --help)",
+          2);
+    // A damaged item is left out before its entry begins.
+    std::string damaged = FileBytes("p");
+    damaged[damaged.find("J[ls\0\0\0\1g"s)] ^= 1;
+    WriteFile("p", damaged);
+    Run("hpk export p x.tar g f; tar tf x.tar; exit 1", 1, "f\n",
+        "p: Key points to invalid item: g");
+}
+
+}  // namespace
