@@ -2,7 +2,14 @@
 
 #include <cstdio>
 
-#include "QtInclude/PolyRemainder.h"
+#include "cpu/PolyRemainder.h"
+
+using vantry_internal::GetPolyRemainder;
+using vantry_internal::PolyRemainder;
+using vantry_internal::sharedPolynomial;
+using vantry_internal::sharedRemainder;
+
+static_assert(sharedPolynomial == Hash_primitive_seed[32]);
 
 xPoly_Hash::~xPoly_Hash() = default;
 
@@ -43,7 +50,7 @@ unsigned int Poly_Hash<N>::Hash(const qtString& bytes) const {
 
 template <int N>
 unsigned int Poly_Hash<N>::Extend(unsigned int hash, const char* bytes, std::size_t count) const {
-    // For degree 32 the entry is the polynomial; smaller ones have no bit so high.
+    // For degree 32 this entry is the polynomial; lower degrees have no bit that high.
     if (__builtin_expect(table[1] == sharedPolynomial, 1)) {
         return sharedRemainder.load(std::memory_order_relaxed)(hash, bytes, count);
     }
@@ -54,10 +61,10 @@ template <int N>
 std::uint32_t Poly_Hash<N>::ExtendOther(std::uint32_t hash, const char* bytes,
                                         std::size_t count) const {
     const PolyRemainder& remainder = GetPolyRemainder();
-    if (count < remainder.pays) {
+    if (count < remainder.breakEvenBytes) {
         return StepBytes(hash, bytes, count);
     }
-    // P * x^(32 - degree) is of degree 32 and a multiple of P.
+    // P * x^(32 - degree) is a multiple of P of degree 32.
     hash = remainder.divide(table[1] << (32 - degree), hash, bytes, count);
     if (degree == 32) {
         return hash;

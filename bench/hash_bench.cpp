@@ -1,5 +1,5 @@
 // Poly_Hash beside other checks of a string, and beside reading the same memory. VANTRY_CPU
-// chooses what the library uses.
+// caps the kernels that the library selects.
 #include <benchmark/benchmark.h>
 #include <isa-l/crc.h>
 #include <xxhash.h>

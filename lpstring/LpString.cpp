@@ -3,11 +3,16 @@
 #include <algorithm>
 #include <cwctype>
 
-#include "lpstring/TokenEdges.h"
+#include "cpu/TokenEdges.h"
+
+using vantry_internal::ByteSet;
+using vantry_internal::edgesSlack;
+using vantry_internal::GetTokenEdges;
+using vantry_internal::TokenEdges;
 
 namespace {
 
-// The source comes by value: it may be an element of the vector that is cleared.
+// `source` is a copy, since it may be an element of the vector that is cleared.
 template <class View, class IsSeparator>
 void Split(const View source, std::vector<View>& tokens, const IsSeparator& isSeparator) {
     tokens.clear();
@@ -28,29 +33,29 @@ void Split(const View source, std::vector<View>& tokens, const IsSeparator& isSe
     }
 }
 
-// Piece by piece, whose edges stay in the cache until they have become tokens.
+// Works piece by piece, so that the edges of a piece stay in the cache until they become tokens.
 void SplitBytes(const LpCString source, std::vector<LpCString>& tokens, const ByteSet& separators) {
     constexpr std::uint32_t pieceBytes = 2048;
     std::uint32_t edges[1 + pieceBytes + edgesSlack];
-    std::size_t open = 0;  // 1 if edges[0] is the start of a token whose end is still to come
+    std::size_t open = 0;  // 1 if edges[0] is the start of a token without its end
     bool inToken = false;
-    const TokenEdges& way = GetTokenEdges();
+    const TokenEdges& kernel = GetTokenEdges();
 
     tokens.clear();
     for (std::uint32_t position = 0; position < source.Length();) {
         const char* const piece = source.Data() + position;
         const std::uint32_t count = std::min(source.Length() - position, pieceBytes);
         std::size_t found =
-            open + way.find(separators, piece, count, position, inToken, edges + open);
+            open + kernel.find(separators, piece, count, position, inToken, edges + open);
         position += count;
         const std::uint32_t rest = source.Length() - position;
         if (rest == 0 && inToken) {
             edges[found++] = source.Length();
         }
-        // A vector that has to grow does so once.
+        // The vector grows at most once.
         if (tokens.capacity() - tokens.size() < found / 2) {
             bool inTokenThen = inToken;
-            const std::size_t later = way.count(separators, piece + count, rest, inTokenThen);
+            const std::size_t later = kernel.count(separators, piece + count, rest, inTokenThen);
             tokens.reserve(tokens.size() + (found + later + 1) / 2);
         }
         for (std::size_t i = 0; i + 1 < found; i += 2) {

@@ -17,7 +17,7 @@ if(way STREQUAL pkg-config)
     separate_arguments(options UNIX_COMMAND "${options}")
     separate_arguments(flags UNIX_COMMAND "${flags}")
     execute_process(
-        COMMAND ${compiler} -std=c++17 ${flags} ${outside}/main.cpp -o ${build}/outside ${options}
+        COMMAND ${compiler} -std=c++17 ${flags} ${outside}/main.cpp ${outside}/own_names.cpp -o ${build}/outside ${options}
             -Wl,-rpath,${prefix}/${libdir}
         COMMAND_ERROR_IS_FATAL ANY)
 else()
@@ -42,7 +42,8 @@ string(CONCAT expected
     "qtxGeneric: Invalid path size\n"
     "6HioErr: Cannot open file:  0\n"
     "5Hpack: File is not open in update mode 5\n"
-    "6HioErr: refused 4\n")
+    "6HioErr: refused 4\n"
+    "df1a7dd9 1cb15872 3\n")
 if(NOT printed STREQUAL expected)
     message(FATAL_ERROR "printed\n${printed}instead of\n${expected}")
 endif()

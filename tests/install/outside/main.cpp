@@ -3,6 +3,10 @@
 #include "Vantry/VantryVersion.h"
 #include "Vantry/qtGeneric2.h"
 #include "hpack/Hpack.h"
+#include "lpstring/LpString.h"
+#include "lpstring/LpStringHash.h"
+
+bool HasOwnNames();
 
 namespace {
 
@@ -39,5 +43,12 @@ int main() {
     Report([] { Hpack().Open("", 'r'); });
     Report([] { Hpack().Delete(""); });
     Report([] { Hpack().Open(qtPtrLight<Generic32>(new Refusing), 'w'); });
-    return 0;
+
+    // These select code for the processor, with names that this program has, too.
+    const qtString text = qtString(5000, 'x') + " y z";
+    std::vector<LpCString> tokens;
+    LpTokenize(text, tokens);
+    std::printf("%x %x %zu\n", LpStringHash::s_polyHash.Hash("hello world"),
+                LpStringHash::s_polyHash.Hash(text), tokens.size());
+    return HasOwnNames() ? 0 : 1;
 }

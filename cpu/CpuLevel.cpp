@@ -1,10 +1,10 @@
-#include "QtInclude/CpuLevel.h"
+#include "cpu/CpuLevel.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <string_view>
 
-static CpuLevel ProcessorLevel() {
+namespace vantry_internal {
+
+CpuLevel GetProcessorLevel() {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_cpu_init();
     if (!__builtin_cpu_supports("sse4.1") || !__builtin_cpu_supports("ssse3") ||
@@ -25,22 +25,11 @@ static CpuLevel ProcessorLevel() {
 #endif
 }
 
-static CpuLevel AllowedLevel() {
-    const char* const value = std::getenv("VANTRY_CPU");
-    const std::string_view cap = value == nullptr ? "" : value;
-    if (cap == "generic") {
-        return CpuLevel::Generic;
-    }
-    if (cap == "clmul128") {
-        return CpuLevel::Clmul128;
-    }
-    if (cap == "clmul256") {
-        return CpuLevel::Clmul256;
-    }
-    return CpuLevel::Clmul512;
-}
-
 CpuLevel GetCpuLevel() {
-    static const CpuLevel level = std::min(ProcessorLevel(), AllowedLevel());
+    static const CpuLevel level = &CpuLevelCap == nullptr
+                                      ? GetProcessorLevel()
+                                      : std::min(GetProcessorLevel(), CpuLevelCap());
     return level;
 }
+
+}  // namespace vantry_internal

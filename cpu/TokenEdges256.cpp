@@ -1,5 +1,7 @@
-#include "QtInclude/Intrinsics.h"
-#include "lpstring/TokenEdgesBlocks.h"
+#include "cpu/Intrinsics.h"
+#include "cpu/TokenEdgesBlocks.h"
+
+namespace vantry_internal {
 
 namespace {
 
@@ -22,7 +24,7 @@ private:
 
     unsigned int Others(const char* memory) const {
         const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(memory));
-        // A look-up takes the lowest four bits of a byte, and gives 0 if the highest is set.
+        // A lookup uses the lowest four bits of a byte and returns 0 if the highest bit is set.
         const __m256i index = _mm256_and_si256(bytes, _mm256_set1_epi8(static_cast<char>(0x8F)));
         const __m256i otherHalf =
             _mm256_xor_si256(index, _mm256_set1_epi8(static_cast<char>(0x80)));
@@ -43,3 +45,5 @@ private:
 }  // namespace
 
 const TokenEdges tokenEdges256 = blockEdges<Block>;
+
+}  // namespace vantry_internal

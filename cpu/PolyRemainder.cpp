@@ -1,11 +1,13 @@
-#include "QtInclude/PolyRemainder.h"
+#include "cpu/PolyRemainder.h"
 
 #include <cstring>
 
-#include "QtInclude/CpuLevel.h"
+#include "cpu/CpuLevel.h"
+
+namespace vantry_internal {
 
 static SharedRemainder Choose() {
-    constexpr SharedRemainder ways[] = {
+    constexpr SharedRemainder kernels[] = {
         SharedRemainderTables,
 #if defined(__x86_64__) || defined(__i386__)
         SharedRemainder128,
@@ -13,7 +15,7 @@ static SharedRemainder Choose() {
         SharedRemainder512,
 #endif
     };
-    const SharedRemainder chosen = ways[static_cast<int>(GetCpuLevel())];
+    const SharedRemainder chosen = kernels[static_cast<int>(GetCpuLevel())];
     sharedRemainder.store(chosen, std::memory_order_relaxed);
     return chosen;
 }
@@ -24,11 +26,11 @@ static std::uint32_t ChooseAndDivide(std::uint32_t hash, const char* bytes, std:
 
 std::atomic<SharedRemainder> sharedRemainder{ChooseAndDivide};
 
-// Chosen at load, before the program can have threads that change the environment.
+// Selected at load, so that no call has to.
 [[maybe_unused]] static const SharedRemainder chosenAtLoad = Choose();
 
 const PolyRemainder& GetPolyRemainder() {
-    static constexpr PolyRemainder ways[] = {
+    static constexpr PolyRemainder kernels[] = {
         {AnyRemainderTables, 2048},
 #if defined(__x86_64__) || defined(__i386__)
         {AnyRemainder128, 128},
@@ -36,13 +38,13 @@ const PolyRemainder& GetPolyRemainder() {
         {AnyRemainder512, 128},
 #endif
     };
-    return ways[static_cast<int>(GetCpuLevel())];
+    return kernels[static_cast<int>(GetCpuLevel())];
 }
 
 namespace {
 
-// Bytes that a round takes. A hash and these bytes make a number of four bytes more, of which the
-// lowest four are part of the remainder as they are; each other has a table.
+// Bytes per round. A hash followed by these bytes is a number of 20 bytes. Its lowest four bytes
+// are part of the remainder as they are; each of the others has a table.
 constexpr std::size_t roundBytes = 16;
 
 struct Tables {
@@ -50,9 +52,12 @@ struct Tables {
     std::uint32_t remainder[roundBytes][256];
 
     constexpr explicit Tables(std::uint32_t polynomial) : remainder() {
-        const Poly_Hash<32> hash(32, polynomial, 0);
-        for (std::size_t b = 0; b < 256; ++b) {
-            remainder[0][b] = hash.TableEntry(static_cast<unsigned char>(b));
+        for (std::uint32_t b = 0; b < 256; ++b) {
+            std::uint32_t value = b << 24;
+            for (int bit = 0; bit < 8; ++bit) {
+                value = (value << 1) ^ (value >> 31 != 0 ? polynomial : 0);
+            }
+            remainder[0][b] = value;
         }
         for (std::size_t k = 1; k < roundBytes; ++k) {
             for (std::size_t b = 0; b < 256; ++b) {
@@ -106,3 +111,5 @@ std::uint32_t AnyRemainderTables(std::uint32_t polynomial, std::uint32_t hash, c
                                  std::size_t count) {
     return Divide(Tables(polynomial), hash, bytes, count);
 }
+
+}  // namespace vantry_internal

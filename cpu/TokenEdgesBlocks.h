@@ -1,15 +1,17 @@
 #pragma once
 
-// The edges of a text, 64 bytes at a time, for any way to look at these: each of the files that
-// include this is compiled for the processors that have its vectors. A Block has
+// Finds the edges of a text in blocks of 64 bytes. Each file that includes this is compiled for
+// processors with certain vectors and defines a Block with
 //
 //     Block(separators)
-//     Separators(bytes)            bit i says whether byte i is a separator
-//     Write(mask, offset, edges)   writes offset + i for each set bit i, returns what follows
+//     Separators(bytes)            bit i is set if byte i is a separator
+//     Write(mask, offset, edges)   writes offset + i for each set bit i, returns the end
 
 #include <cstring>
 
-#include "lpstring/TokenEdges.h"
+#include "cpu/TokenEdges.h"
+
+namespace vantry_internal {
 
 namespace {
 
@@ -64,12 +66,12 @@ std::size_t CountEdges(const ByteSet& separators, const char* piece, std::size_t
 template <class Block>
 constexpr TokenEdges blockEdges = {FindEdges<Block>, CountEdges<Block>};
 
-// Eight positions at a time: that some are no edges costs less than a branch for each.
+// Writes eight positions at a time: a few superfluous ones cost less than a branch for each.
 inline std::uint32_t* WriteBits(std::uint64_t mask, std::uint32_t offset, std::uint32_t* edges) {
     const int count = __builtin_popcountll(mask);
     for (int done = 0; done < count; done += 8) {
         for (int i = done; i < done + 8; ++i) {
-            // The highest bit keeps the empty mask defined.
+            // The highest bit avoids an undefined count for an empty mask.
             const auto position = __builtin_ctzll(mask | std::uint64_t{1} << 63);
             edges[i] = offset + static_cast<std::uint32_t>(position);
             mask &= mask - 1;
@@ -79,3 +81,5 @@ inline std::uint32_t* WriteBits(std::uint64_t mask, std::uint32_t offset, std::u
 }
 
 }  // namespace
+
+}  // namespace vantry_internal

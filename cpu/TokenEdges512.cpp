@@ -1,5 +1,7 @@
-#include "QtInclude/Intrinsics.h"
-#include "lpstring/TokenEdgesBlocks.h"
+#include "cpu/Intrinsics.h"
+#include "cpu/TokenEdgesBlocks.h"
+
+namespace vantry_internal {
 
 namespace {
 
@@ -21,7 +23,7 @@ struct Block {
 
     std::uint64_t Separators(const char* memory) const {
         const __m512i bytes = _mm512_loadu_si512(memory);
-        // A look-up takes the lowest four bits of a byte, and gives 0 if the highest is set.
+        // A lookup uses the lowest four bits of a byte and returns 0 if the highest bit is set.
         const __m512i index = _mm512_and_si512(bytes, _mm512_set1_epi8(static_cast<char>(0x8F)));
         const __m512i otherHalf =
             _mm512_xor_si512(index, _mm512_set1_epi8(static_cast<char>(0x80)));
@@ -65,3 +67,5 @@ private:
 }  // namespace
 
 const TokenEdges tokenEdges512 = blockEdges<Block>;
+
+}  // namespace vantry_internal

@@ -1,4 +1,6 @@
-#include "QtInclude/PolyRemainderClmul.h"
+#include "cpu/PolyRemainderClmul.h"
+
+namespace vantry_internal {
 
 namespace {
 
@@ -31,3 +33,5 @@ std::uint32_t AnyRemainder128(std::uint32_t polynomial, std::uint32_t hash, cons
                               std::size_t count) {
     return RemainderOfAny<Vector>(polynomial, hash, bytes, count);
 }
+
+}  // namespace vantry_internal

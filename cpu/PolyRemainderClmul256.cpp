@@ -1,4 +1,6 @@
-#include "QtInclude/PolyRemainderClmul.h"
+#include "cpu/PolyRemainderClmul.h"
+
+namespace vantry_internal {
 
 namespace {
 
@@ -42,3 +44,5 @@ std::uint32_t AnyRemainder256(std::uint32_t polynomial, std::uint32_t hash, cons
                               std::size_t count) {
     return RemainderOfAny<Vector>(polynomial, hash, bytes, count);
 }
+
+}  // namespace vantry_internal

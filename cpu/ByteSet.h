@@ -4,8 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 
-/// A set of bytes, laid out for vector look-ups: bit (b >> 4) % 8 of half[b >> 7][b % 16] says
-/// whether b is in it.
+namespace vantry_internal {
+
+/// A set of bytes, laid out for vector lookups: bit (b >> 4) % 8 of half[b >> 7][b % 16] is set if
+/// b is in the set.
 struct alignas(16) ByteSet {
     std::uint8_t half[2][16] = {};
 
@@ -16,12 +18,12 @@ struct alignas(16) ByteSet {
 
     bool Has(std::size_t b) const { return (half[b >> 7][b % 16] >> (b >> 4) % 8 & 1) != 0; }
 
-    /// The ASCII characters that isspace() of the current locale accepts. This reads the table
-    /// behind isspace(), because 128 calls would take longer than splitting a line.
+    /// Returns the ASCII characters that isspace() of the current locale accepts. Reads the C
+    /// library's table directly: 128 calls of isspace() would take longer than splitting a line.
     static ByteSet AsciiWhiteSpace() {
-        constexpr unsigned toHighest = 0x8000 / _ISspace;  // where the class's bit is differs
+        constexpr unsigned toHighest = 0x8000 / _ISspace;  // the bit depends on the byte order
         const unsigned short* const classes = *__ctype_b_loc();
-        // Each row's bit moves right as others come in behind it, until eight lie side by side.
+        // Shifting in one row at a time collects the bits of eight rows in a column's upper byte.
         std::uint16_t columns[16] = {};
         for (std::size_t row = 0; row < 8; ++row) {
             for (std::size_t low = 0; low < 16; ++low) {
@@ -36,3 +38,5 @@ struct alignas(16) ByteSet {
         return set;
     }
 };
+
+}  // namespace vantry_internal

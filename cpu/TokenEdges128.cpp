@@ -1,5 +1,7 @@
-#include "QtInclude/Intrinsics.h"
-#include "lpstring/TokenEdgesBlocks.h"
+#include "cpu/Intrinsics.h"
+#include "cpu/TokenEdgesBlocks.h"
+
+namespace vantry_internal {
 
 namespace {
 
@@ -25,7 +27,7 @@ private:
     }
 
     unsigned int Others(__m128i bytes) const {
-        // A look-up takes the lowest four bits of a byte, and gives 0 if the highest is set.
+        // A lookup uses the lowest four bits of a byte and returns 0 if the highest bit is set.
         const __m128i index = _mm_and_si128(bytes, _mm_set1_epi8(static_cast<char>(0x8F)));
         const __m128i otherHalf = _mm_xor_si128(index, _mm_set1_epi8(static_cast<char>(0x80)));
         const __m128i sets =
@@ -44,3 +46,5 @@ private:
 }  // namespace
 
 const TokenEdges tokenEdges128 = blockEdges<Block>;
+
+}  // namespace vantry_internal

@@ -1,44 +1,46 @@
 #pragma once
 
-// Division through carry-less multiplication, for vectors of any width: each of the files that
-// include this is compiled for the processors that have its vector. A Vector has
+// Division by carry-less multiplication, for vectors of any width. Each file that includes this is
+// compiled for processors with such vectors and defines a Vector with
 //
-//     words                   how many words of 64 bits it holds
-//     Load(bytes)             as many bytes, the first one on top of its lane of 128 bits
-//     Powers(powers)          as many powers
-//     Twice(powers)           two powers, in each lane
-//     First(pair)             a pair in the first lane and zeros
-//     Times(vector, powers)   for each lane the sum of its two products
+//     words                   number of 64-bit words
+//     Load(bytes)             that many words; the first byte is the top one of its 128-bit lane
+//     Powers(powers)          that many powers
+//     Twice(powers)           the same two powers in each lane
+//     First(pair)             a pair in the first lane, zeros elsewhere
+//     Times(vector, powers)   in each lane, the sum of its two products
 //     operator^
-//     Sum()                   of all lanes
+//     Sum()                   sum of all lanes
 //
-// A string of k words is the sum of word[j] * x^(64 * (k - 1 - j)). Modulo P each power is a
-// constant of 32 bits, so the string is as good as a sum of products of at most 95 bits, none of
-// which waits for another; only the sum is divided. What precedes the words, a hash and bytes that
-// fill no word, makes two words more. A long string is first folded: words that stand a whole
-// piece before others are multiplied by that power, and are added to them.
+// A string of k words is the sum of word[j] * x^(64 * (k - 1 - j)). Modulo P each power is a 32-bit
+// constant, so the string is congruent to a sum of independent products of at most 95 bits, and
+// only that sum is divided. The hash and the bytes before the first full word make up two more
+// words. A long string is folded first: each piece is multiplied by the power that moves it onto
+// the next one, and added to it.
 //
-// The division of a sum A, at most 96 bits, multiplies by m = x^96 / P: the quotient is exactly
+// A sum A of at most 96 bits is divided by multiplying with m = x^96 / P: the quotient is exactly
 // (A / x^32) * m / x^64.
 
 #include <cstring>
 
-#include "QtInclude/Intrinsics.h"
-#include "QtInclude/PolyRemainder.h"
+#include "cpu/Intrinsics.h"
+#include "cpu/PolyRemainder.h"
+
+namespace vantry_internal {
 
 namespace {
 
-// Sums and remainders stand 32 bits higher than said above: A / x^32 is then half a register.
+// Sums and remainders are shifted left by 32 bits, so that A / x^32 is half a register.
 struct Constants {
-    // Of one, x^64, x^128, ..., in falling order, the remainders, 32 bits higher.
+    // Remainders of ..., x^128, x^64, 1, shifted.
     static constexpr std::size_t count = 34;
     std::uint64_t power[count] = {};
-    // P without its x^32, 32 bits higher.
+    // P without x^32, shifted.
     std::uint64_t divisor;
-    // m without its x^64.
+    // m without x^64.
     std::uint64_t inverse = 0;
 
-    // Without the powers from x^128 on.
+    // Leaves out the powers from x^128 on.
     constexpr explicit Constants(std::uint32_t polynomial)
         : divisor(std::uint64_t{polynomial} << 32) {
         std::uint32_t remainder = 1;
@@ -55,7 +57,7 @@ struct Constants {
         return (value << 1) ^ (value >> 31 != 0 ? static_cast<std::uint32_t>(divisor >> 32) : 0);
     }
 
-    // The first of the powers of a string of so many words.
+    // The powers for a string of that many words.
     const std::uint64_t* Of(std::size_t words) const { return power + count - words; }
 };
 
@@ -73,7 +75,7 @@ constexpr Constants MakeSharedConstants() {
 
 inline constexpr Constants sharedConstants = MakeSharedConstants();
 
-// The word is the lower half.
+// Loads a word into the lower half.
 inline __m128i LoadWord(const void* word) {
     return _mm_loadl_epi64(static_cast<const __m128i*>(word));
 }
@@ -90,16 +92,16 @@ inline __m128i FirstByteOnTop(__m128i lane) {
     return _mm_shuffle_epi8(lane, Pair(0x0001020304050607, 0x08090a0b0c0d0e0f));
 }
 
-// The upper word of a lane stands before the lower one, so it meets the first of two powers.
+// The upper word of a lane is the earlier one, so it is multiplied by the first power.
 inline __m128i TimesPair(__m128i words, __m128i powers) {
     return _mm_xor_si128(_mm_clmulepi64_si128(words, powers, 0x01),
                          _mm_clmulepi64_si128(words, powers, 0x10));
 }
 
-// The remainder is the lower half.
+// The lower half of the result is the remainder.
 inline __m128i Divide(const Constants& constants, __m128i sum) {
     const __m128i product = _mm_clmulepi64_si128(sum, LoadWord(&constants.inverse), 0x01);
-    const __m128i quotient = _mm_xor_si128(product, sum);  // its upper half
+    const __m128i quotient = _mm_xor_si128(product, sum);  // in the upper half
     return _mm_xor_si128(sum, _mm_clmulepi64_si128(quotient, LoadWord(&constants.divisor), 0x01));
 }
 
@@ -108,12 +110,12 @@ inline std::uint32_t DivideFully(const Constants& constants, __m128i sum) {
     return static_cast<std::uint32_t>(_mm_cvtsi128_si32(remainder));
 }
 
-// With the powers of so many words.
+// Includes the powers for that many words.
 inline Constants MakeConstants(std::uint32_t polynomial, std::size_t words) {
     Constants constants(polynomial);
     const std::uint64_t* const last = constants.power + Constants::count - 1;
     for (std::size_t i = 2; i < words; ++i) {
-        // Four at a time do not wait for each other.
+        // Steps of four make four products independent.
         const std::size_t step = i <= 4 ? 1 : 4;
         const __m128i factor = _mm_srli_epi64(LoadWord(last - step), 32);
         const __m128i product = _mm_clmulepi64_si128(factor, LoadWord(last - i + step), 0x00);
@@ -135,7 +137,7 @@ inline std::uint64_t BigEndian32(const char* bytes) {
     return __builtin_bswap32(word);
 }
 
-// Up to 8 bytes, after the hash, 32 bits higher. Some bytes may be read twice.
+// The hash followed by up to 8 bytes, shifted. Some bytes may be read twice.
 inline __m128i UpTo8Bytes(std::uint32_t hash, const char* bytes, std::size_t count) {
     if (__builtin_expect(count >= 4, 1)) {
         const std::uint64_t word =
@@ -152,13 +154,13 @@ inline __m128i UpTo8Bytes(std::uint32_t hash, const char* bytes, std::size_t cou
     return Pair(word >> 32, word << 32);
 }
 
-// Of the last words of a string.
+// The sum for the last words of a string.
 inline __m128i SumOfPairs(const char* bytes, std::size_t words, const std::uint64_t* powers) {
     __m128i sum = _mm_setzero_si128();
     for (; words >= 2; words -= 2, bytes += 16, powers += 2) {
         sum = _mm_xor_si128(sum, TimesPair(FirstByteOnTop(LoadPair(bytes)), LoadPair(powers)));
     }
-    if (words != 0) {  // its power is one
+    if (words != 0) {  // the power of the last word is 1
         sum = _mm_xor_si128(sum, _mm_srli_si128(FirstByteOnTop(LoadWord(bytes)), 4));
     }
     return sum;
@@ -167,15 +169,15 @@ inline __m128i SumOfPairs(const char* bytes, std::size_t words, const std::uint6
 template <class Vector>
 constexpr std::size_t pieceWords = 4 * Vector::words;
 
-// The hash and 1 to 8 bytes, which more follow.
+// The hash followed by the first 1 to 8 bytes.
 inline __m128i FirstBytes(std::uint32_t hash, const char* bytes, std::size_t count) {
     const std::uint64_t first = BigEndian64(bytes) >> (64 - 8 * count);
     const std::uint64_t low = std::uint64_t{hash} << (8 * count - 8) << 8 | first;
     return Pair(std::uint64_t{hash} >> (64 - 8 * count), low);
 }
 
-// More than 8 bytes, the last of which are so many words. Where the compiler knows how many it
-// leaves no loop and no address to reckon.
+// More than 8 bytes, of which `words` full words are the last. Inlined with a constant number of
+// words, this has no loop and no address computation.
 [[gnu::always_inline]] inline std::uint32_t FewWords(std::uint32_t hash, const char* bytes,
                                                      std::size_t count, std::size_t words,
                                                      const Constants& constants) {
@@ -186,7 +188,7 @@ inline __m128i FirstBytes(std::uint32_t hash, const char* bytes, std::size_t cou
                        _mm_xor_si128(sum, SumOfPairs(bytes + before, words, constants.Of(words))));
 }
 
-// More than 8 bytes, and less than a piece.
+// More than 8 bytes and less than a piece.
 template <class Vector>
 [[gnu::noinline]] std::uint32_t ShortRemainder(std::uint32_t hash, const char* bytes,
                                                std::size_t count, const Constants& constants) {
@@ -211,7 +213,7 @@ template <class Vector>
 std::uint32_t LongRemainder(std::uint32_t hash, const char* bytes, std::size_t count,
                             const Constants& constants);
 
-// The shortest strings take less time than a call, so they are done where this is.
+// Inlined: the shortest strings take less time than a call.
 template <class Vector>
 [[gnu::always_inline]] inline std::uint32_t Remainder(std::uint32_t hash, const char* bytes,
                                                       std::size_t count,
@@ -264,3 +266,5 @@ std::uint32_t RemainderOfAny(std::uint32_t polynomial, std::uint32_t hash, const
 }
 
 }  // namespace
+
+}  // namespace vantry_internal

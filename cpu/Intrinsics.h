@@ -1,7 +1,7 @@
 #pragma once
 
-// The vector intrinsics. The compiler's own header takes undefined registers that it then
-// overwrites, and warns of them.
+// Includes the vector intrinsics without the warnings that the compiler's own header causes: it
+// starts from undefined registers on purpose.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wuninitialized"
 #ifndef __clang__

@@ -1,7 +1,9 @@
-#include "lpstring/TokenEdges.h"
+#include "cpu/TokenEdges.h"
 
-#include "QtInclude/CpuLevel.h"
-#include "lpstring/TokenEdgesBlocks.h"
+#include "cpu/CpuLevel.h"
+#include "cpu/TokenEdgesBlocks.h"
+
+namespace vantry_internal {
 
 namespace {
 
@@ -34,7 +36,7 @@ struct Block {
 const TokenEdges tokenEdgesGeneric = blockEdges<Block>;
 
 const TokenEdges& GetTokenEdges() {
-    static constexpr const TokenEdges* ways[] = {
+    static constexpr const TokenEdges* kernels[] = {
         &tokenEdgesGeneric,
 #if defined(__x86_64__) || defined(__i386__)
         &tokenEdges128,
@@ -42,5 +44,7 @@ const TokenEdges& GetTokenEdges() {
         &tokenEdges512,
 #endif
     };
-    return *ways[static_cast<int>(GetCpuLevel())];
+    return *kernels[static_cast<int>(GetCpuLevel())];
 }
+
+}  // namespace vantry_internal
