@@ -71,6 +71,26 @@ inline const Items& SmallItems() {
     return items;
 }
 
+/// The prefix of a thousand items of GroupedItems().
+inline std::string Group(unsigned int number) {
+    return std::to_string(1000 + number) + '/';
+}
+
+/// A million items of 16 + 100 bytes, in a thousand groups, added in random order.
+inline const Items& GroupedItems() {
+    static const Items items = [] {
+        Items made;
+        for (unsigned int i = 0; i < 1000000; ++i) {
+            made.all.emplace_back(Group(i / 1000) + std::to_string(10000000000 + i * 2654435761u),
+                                  std::string(100, static_cast<char>(i)));
+        }
+        std::shuffle(made.all.begin(), made.all.end(), std::mt19937(3));
+        Shuffle(made);
+        return made;
+    }();
+    return items;
+}
+
 /// A hundred items of 10 MB.
 inline const Items& LargeItems() {
     static const Items items = [] {

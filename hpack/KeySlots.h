@@ -7,7 +7,7 @@
 
 namespace vantry_internal {
 
-/// A hash table from keys to numbers that keeps 32 bits of each key's hash, not the key.
+/// A hash table from keys to numbers that keeps 31 bits of each key's hash, not the key.
 ///
 /// A slot is 8 bytes, so a lookup mostly touches one cache line. The hash depends on a random seed:
 /// keys that collide on purpose cannot be prepared beforehand.
@@ -20,7 +20,7 @@ public:
     /// Adds a key. At most `count` may be added, each once.
     void Add(std::string_view key, std::uint32_t number);
 
-    /// @return the number of a key whose hash has the same 32 bits, most likely of `key` itself, or
+    /// @return the number of a key whose hash has the same 31 bits, most likely of `key` itself, or
     ///         nothing if `key` was not added
     std::optional<std::uint32_t> Find(std::string_view key) const;
 

@@ -63,13 +63,29 @@ private:
         }
         Reader(const Reader&) = delete;
         Reader& operator=(const Reader&) = delete;
-        void Get(const std::string& key, std::string& body) {
+        std::string_view Get(const std::string& key) {
             const int found = cdb_find(&cdb, key.data(), static_cast<unsigned>(key.size()));
             Require(found > 0, "cdb_find");
-            body.assign(static_cast<const char*>(cdb_getdata(&cdb)), cdb_datalen(&cdb));
+            return {static_cast<const char*>(cdb_getdata(&cdb)), cdb_datalen(&cdb)};
         }
+        void Get(const std::string& key, std::string& body) { body = Get(key); }
         int in;
         struct cdb cdb;
+    };
+
+public:
+    struct Opened {
+        explicit Opened(const Cdb& store) : path(store.file) {}
+        std::string path;
+    };
+    /// A thread's reader: looking up changes it.
+    class Session {
+    public:
+        explicit Session(const Opened& opened) : reader(opened.path) {}
+        std::string_view Get(const std::string& key) { return reader.Get(key); }
+
+    private:
+        Reader reader;
     };
 };
 

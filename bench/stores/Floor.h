@@ -68,6 +68,19 @@ public:
         close(in);
         return body.size();
     }
+    /// Reads the index and walks it.
+    std::size_t Open() {
+        const int in = open(file.c_str(), O_RDONLY);
+        const std::string index = ReadIndex(in);
+        std::size_t entriesSeen = 0;
+        for (std::size_t at = 0; at < index.size(); ++entriesSeen) {
+            std::uint32_t length = 0;
+            std::memcpy(&length, index.data() + at, sizeof length);
+            at += HpackFormat::entryOverhead + length;
+        }
+        close(in);
+        return entriesSeen;
+    }
     std::size_t List() {
         const int in = open(file.c_str(), O_RDONLY);
         const std::string index = ReadIndex(in);

@@ -93,6 +93,38 @@ private:
         MDB_txn* handle = nullptr;
         MDB_dbi table = 0;
     };
+
+public:
+    struct Opened {
+        explicit Opened(const Lmdb& store) : env(store.file, MDB_RDONLY) {}
+        Environment env;
+    };
+    /// A thread's transaction.
+    class Session {
+    public:
+        explicit Session(const Opened& opened) : read(opened.env, MDB_RDONLY) {}
+        std::string_view Get(const std::string& key) { return read.Get(key); }
+        template <class Visit>
+        void ForEach(std::string_view prefix, Visit visit) {
+            MDB_cursor* cursor = nullptr;
+            Require(mdb_cursor_open(read.handle, read.table, &cursor) == 0, "mdb_cursor_open");
+            MDB_val key{prefix.size(), const_cast<char*>(prefix.data())};
+            MDB_val body;
+            for (int found = mdb_cursor_get(cursor, &key, &body,
+                                            prefix.empty() ? MDB_FIRST : MDB_SET_RANGE);
+                 found == 0; found = mdb_cursor_get(cursor, &key, &body, MDB_NEXT)) {
+                const std::string_view at(static_cast<const char*>(key.mv_data), key.mv_size);
+                if (at.compare(0, prefix.size(), prefix) != 0) {
+                    break;
+                }
+                visit(at);
+            }
+            mdb_cursor_close(cursor);
+        }
+
+    private:
+        Transaction read;
+    };
 };
 
 }  // namespace stores

@@ -55,6 +55,7 @@ public:
     }
 
     std::uint64_t DiskBytes() const { return place.Bytes(); }
+    const auto& Where() const { return place.where; }
 
 private:
     Place place;

@@ -88,7 +88,7 @@ private:
         Statement(const Statement&) = delete;
         Statement& operator=(const Statement&) = delete;
         void Bind(int place, const std::string& bytes) {
-            sqlite3_bind_blob(handle, place, bytes.data(), static_cast<int>(bytes.size()),
+            sqlite3_bind_blob(handle, place, bytes.c_str(), static_cast<int>(bytes.size()),
                               SQLITE_STATIC);
         }
         void Step(int expected) {
@@ -103,8 +103,46 @@ private:
             return std::string(bytes == nullptr ? "" : bytes,
                                static_cast<std::size_t>(sqlite3_column_bytes(handle, 0)));
         }
+        std::string_view View() {
+            const auto* const bytes = static_cast<const char*>(sqlite3_column_blob(handle, 0));
+            return {bytes, static_cast<std::size_t>(sqlite3_column_bytes(handle, 0))};
+        }
         void Reset() { sqlite3_reset(handle); }
         sqlite3_stmt* handle = nullptr;
+    };
+
+public:
+    struct Opened {
+        explicit Opened(const Sqlite& store) : path(store.file) {}
+        std::string path;
+    };
+    /// A thread's connection, with its statements prepared.
+    class Session {
+    public:
+        explicit Session(const Opened& opened)
+            : db(opened.path),
+              select(db, "SELECT body FROM items WHERE key = ?"),
+              range(db, "SELECT key FROM items WHERE key >= ? ORDER BY key") {}
+        std::string_view Get(const std::string& key) {
+            select.Reset();
+            select.Bind(1, key);
+            select.Step(SQLITE_ROW);
+            return select.View();
+        }
+        template <class Visit>
+        void ForEach(std::string_view prefix, Visit visit) {
+            const std::string from(prefix);
+            range.Bind(1, from);
+            while (range.Next() && range.View().compare(0, prefix.size(), prefix) == 0) {
+                visit(range.View());
+            }
+            range.Reset();
+        }
+
+    private:
+        const Connection db;
+        Statement select;
+        Statement range;
     };
 };
 

@@ -19,6 +19,11 @@ void* operator new(std::size_t size) {
     return block;
 }
 
+// Sanitizers have their own, which would not come here.
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
+
 void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return std::malloc(size);
 }
@@ -31,5 +36,13 @@ void operator delete(void* block) noexcept {
 }
 
 void operator delete(void* block, std::size_t /*size*/) noexcept {
+    operator delete(block);
+}
+
+void operator delete[](void* block) noexcept {
+    operator delete(block);
+}
+
+void operator delete[](void* block, std::size_t /*size*/) noexcept {
     operator delete(block);
 }
