@@ -1,15 +1,23 @@
 #include "VexUnix/VexRegistryUnix.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <climits>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include "basekit/Trace.h"
 #include "basekit/files.h"
 #include "basekit/qtEncryptor.h"
 #include "lpstring/qtTokenize.h"
+#include "system/AtomicFile.h"
+
+using vantry_internal::AtomicFile;
+using vantry_internal::SystemError;
 
 static Trace_file Please_call_DECLARE_TRACE_in_this_file(TraceSubsystem::registry, __FILE__);
 
@@ -88,7 +96,22 @@ int GetPopRegParam(char* name, unsigned char* buffer, unsigned long* length) {
     return BaseGetParam(popSection, name, buffer, length);
 }
 
-static constexpr const char* passwordParameter = "DatabaseParam";
+// The parameter that holds the encrypted password of a logon.
+static constexpr std::string_view passwordParameter = "DatabaseParam";
+
+static qtString LogonPrefix(const char* keshName) {
+    const bool isKesh = keshName != nullptr && *keshName != '\0';
+    return isKesh ? qtString("Logon/Keshs/") + keshName + "/" : qtString("Logon");
+}
+
+qtString CvexRegEdit::PasswordKey(const char* keshName) {
+    return LogonPrefix(keshName).append(passwordParameter);
+}
+
+bool CvexRegEdit::IsPasswordKey(std::string_view key) {
+    return key.size() >= passwordParameter.size() &&
+           key.substr(key.size() - passwordParameter.size()) == passwordParameter;
+}
 
 CvexRegEdit::CvexRegEdit() {
     store.Open(true);
@@ -127,7 +150,7 @@ bool CvexRegEdit::Get(const char* key) {
 
 namespace {
 
-// Wiped whichever way it goes, std::bad_alloc included.
+// Wiped in any case, std::bad_alloc included.
 struct PlainPassword {
     explicit PlainPassword(const char* password) : text(password) {}
     ~PlainPassword() { qtEncryptor::Wipe(text); }
@@ -153,17 +176,15 @@ bool CvexRegEdit::SetPassword(const char* password, const char* keshName) {
     if (!IsOpen()) {
         return false;
     }
-    qtString key = "Logon";
+    const qtString key = PasswordKey(keshName);
     if (keshName != nullptr && *keshName != '\0') {
-        key += qtString("/Keshs/") + keshName + "/";
         const char* user = nullptr;
         unsigned length = 0;
-        if (!store.GetKey(key + "DbUserName", user, length)) {
+        if (!store.GetKey(LogonPrefix(keshName) + "DbUserName", user, length)) {
             return Answer(false,
                           qtString("Kesh ") + keshName + " does not exist. Can not set password");
         }
     }
-    key += passwordParameter;
     qtString encrypted;
     const bool stored =
         EncryptPassword(password, encrypted) &&
@@ -171,38 +192,89 @@ bool CvexRegEdit::SetPassword(const char* password, const char* keshName) {
     return Answer(stored, stored ? "Password set" : "Cannot set password");
 }
 
-static bool IsPassword(const qtString& key) {
-    const std::size_t length = std::strlen(passwordParameter);
-    return key.size() >= length && key.compare(key.size() - length, length, passwordParameter) == 0;
-}
+namespace {
+
+// The file that an export writes. It takes the place of a former one when it is complete, unless
+// only writing into that one is possible, as into a device or in a folder that must not be changed.
+class ExportFile {
+public:
+    explicit ExportFile(const char* path) {
+        if (path == nullptr) {
+            out = stdout;
+            return;
+        }
+        if (access(path, F_OK) == 0 && faccessat(AT_FDCWD, path, W_OK, AT_EACCESS) != 0) {
+            return;
+        }
+        try {
+            whole = std::make_unique<AtomicFile>(path, AtomicFile::Existing::replace);
+            out = fdopen(fcntl(whole->Descriptor(), F_DUPFD_CLOEXEC, 0), "w");
+        } catch (const SystemError&) {
+            out = std::fopen(path, "we");
+        }
+    }
+    ~ExportFile() { Close(); }
+    ExportFile(const ExportFile&) = delete;
+    ExportFile& operator=(const ExportFile&) = delete;
+
+    std::FILE* Stream() const { return out; }
+
+    // @return false when the new file could not take the place of the former one
+    bool Finish() {
+        Close();
+        try {
+            if (whole != nullptr) {
+                whole->Commit(AtomicFile::Sync::no);
+            }
+            return true;
+        } catch (const SystemError&) {
+            return false;
+        }
+    }
+
+private:
+    void Close() {
+        if (out != nullptr && out != stdout) {
+            std::fclose(out);
+        }
+        out = nullptr;
+    }
+
+    std::unique_ptr<AtomicFile> whole;
+    std::FILE* out = nullptr;
+};
+
+}  // namespace
 
 bool CvexRegEdit::Export(const char* file) {
     if (!IsOpen()) {
         return false;
     }
-    const auto close = [](std::FILE* opened) { std::fclose(opened); };
-    std::unique_ptr<std::FILE, decltype(close)> named(nullptr, close);
-    if (file != nullptr) {
-        named.reset(std::fopen(file, "we"));
-        if (named == nullptr) {
-            return Answer(false, qtString("can't open file ") + file);
-        }
+    ExportFile exported(file);
+    std::FILE* const out = exported.Stream();
+    if (out == nullptr) {
+        return Answer(false, qtString("can't open file ") + file);
     }
-    std::FILE* const out = file == nullptr ? stdout : named.get();
     int count = 0;
-    store.ForEach([&](const qtString& key, const char* data, unsigned length) {
-        if (IsPassword(key)) {
-            return;
-        }
-        ++count;
-        std::fwrite(key.data(), 1, key.size(), out);
-        std::putc(' ', out);
-        if (length != 0) {  // else there need not be any data
-            std::fwrite(data, 1, length, out);
-        }
-        std::putc('\n', out);
-    });
-    named.reset();
+    const bool complete =
+        store.ForEach([&](const qtString& key, const char* data, unsigned length) {
+            if (IsPasswordKey(key)) {
+                return;
+            }
+            ++count;
+            std::fwrite(key.data(), 1, key.size(), out);
+            std::putc(' ', out);
+            if (length != 0) {  // an empty value may have no data
+                std::fwrite(data, 1, length, out);
+            }
+            std::putc('\n', out);
+        });
+    if (!complete) {
+        return Answer(false, "can't read DB");
+    }
+    if (!exported.Finish()) {
+        return Answer(false, qtString("can't open file ") + file);
+    }
     return Answer(true, "exported " + std::to_string(count) + " keys");
 }
 
@@ -226,7 +298,7 @@ static Record SplitLine(const qtString& line) {
     return record;
 }
 
-// Stores the records up to the first that can not be stored.
+// Stores the records before the first that cannot be stored.
 // @return how many it stored
 static std::size_t StoreRecords(UnixRegistry& store, const std::vector<Record>& records) {
     for (std::size_t wanted = records.size(); wanted != 0;) {

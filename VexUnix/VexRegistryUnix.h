@@ -3,6 +3,8 @@
 /// @file
 /// Registry parameters by section and name, and an editor of the whole registry.
 
+#include <string_view>
+
 #include "basekit/Export.h"
 #include "basekit/UnixRegistry.h"
 #include "basekit/qtString.h"
@@ -78,6 +80,15 @@ public:
     ///         UnixRegistry::LastError(): the former password stays. The plain password is wiped
     ///         from the memory that the call itself used.
     bool SetPassword(const char* password, const char* keshName);
+
+    /// The key of a logon password: "LogonDatabaseParam" or, for the logon of a kesh,
+    /// "Logon/Keshs/NAME/DatabaseParam".
+    /// @param keshName null or empty for the logon that belongs to no kesh
+    static qtString PasswordKey(const char* keshName);
+
+    /// Whether Export() takes the value under a key for an encrypted password: the key ends in
+    /// "DatabaseParam".
+    static bool IsPasswordKey(std::string_view key);
 
     /// Writes every record but the passwords as one line, key, blank and value, in no particular
     /// order: "exported 12 keys". A value with line ends or NUL in it, or with white space at its

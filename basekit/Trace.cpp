@@ -10,15 +10,12 @@
 
 static std::atomic<TraceSink> s_sink{nullptr};
 
-Trace_file::Trace_file(TraceSubsystem::Subsystems number, const char* file)
-    : subsystem(number), path(file) {}
-
 TraceSink SetTraceSink(TraceSink sink) {
     return s_sink.exchange(sink);
 }
 
 static void WriteByEnvironment(const Trace_file& file, int line, const char* text) {
-    const char* const target = std::getenv("BASEKIT_TRACE");
+    const char* const target = secure_getenv("BASEKIT_TRACE");
     if (target == nullptr || *target == '\0') {
         return;
     }

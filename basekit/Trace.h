@@ -15,17 +15,20 @@ enum Subsystems : int {
 };
 }  // namespace TraceSubsystem
 
-/// Names the source file that traces. Each file that does owns one such object, at file scope; it
-/// needs no destruction, so that traces work until the process ends.
+/// Names a source file that traces. Each such file owns one object, at file scope. It is
+/// initialized at compile time and never destroyed, so tracing works from the first initializer of
+/// a static object to the last destructor.
 class VANTRY_EXPORT Trace_file {
 public:
-    /// @param path must outlive the object
-    Trace_file(TraceSubsystem::Subsystems subsystem, const char* path);
+    /// @param number the part of the program that the file belongs to
+    /// @param file its path; not copied
+    constexpr Trace_file(TraceSubsystem::Subsystems number, const char* file)
+        : subsystem(number), path(file) {}
 
     /// The part of the program that the file belongs to.
-    TraceSubsystem::Subsystems Subsystem() const { return subsystem; }
+    constexpr TraceSubsystem::Subsystems Subsystem() const { return subsystem; }
     /// The path given at construction, not owned.
-    const char* Path() const { return path; }
+    constexpr const char* Path() const { return path; }
 
 private:
     TraceSubsystem::Subsystems subsystem;

@@ -88,7 +88,16 @@ public:
     /// What made the last failed operation of the calling thread fail, of any store or qtEncryptor:
     /// the file and the cause in words, fit for the end of a message. Empty before, and again when
     /// a key was not there: that is no failure.
-    static const qtString& LastError();
+    static qtString LastError();
+
+    /// Receives a line such as "waiting for FILE, locked by process 123 (vexreg)".
+    using WaitReport = void (*)(const char* line);
+
+    /// Sends a line to `report` whenever a call of any store or qtEncryptor has waited a second for
+    /// another writer; null, the default, drops it. `report` runs on the waiting thread and must
+    /// not use the registry. Safe to call from any thread.
+    /// @return the function that it replaces
+    static WaitReport SetWaitReport(WaitReport report);
 
     class Update;
 

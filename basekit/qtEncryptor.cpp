@@ -1,15 +1,18 @@
 #include "basekit/qtEncryptor.h"
 
-#include <fcntl.h>
 #include <sodium.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 
-#include "basekit/registryFiles.h"
+#include "basekit/RegistryLocation.h"
+#include "system/AtomicFile.h"
 
-using registryFiles::File;
+using vantry_internal::AtomicFile;
+using vantry_internal::FileDescriptor;
+using vantry_internal::SystemError;
 
 qtxEncryptor::qtxEncryptor(const qtxEncryptor& other) = default;
 qtxEncryptor& qtxEncryptor::operator=(const qtxEncryptor& other) = default;
@@ -20,10 +23,14 @@ const char* qtxEncryptor::BaseString() const {
 }
 
 [[noreturn]] static void Throw(const std::string& text) {
-    registryFiles::LastError() = text;
+    vantry_internal::SetRegistryError(text);
     qtxEncryptor error(11, text.c_str(), 1);
     error.SetFileInfo(QT_FILE_INFO);
     throw error;
+}
+
+[[noreturn]] static void Refuse(const std::string& file, const std::string& reason) {
+    Throw("Cannot use key file " + file + ": " + reason);
 }
 
 namespace {
@@ -38,9 +45,12 @@ public:
     const unsigned char* Bytes() const { return bytes.data(); }
 
 private:
-    int Read(const std::string& file);
-    int Make(const std::string& path, const std::string& file);
+    bool Read();
+    void Check(const FileDescriptor& opened) const;
+    void Make();
 
+    std::string database;
+    std::string file;
     std::array<unsigned char, crypto_secretbox_KEYBYTES> bytes{};
 };
 
@@ -48,57 +58,74 @@ Key::Key(bool makeMissing) {
     if (sodium_init() < 0) {
         Throw("No source of random numbers");
     }
-    const std::string path = registryFiles::Path();
+    const std::string path = vantry_internal::RegistryPath();
     if (path.empty()) {
         Throw("No place for the key file: BASEKIT_REGISTRY, XDG_DATA_HOME and HOME are not set");
     }
-    const std::string file = path + ".key";
-    int error = Read(file);
-    if (error == ENOENT && makeMissing) {
-        error = Make(path, file);
-    }
-    if (error != 0) {
-        Throw("Cannot use key file " + file + ": " + registryFiles::Lock::Message(error));
+    database = path + ".db";
+    file = path + ".key";
+    try {
+        if (!Read()) {
+            if (!makeMissing) {
+                Refuse(file, std::generic_category().message(ENOENT));
+            }
+            Make();
+        }
+    } catch (const SystemError& error) {
+        Refuse(file, error.Reason());
     }
 }
 
-int Key::Read(const std::string& file) {
-    const File opened(open(file.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!opened) {
-        return errno;
+// @return false when there is no key
+bool Key::Read() {
+    FileDescriptor opened;
+    try {
+        opened = vantry_internal::OpenRegular(file, O_RDONLY);
+    } catch (const SystemError& error) {
+        if (error.Number() == ENOENT) {
+            return false;
+        }
+        throw;
     }
-    const ssize_t count = read(opened.Get(), bytes.data(), bytes.size());
-    if (count < 0) {
-        return errno;
-    }
+    Check(opened);
+    const std::size_t count = vantry_internal::ReadSome(
+        opened.Get(), reinterpret_cast<char*>(bytes.data()), bytes.size(), file);
     char excess;
-    const bool whole = static_cast<std::size_t>(count) == bytes.size();
-    return whole && read(opened.Get(), &excess, 1) == 0 ? 0 : EBADMSG;
+    if (count != bytes.size() || vantry_internal::ReadSome(opened.Get(), &excess, 1, file) != 0) {
+        Refuse(file, "it is not a key of 32 bytes");
+    }
+    return true;
+}
+
+// Nobody but its user may know the key, or choose it.
+void Key::Check(const FileDescriptor& opened) const {
+    struct stat key;
+    if (fstat(opened.Get(), &key) != 0) {
+        throw SystemError(errno, "cannot read", file);
+    }
+    struct stat store;
+    const bool ownersRegistry =
+        geteuid() == 0 && stat(database.c_str(), &store) == 0 && store.st_uid == key.st_uid;
+    if (key.st_uid != geteuid() && !ownersRegistry) {
+        Refuse(file, "it belongs to another user");
+    }
+    if ((key.st_mode & 077) != 0) {
+        Refuse(file, "others may read or write it; its mode must be 0600");
+    }
 }
 
 // The first process to come makes the key for all.
-int Key::Make(const std::string& path, const std::string& file) {
-    registryFiles::Lock lock;
-    if (const int error = lock.Take(path + ".db")) {
-        return error;
-    }
-    if (const int error = Read(file); error != ENOENT) {
-        return error;
+void Key::Make() {
+    const auto lock = vantry_internal::LockRegistry(database);
+    if (Read()) {
+        return;
     }
     randombytes_buf(bytes.data(), bytes.size());
-    const File written = registryFiles::CreateNew(file, 0600);
-    if (!written) {
-        return errno;
-    }
-    const ssize_t count = write(written.Get(), bytes.data(), bytes.size());
-    int error = count < 0 ? errno : ENOSPC;
-    if (static_cast<std::size_t>(count) == bytes.size()) {
-        error = registryFiles::Publish(written, file);
-    }
-    if (error != 0) {
-        registryFiles::Discard(file);
-    }
-    return error;
+    AtomicFile written(file, AtomicFile::Existing::refuse, 0600);
+    vantry_internal::WriteAll(written.Descriptor(), reinterpret_cast<const char*>(bytes.data()),
+                              bytes.size(), file);
+    vantry_internal::GiveToOwnerOf(database, written.Descriptor());
+    written.Commit();
 }
 
 }  // namespace

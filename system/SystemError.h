@@ -17,12 +17,15 @@ public:
                 const std::string& reason);
 
     const char* what() const noexcept override { return text.c_str(); }
+    /// The part of what() after the action: "a.hpk: No such file or directory".
+    const char* PathAndReason() const noexcept { return text.c_str() + pathAt; }
     /// The last part of what(), after the path.
     const char* Reason() const noexcept { return text.c_str() + reasonAt; }
     int Number() const noexcept { return code().value(); }
 
 private:
     std::string text;
+    std::size_t pathAt;
     std::size_t reasonAt;
 };
 

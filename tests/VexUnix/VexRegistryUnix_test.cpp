@@ -177,12 +177,37 @@ TEST_F(CvexRegEditTest, ExportsAllButPasswords) {
         EXPECT_NE(text.find(line), std::string::npos);
     }
     Expect(editor.Export("/dev/null/x"), false, "can't open file /dev/null/x");
+    EXPECT_TRUE(CvexRegEdit::IsPasswordKey("DatabaseParam"));
+    EXPECT_FALSE(CvexRegEdit::IsPasswordKey("DatabaseParams"));
+    EXPECT_EQ(CvexRegEdit::PasswordKey("k"), "Logon/Keshs/k/DatabaseParam");
     Expect(editor.Export("/dev/full"), true, "exported 3 keys");
 
     ::testing::internal::CaptureStdout();
     Expect(editor.Export(nullptr), true, "exported 3 keys");
     std::puts("still open");
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), text + "still open\n");
+}
+
+// Neither a database that cannot be opened again nor one that cannot be read costs the former file.
+TEST_F(CvexRegEditTest, ExportsWhatIsOpenOrNothing) {
+    const std::string out = folder / "out";
+    ASSERT_TRUE(Set("a", "b"));
+    Expect(editor.Get("a"), true, "key: a   Value: b");
+    WriteFile(folder / "garbage", "garbage");
+    fs::copy_file(database, folder / "good");
+    fs::rename(folder / "garbage", database);
+    Expect(editor.Get("a"), true, "key: a   Value: b");
+    WriteFile(out, "former");
+    Expect(editor.Export(out.c_str()), true, "exported 1 keys");
+    EXPECT_EQ(FileBytes(out), "a b\n");
+
+    std::string damaged = FileBytes(folder / "good");
+    damaged[damaged.size() - 1] ^= 1;
+    damaged[damaged.size() - 1025] ^= 1;
+    WriteFile(database, damaged);
+    Expect(editor.Export(out.c_str()), false, "can't read DB");
+    EXPECT_EQ(FileBytes(out), "a b\n");
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 3);
 }
 
 TEST_F(CvexRegEditTest, Imports) {
@@ -200,8 +225,9 @@ TEST_F(CvexRegEditTest, Imports) {
     Import(" \na 1\n", false, "invalid line:  ", {});
 
     ASSERT_TRUE(Set("a", "before"));
-    fs::create_directories(database.string() + ".new/in the way");
     WriteFile(in, "a  1\nb 2\n c\n");
+    fs::remove(database.string() + ".lock");
+    fs::create_directory(database.string() + ".lock");
     Expect(editor.Import(in.c_str()), false, "Cannot import line: a  1");
     EXPECT_EQ(ReadAll(), (Records{{"a", "before"}}));
 }

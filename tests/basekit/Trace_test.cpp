@@ -7,6 +7,10 @@
 
 namespace {
 
+// Initialized before any other file's initializers run.
+constexpr Trace_file constant(TraceSubsystem::registry, "path");
+static_assert(constant.Subsystem() == TraceSubsystem::registry && constant.Path()[0] == 'p');
+
 TEST(Trace, GoesWholeToTheFileThatTheEnvironmentNames) {
     const TempFolder folder;
     const qtString log = folder / "log";

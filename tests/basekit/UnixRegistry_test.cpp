@@ -2,7 +2,12 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/resource.h>
 
+#include <climits>
+#include <csignal>
+#include <optional>
 #include <random>
 #include <thread>
 #include <vector>
@@ -30,7 +35,18 @@ protected:
         return store.GetKey(key, data, length) ? std::string(data, length) : "none";
     }
 
-    const fs::path fresh = database.string() + ".new";
+    // The process may have this many descriptors, or write files of this size, until the end.
+    static void Limit(__rlimit_resource_t resource, rlim_t limit) {
+        rlimit limits{};
+        ASSERT_EQ(getrlimit(resource, &limits), 0);
+        limits.rlim_cur = limit;
+        ASSERT_EQ(setrlimit(resource, &limits), 0);
+        std::signal(SIGXFSZ, SIG_IGN);
+    }
+    std::size_t FilesInTheFolder() const {
+        const auto files = fs::directory_iterator(database.parent_path());
+        return static_cast<std::size_t>(std::distance(files, {}));
+    }
 };
 
 TEST_F(UnixRegistryTest, KeepsAnyBytes) {
@@ -185,7 +201,8 @@ TEST_F(UnixRegistryTest, IsFoundByTheEnvironment) {
     EXPECT_EQ(ReadAll(), (Records{{"c", "d"}}));
     fs::current_path("/");
     EXPECT_TRUE(Set(store, "a", "b"));
-    EXPECT_TRUE(fs::exists(folder / "relative.db"));
+    Use(folder / "relative");
+    EXPECT_EQ(ReadAll(), (Records{{"a", "b"}, {"c", "d"}}));
 }
 
 TEST_F(UnixRegistryTest, StoresThatStayOpenSeeEachOther) {
@@ -196,11 +213,29 @@ TEST_F(UnixRegistryTest, StoresThatStayOpenSeeEachOther) {
         ASSERT_TRUE(Set(i % 2 == 0 ? first : second, "n", std::to_string(i)));
         ASSERT_EQ(Get(i % 2 == 0 ? second : first, "n"), std::to_string(i));
     }
+    // A database that cannot be opened again leaves a store with what it has open.
+    const auto expectLast = [&](UnixRegistry& store) {
+        EXPECT_EQ(Get(store, "n"), "99");
+        EXPECT_EQ(Get(store, "none"), "none");
+        EXPECT_NE(LastError(), "");
+        Records last;
+        EXPECT_TRUE(ReadAll(last, store));
+        EXPECT_EQ(last, (Records{{"n", "99"}}));
+    };
+    fs::copy_file(database, folder / "copy");
+    const pid_t child = Start([&] {
+        EXPECT_TRUE(Set("n", "unseen"));
+        Limit(RLIMIT_NOFILE, 0);
+        expectLast(first);
+    });
+    EXPECT_EQ(End(child), 0);
+    fs::rename(folder / "copy", database);
+    EXPECT_EQ(Get(first, "n"), "99");
+    WriteFile(folder / "garbage", "garbage");
+    fs::rename(folder / "garbage", database);
+    expectLast(first);
     fs::remove_all(database.parent_path());
-    EXPECT_EQ(Get(first, "n"), "none");
-    Records last;
-    EXPECT_TRUE(ReadAll(last, first));
-    EXPECT_EQ(last, (Records{{"n", "99"}})) << "a walk shows what is still open";
+    expectLast(first);
     EXPECT_NE(first.Handle(), nullptr);
     EXPECT_TRUE(Set(second, "n", "anew"));
     EXPECT_EQ(Get(first, "n"), "anew");
@@ -214,6 +249,167 @@ TEST_F(UnixRegistryTest, StoresThatStayOpenSeeEachOther) {
     }));
     EXPECT_EQ(count, 2);
     EXPECT_EQ(ReadAll().size(), 4u);
+}
+
+// Files that differ from the open one by one thing alone.
+TEST_F(UnixRegistryTest, EveryOtherFileIsNoticed) {
+    ASSERT_TRUE(Set("n", "1"));
+    const std::string one = FileBytes(database);
+    ASSERT_TRUE(Set("n", "2"));
+    const std::string two = FileBytes(database);
+    for (const bool sameFile : {true, false}) {
+        const timespec time{1000000000, 500};
+        const timespec times[] = {time, time};
+        fs::remove(database);
+        WriteFile(database, one);
+        ASSERT_EQ(utimensat(AT_FDCWD, database.c_str(), times, 0), 0);
+        UnixRegistry store;
+        ASSERT_TRUE(store.Open(false));
+        EXPECT_EQ(Get(store, "n"), "1");
+        const timespec later{time.tv_sec, time.tv_nsec + (sameFile ? 1 : 0)};
+        const timespec laterTimes[] = {later, later};
+        WriteFile(sameFile ? database : folder / "other", two);
+        ASSERT_EQ(
+            utimensat(AT_FDCWD, (sameFile ? database : folder / "other").c_str(), laterTimes, 0),
+            0);
+        if (!sameFile) {
+            fs::rename(folder / "other", database);
+        }
+        EXPECT_EQ(Get(store, "n"), "2") << sameFile;
+    }
+}
+
+// Each is alone in a process: what it meets may be a crash, or a wait that never ends.
+TEST_F(UnixRegistryTest, NothingInPlaceOfTheDatabaseStopsTheProgram) {
+    ASSERT_TRUE(Set("a", "b"));
+    const std::string good = FileBytes(database);
+    struct {
+        std::size_t offset;
+        const char* bytes;
+        std::size_t count;
+    } const damages[] = {{20, "\0\0\0\0\0\0\0\0", 8},
+                         {20, "\1\0\0\0", 4},
+                         {24, "\1", 1},
+                         {25, "\7", 1},
+                         {36, "\1", 1},
+                         {26, "\0", 1},
+                         {72, "\xff", 1},
+                         {76, "\xff\xff\xff\xff", 4},
+                         {48, "\4", 1},
+                         {96, "\0", 1},
+                         {100, "\xff\xff\xff\x7f", 4},
+                         {32, "\3", 1},
+                         {28, "\3", 1},
+                         {8, "\1", 1},
+                         {16, "\6", 1},
+                         {80, "\1", 1}};
+    for (const auto& damage : damages) {
+        std::string bad = good;
+        bad.replace(damage.offset, damage.count, damage.bytes, damage.count);
+        WriteFile(database, bad);
+        EXPECT_EQ(End(Start([&] {
+                      UnixRegistry store;
+                      EXPECT_FALSE(store.Open(true));
+                      EXPECT_EQ(LastError(),
+                                database.string() +
+                                    ": the registry database is damaged (in its first page)");
+                  })),
+                  0)
+            << damage.offset;
+    }
+    WriteFile(database, good.substr(0, good.size() - 1024));
+    UnixRegistry store;
+    EXPECT_FALSE(store.Open(false)) << "cut by exactly its last page";
+
+    for (const fs::path& place : {database, fs::path(database.string() + ".lock")}) {
+        fs::remove(place);
+        ASSERT_EQ(mkfifo(place.c_str(), 0600), 0);
+        EXPECT_EQ(End(Start([&] {
+                      alarm(5);
+                      EXPECT_FALSE(Set("a", "c"));
+                      EXPECT_EQ(LastError(), place.string() + ": not a regular file");
+                  })),
+                  0);
+        fs::remove(place);
+    }
+}
+
+TEST_F(UnixRegistryTest, AFailedChangeFailsTheUpdate) {
+    ASSERT_TRUE(Set("a", std::string(600, 'b')));
+    UnixRegistry store;
+    ASSERT_TRUE(store.Open(true));
+    UnixRegistry::Update tooLong(store);
+    EXPECT_TRUE(tooLong.Set("b", "", 0));
+    EXPECT_FALSE(tooLong.Set("k", nullptr, std::size_t{INT_MAX} + 1));
+    EXPECT_FALSE(tooLong.Commit());
+
+    // A page whose checksum is wrong is noticed when it is changed.
+    std::string bytes = FileBytes(database);
+    const std::size_t at = bytes.find(std::string(600, 'b'));
+    ASSERT_NE(at, std::string::npos);
+    bytes[at] = 'c';
+    WriteFile(database, bytes);
+    UnixRegistry::Update update(store);
+    EXPECT_FALSE(update.Set("a", "c", 1));
+    EXPECT_NE(LastError().find(": the registry database is damaged"), std::string::npos);
+    EXPECT_FALSE(update.Commit());
+    EXPECT_EQ(FileBytes(database), bytes);
+}
+
+TEST_F(UnixRegistryTest, AForkedChildLeavesTheUpdateToItsParent) {
+    UnixRegistry store;
+    ASSERT_TRUE(store.Open(true));
+    std::optional<UnixRegistry::Update> update(std::in_place, store);
+    ASSERT_TRUE(update->Set("a", "parent", 6));
+    for (const bool commits : {true, false}) {
+        EXPECT_EQ(End(Start([&] {
+                      EXPECT_FALSE(commits && (update->Set("a", "child", 5) || update->Commit()));
+                      update.reset();
+                  })),
+                  0);
+        const int lock = open((database.string() + ".lock").c_str(), O_RDWR | O_CLOEXEC);
+        EXPECT_NE(flock(lock, LOCK_EX | LOCK_NB), 0) << "the parent still holds it";
+        close(lock);
+    }
+    const pid_t child = Start([] { pause(); });
+    EXPECT_TRUE(update->Commit());
+    EXPECT_TRUE(Set("b", "free again"));
+    EXPECT_EQ(End(child, SIGKILL), SIGKILL);
+    EXPECT_EQ(ReadAll(), (Records{{"a", "parent"}, {"b", "free again"}}));
+}
+
+// Objects of a thread are destroyed before static ones, which may still use the registry.
+TEST_F(UnixRegistryTest, WorksUntilTheProcessEnds) {
+    static std::string expected;
+    expected = database.string() + ": No such file or directory";
+    const pid_t child = Start([] {
+        UnixRegistry store;
+        store.Open(false);
+        std::atexit([] {
+            UnixRegistry late;
+            _exit(LastError() == expected && !late.Open(false) && LastError() == expected ? 7 : 8);
+        });
+        std::exit(9);
+    });
+    EXPECT_EQ(WEXITSTATUS(End(child)), 7);
+}
+
+TEST_F(UnixRegistryTest, WhatRootCreatesBelongsToTheOwner) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can";
+    }
+    ASSERT_TRUE(Set("a", "b"));
+    const fs::path lock = database.string() + ".lock";
+    fs::remove(lock);
+    ASSERT_EQ(chown(database.c_str(), 1000, 1001), 0);
+    ASSERT_TRUE(Set("a", "c"));
+    for (const fs::path& path : {database, lock}) {
+        struct stat status {};
+        ASSERT_EQ(stat(path.c_str(), &status), 0);
+        EXPECT_EQ(status.st_uid, 1000u) << path;
+        EXPECT_EQ(status.st_gid, 1001u) << path;
+        EXPECT_EQ(status.st_mode & 07777, 0600u) << path;
+    }
 }
 
 TEST_F(UnixRegistryTest, DamageIsNeverShownAsData) {
@@ -268,12 +464,17 @@ TEST_F(UnixRegistryTest, AFailedWriteLeavesWhatWasThere) {
     });
     EXPECT_EQ(End(child), 0);
 
-    // What a killed writer left is in nobody's way, a folder in that place is.
-    WriteFile(fresh, "debris");
+    // What killed writers left is removed, and a failed write leaves nothing.
+    WriteFile(database.parent_path() / ".registry.db.0123456789abcdef.tmp", "debris");
     EXPECT_TRUE(Set("a", "b"));
-    EXPECT_FALSE(fs::exists(fresh));
-    fs::create_directories(fresh / "in the way");
-    EXPECT_FALSE(Set("a", "c"));
+    EXPECT_EQ(FilesInTheFolder(), 2u);
+    EXPECT_EQ(End(Start([&] {
+                  Limit(RLIMIT_FSIZE, 2000);
+                  EXPECT_FALSE(Set("a", "c"));
+                  EXPECT_EQ(LastError(), database.string() + ": File too large");
+              })),
+              0);
+    EXPECT_EQ(FilesInTheFolder(), 2u);
     EXPECT_EQ(ReadAll(), (Records{{"a", "b"}}));
 
     Use("/dev/null/registry");

@@ -1,7 +1,9 @@
 #include "basekit/qtEncryptor.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <cstring>
 #include <vector>
 
 #include "tests/support/Errors.h"
@@ -43,6 +45,64 @@ TEST_F(qtEncryptorTest, DecryptsWhatItEncryptedAndNothingElse) {
     ExpectThrow<qtxEncryptor>([] { qtEncryptor().Encrypt("secret"); }, "qtxEncryptor",
                               "Cannot use key file " + key.string() + ": Is a directory", 11, 1,
                               "basekit/qtEncryptor.cpp");
+}
+
+TEST_F(qtEncryptorTest, RefusesAKeyThatOthersMayKnow) {
+    const qtString encrypted = qtEncryptor().Encrypt("secret");
+    const fs::path key = fs::path(database).replace_extension(".key");
+    const auto refusal = [&] {
+        try {
+            qtEncryptor().Decrypt(encrypted);
+            return std::string();
+        } catch (const qtxEncryptor& error) {
+            return std::string(error.SpecificString());
+        }
+    };
+    for (const unsigned mode : {0640u, 0620u, 0604u, 0602u}) {
+        fs::permissions(key, fs::perms(mode));
+        EXPECT_EQ(refusal(), "Cannot use key file " + key.string() +
+                                 ": others may read or write it; its mode must be 0600");
+    }
+    fs::permissions(key, fs::perms(0400));
+    EXPECT_EQ(refusal(), "");
+    if (geteuid() == 0) {
+        ASSERT_EQ(chown(key.c_str(), 1000, 1000), 0);
+        EXPECT_EQ(refusal(),
+                  "Cannot use key file " + key.string() + ": it belongs to another user");
+        ASSERT_TRUE(Set("a", "b"));
+        ASSERT_EQ(chown(database.c_str(), 1000, 1000), 0);
+        EXPECT_EQ(refusal(), "") << "root works for the owner of the registry";
+        fs::remove(key);
+        qtEncryptor().Encrypt("secret");
+        struct stat status {};
+        ASSERT_EQ(stat(key.c_str(), &status), 0);
+        EXPECT_EQ(status.st_uid, 1000u);
+    }
+    fs::remove(key);
+    ASSERT_EQ(mkfifo(key.c_str(), 0600), 0);
+    EXPECT_EQ(refusal(), "Cannot use key file " + key.string() + ": not a regular file");
+}
+
+// Whether the part of the stack that a call has just left holds the bytes.
+[[gnu::noinline]] bool StackHolds(const std::string& bytes) {
+    char left[16384];
+    asm volatile("" : : "r"(left) : "memory");
+    return memmem(left, sizeof left, bytes.data(), bytes.size()) != nullptr;
+}
+
+TEST_F(qtEncryptorTest, LeavesNoSecretInMemory) {
+    qtEncryptor().Encrypt("secret");
+    qtEncryptor().Encrypt("secret");
+    const bool held = StackHolds(FileBytes(fs::path(database).replace_extension(".key")).substr(8));
+    EXPECT_FALSE(held);
+
+    qtString text(100, 's');
+    text.resize(3);
+    const std::size_t capacity = text.capacity();
+    const char* const bytes = text.data();
+    qtEncryptor::Wipe(text);
+    EXPECT_EQ(text, "");
+    EXPECT_EQ(std::string(bytes, capacity), std::string(capacity, '\0'));
 }
 
 TEST_F(qtEncryptorTest, ProcessesThatStartTogetherMakeOneKey) {
