@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "basekit/FileInfo.h"
 #include "cpu/PolyRemainder.h"
 
 using vantry_internal::GetPolyRemainder;

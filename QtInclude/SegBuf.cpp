@@ -5,6 +5,8 @@
 #include <memory>
 #include <new>
 
+#include "basekit/FileInfo.h"
+
 qtxSegBuf::qtxSegBuf(const qtxSegBuf& other) = default;
 qtxSegBuf& qtxSegBuf::operator=(const qtxSegBuf& other) = default;
 qtxSegBuf::~qtxSegBuf() = default;

@@ -1,5 +1,6 @@
 #include "Vantry/Progress.h"
 
+#include "basekit/FileInfo.h"
 #include "basekit/process_assert.h"
 
 qtxProgress::qtxProgress(const qtxProgress& other) = default;

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "basekit/FileInfo.h"
 #include "basekit/files.h"
 
 qtxGeneric::qtxGeneric(const qtxGeneric& other) = default;

@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 
+#include "basekit/FileInfo.h"
 #include "basekit/RegistryLocation.h"
 #include "system/AtomicFile.h"
 

@@ -8,9 +8,6 @@
 #include "basekit/Export.h"
 #include "basekit/qtString.h"
 
-/// The file, line, date and time of the place where it stands, as qtxAll::SetFileInfo takes them.
-#define QT_FILE_INFO __FILE__, __LINE__, __DATE__, __TIME__
-
 /// The root of every exception that the libraries throw. Catch by reference: qtxAll for all of
 /// them, a family base for one family, or the exact class.
 ///
@@ -43,7 +40,8 @@ public:
     /// The text given at construction, whole.
     virtual const char* SpecificString() const;
 
-    /// Records where and when the throwing code was built; QT_FILE_INFO gives all four.
+    /// Records where and when the throwing code was built; QT_FILE_INFO in basekit/FileInfo.h
+    /// expands to all four.
     void SetFileInfo(const char* file, int line, const char* date, const char* time);
 
     /// What SetFileInfo recorded: empty texts and 0 before it.

@@ -1,6 +1,19 @@
 # Compile options that every target of ours shares: link vantry_options privately.
 find_package(Threads REQUIRED)
 
+# Developers' builds use ccache where it is installed. It caches a file with a precompiled header only
+# with the first option; CMakePresets.json sets what else it needs.
+if(VANTRY_DEVELOPER AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
+    find_program(VANTRY_CCACHE ccache)
+    mark_as_advanced(VANTRY_CCACHE)
+    if(VANTRY_CCACHE)
+        set(CMAKE_CXX_COMPILER_LAUNCHER ${VANTRY_CCACHE})
+    endif()
+endif()
+if(CMAKE_CXX_COMPILER_LAUNCHER MATCHES ccache AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    add_compile_options(-fpch-preprocess)
+endif()
+
 # A compiler cache may name sources relative to the build folder.
 file(RELATIVE_PATH VANTRY_SOURCES_FROM_BUILD ${CMAKE_BINARY_DIR} ${PROJECT_SOURCE_DIR})
 
