@@ -9,13 +9,13 @@
 #include <cerrno>
 #include <limits>
 #include <new>
-#include <system_error>
 
-#include "hpack/FileMapping.h"
 #include "hpack/Hpack.h"
 #include "hpack/HpackCodec.h"
 #include "hpack/KeySlots.h"
 #include "hpack/SortedEntries.h"
+#include "system/FileDescriptor.h"
+#include "system/FileMapping.h"
 
 using namespace HpackFormat;
 using namespace vantry_internal;
@@ -25,30 +25,14 @@ namespace {
 constexpr std::uint64_t wholeFile = std::numeric_limits<std::uint64_t>::max();
 constexpr std::uint64_t maxSize = std::numeric_limits<std::uint32_t>::max();
 
-// A file as Hfile32 opens it, and closed with this object.
-struct OpenFile {
-    explicit OpenFile(const qtString& name)
-        : descriptor(open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
-    ~OpenFile() {
-        if (descriptor >= 0) {
-            close(descriptor);
-        }
+// The length of what can be mapped; 0 for other things than files.
+std::uint64_t SizeToMap(int file) {
+    struct stat status;
+    if (fstat(file, &status) != 0 || !(S_ISREG(status.st_mode) || S_ISBLK(status.st_mode))) {
+        return 0;
     }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
-
-    // The length of what can be mapped; 0 for other things than files.
-    std::uint64_t Size() const {
-        struct stat status;
-        if (fstat(descriptor, &status) != 0 ||
-            !(S_ISREG(status.st_mode) || S_ISBLK(status.st_mode))) {
-            return 0;
-        }
-        return static_cast<std::uint64_t>(std::max<off_t>(lseek(descriptor, 0, SEEK_END), 0));
-    }
-
-    const int descriptor;
-};
+    return static_cast<std::uint64_t>(std::max<off_t>(lseek(file, 0, SEEK_END), 0));
+}
 
 }  // namespace
 
@@ -276,24 +260,25 @@ HpackView HpackView::Map(const qtString& fileName) {
 }
 
 HpackView HpackView::Map(const qtString& fileName, std::uint64_t offset, std::uint64_t length) {
-    const OpenFile file(fileName);
-    if (file.descriptor < 0) {
+    // As Hfile32 opens it: a FIFO without a peer fails later.
+    const FileDescriptor file(open(fileName.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file) {
         throw qtX<HioErr>((HioErrors::cannotOpen + fileName).c_str(), HioErrors::open, fileName);
     }
-    const std::uint64_t size = file.Size();
+    const std::uint64_t size = SizeToMap(file.Get());
     if (length == wholeFile) {
         length = size;
     } else if (offset > size || length > size - offset) {
         throw qtX<HioErr>((HioErrors::readFailed + fileName).c_str(), HioErrors::read, fileName);
     }
     try {
-        FileMapping mapping(file.descriptor, offset,
-                            static_cast<std::size_t>(std::min(length, maxSize)));
+        FileMapping mapping(file.Get(), offset, static_cast<std::size_t>(std::min(length, maxSize)),
+                            fileName);
         const std::string_view bytes = mapping.Bytes();
         return HpackView(
             std::make_unique<Package>(std::move(mapping), bytes, fileName, true, length));
-    } catch (const std::system_error& error) {
-        if (error.code() == std::errc::not_enough_memory) {
+    } catch (const SystemError& error) {
+        if (error.Number() == ENOMEM) {
             throw std::bad_alloc();
         }
         throw qtX<HioErr>((HioErrors::readFailed + fileName).c_str(), HioErrors::read, fileName);

@@ -1,6 +1,5 @@
 vantry_sources(
     SOURCES
-        FileMapping.cpp
         Generic32.cpp
         Hfile32.cpp
         Hio.cpp

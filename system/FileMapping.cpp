@@ -1,24 +1,25 @@
-#include "hpack/FileMapping.h"
+#include "system/FileMapping.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <system_error>
 #include <utility>
+
+#include "system/SystemError.h"
 
 namespace vantry_internal {
 
-FileMapping::FileMapping(int descriptor, std::uint64_t offset, std::size_t length) {
+FileMapping::FileMapping(int file, std::uint64_t offset, std::size_t length,
+                         const std::string& shown) {
     if (length == 0) {
         return;
     }
     const std::uint64_t inPage = offset % static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
     size = static_cast<std::size_t>(inPage) + length;
-    start =
-        mmap(nullptr, size, PROT_READ, MAP_SHARED, descriptor, static_cast<off_t>(offset - inPage));
+    start = mmap(nullptr, size, PROT_READ, MAP_SHARED, file, static_cast<off_t>(offset - inPage));
     if (start == MAP_FAILED) {
-        throw std::system_error(errno, std::generic_category(), "cannot map a file");
+        throw SystemError(errno, "cannot map", shown);
     }
     bytes = {static_cast<const char*>(start) + inPage, length};
 }

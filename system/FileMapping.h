@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace vantry_internal {
@@ -11,10 +12,12 @@ class FileMapping {
 public:
     /// Maps nothing.
     FileMapping() = default;
-    /// Maps `length` bytes at `offset`, which need not be that of a page. The descriptor may be
-    /// closed afterwards.
-    /// @throws std::system_error
-    FileMapping(int descriptor, std::uint64_t offset, std::size_t length);
+    /// Maps a part of an open file, which may be closed afterwards.
+    /// @param offset in bytes; it need not be that of a page
+    /// @param length in bytes
+    /// @param shown the path for the error text
+    /// @throws SystemError "cannot map SHOWN: ..."
+    FileMapping(int file, std::uint64_t offset, std::size_t length, const std::string& shown);
     ~FileMapping();
     FileMapping(const FileMapping&) = delete;
     FileMapping& operator=(const FileMapping&) = delete;
