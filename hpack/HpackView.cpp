@@ -34,6 +34,29 @@ std::uint64_t SizeToMap(int file) {
     return static_cast<std::uint64_t>(std::max<off_t>(lseek(file, 0, SEEK_END), 0));
 }
 
+std::unique_ptr<const KeySlots> SlotsOf(const SortedEntries& entries) {
+    auto slots = std::make_unique<KeySlots>(entries.Count());
+    // Some at a time: most slots come from memory, and wait for each other otherwise.
+    constexpr std::size_t atOnce = 16;
+    std::uint64_t hashes[atOnce];
+    std::uint32_t offsets[atOnce];
+    SortedEntries::Position position = entries.Begin();
+    while (position.number != entries.Count()) {
+        std::size_t count = 0;
+        for (; count < atOnce && position.number != entries.Count(); ++count) {
+            const HpackIndexEntry entry = entries.At(position);
+            hashes[count] = slots->Hash(entry.key);
+            offsets[count] = entry.offset;
+            slots->Prefetch(hashes[count]);
+            position = entries.Next(position);
+        }
+        for (std::size_t i = 0; i < count; ++i) {
+            slots->Add(hashes[i], offsets[i]);
+        }
+    }
+    return slots;
+}
+
 }  // namespace
 
 /// The bytes of a package, and what is known of them.
@@ -125,6 +148,25 @@ void HpackView::Package::ReadIndex() {
     }
 }
 
+// The body of the record at `offset`, if an intact record of that key is there.
+inline std::optional<std::string_view> HpackView::Package::IntactBody(std::string_view key,
+                                                                      std::uint32_t offset) const {
+    HpackRecord record{offset, static_cast<std::uint32_t>(key.size()), 0};
+    if (!Holds(record.BodyAt()) || (isFile && offset > maxStreamSize)) {
+        return std::nullopt;
+    }
+    const char* const head = bytes.data() + offset;
+    const auto [magic, keyLength] = DecodeBlockStart(head);
+    if (magic != ItemMagic || std::string_view(head + recordKeyAt, keyLength) != key) {
+        return std::nullopt;
+    }
+    record.bodyLength = WordAt(record.BodyLengthAt());
+    if (!Holds(record.End())) {
+        return std::nullopt;
+    }
+    return std::string_view(bytes.data() + record.BodyAt(), record.bodyLength);
+}
+
 std::optional<std::string_view> HpackView::Package::Find(std::string_view key) const {
     if (const KeySlots* const table = EarnedSlots()) {
         const std::optional<std::uint32_t> offset = table->Find(key);
@@ -149,22 +191,17 @@ const KeySlots* HpackView::Package::EarnedSlots() const {
     if (const KeySlots* const built = slots.load(std::memory_order_acquire)) {
         return built;
     }
-    constexpr std::uint32_t lookupsPerBuild = 16;
+    constexpr std::uint32_t entriesPerLookup = 32;
     constexpr std::uint32_t minLookups = 64;
     // Threads may lose each other's counts, but do not wait for each other.
     const std::uint32_t seen = lookups.load(std::memory_order_relaxed) + 1;
     lookups.store(seen, std::memory_order_relaxed);
-    if (seen < std::max(entries.Count() / lookupsPerBuild, minLookups) ||
+    if (seen < std::max(entries.Count() / entriesPerLookup, minLookups) ||
         building.exchange(true, std::memory_order_acquire)) {
         return nullptr;
     }
     try {
-        auto table = std::make_unique<KeySlots>(entries.Count());
-        for (auto position = entries.Begin(); position.number != entries.Count();
-             position = entries.Next(position)) {
-            const HpackIndexEntry entry = entries.At(position);
-            table->Add(entry.key, entry.offset);
-        }
+        auto table = SlotsOf(entries);
         slots.store(table.get(), std::memory_order_release);
         return table.release();
     } catch (const std::bad_alloc&) {
@@ -181,25 +218,6 @@ std::string_view HpackView::Package::Body(std::string_view key, std::uint32_t of
         FailBody(key, offset);
     }
     return *body;
-}
-
-// The body of the record at `offset`, if an intact record of that key is there.
-std::optional<std::string_view> HpackView::Package::IntactBody(std::string_view key,
-                                                               std::uint32_t offset) const {
-    HpackRecord record{offset, static_cast<std::uint32_t>(key.size()), 0};
-    if (!Holds(record.BodyAt()) || (isFile && offset > maxStreamSize)) {
-        return std::nullopt;
-    }
-    const char* const head = bytes.data() + offset;
-    const auto [magic, keyLength] = DecodeBlockStart(head);
-    if (magic != ItemMagic || std::string_view(head + recordKeyAt, keyLength) != key) {
-        return std::nullopt;
-    }
-    record.bodyLength = WordAt(record.BodyLengthAt());
-    if (!Holds(record.End())) {
-        return std::nullopt;
-    }
-    return std::string_view(bytes.data() + record.BodyAt(), record.bodyLength);
 }
 
 // Reports what is wrong with the record of the entry for `key` as Hpack does, which checks it piece
