@@ -139,23 +139,31 @@ private:
 /// A position among the items of a view. A step back takes up to 16 steps through the index.
 class VANTRY_EXPORT HpackView::Iterator {
 public:
-    using iterator_category = std::bidirectional_iterator_tag;
-    using value_type = Item;
-    using difference_type = std::ptrdiff_t;
-    using pointer = const Item*;
-    using reference = Item;
+    /// @name For the standard algorithms
+    /// @{
+    using iterator_category = std::bidirectional_iterator_tag;  ///< steps both ways
+    using value_type = Item;                                    ///< returned by value
+    using difference_type = std::ptrdiff_t;                     ///< distance in items
+    using pointer = const Item*;                                ///< unused
+    using reference = Item;                                     ///< as value_type
+    /// @}
 
     /// The end of no view; may only be assigned to, compared and destroyed.
     Iterator() = default;
 
+    /// The item at this position. It does not refer to the iterator.
     Item operator*() const;
+    /// Steps to the next item.
     Iterator& operator++();
+    /// Steps to the previous item.
     Iterator& operator--();
+    /// Steps to the next item. @return the former position
     Iterator operator++(int) {
         const Iterator former = *this;
         ++*this;
         return former;
     }
+    /// Steps to the previous item. @return the former position
     Iterator operator--(int) {
         const Iterator former = *this;
         --*this;
@@ -177,8 +185,11 @@ private:
 /// Some successive items of a view.
 class HpackView::Range {
 public:
+    /// The items from `newFirst` up to, but not including, `newLast`.
     Range(Iterator newFirst, Iterator newLast) : first(newFirst), last(newLast) {}
+    /// The first item.
     Iterator begin() const { return first; }
+    /// The end of the range.
     Iterator end() const { return last; }
 
 private:
