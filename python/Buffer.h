@@ -7,7 +7,7 @@
 #include "basekit/qtBuffer.h"
 #include "basekit/qtString.h"
 
-/// Memory that packages are opened in: by any number of readers or by one that changes it.
+/// Memory that packages are opened in: by any number of readers, or by one that changes it.
 class Buffer {
 public:
     explicit Buffer(const qtString& content) {
@@ -15,12 +15,15 @@ public:
         content.copy(bytes.Data(), content.size());
     }
 
-    /// Readers and writers come with the interpreter's lock held, which keeps them away meanwhile.
+    /// Call with the interpreter's lock held: Begin() needs it, too.
+    /// @throws buffer_error while a package is open for changes
     const qtBuffer& Content() const {
         RequireNoWriter();
         return bytes;
     }
 
+    /// Registers a user. Call with the interpreter's lock held.
+    /// @throws buffer_error where another user does not allow the mode
     void Begin(char mode) {
         if (mode != 'r' && users > 0) {
             throw pybind11::buffer_error("A package is open in the buffer");
@@ -32,6 +35,7 @@ public:
             users = writer;
         }
     }
+    /// The user of Begin() is done.
     void End() {
         if (users == writer) {
             users = 0;

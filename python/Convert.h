@@ -3,7 +3,6 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
-#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -31,12 +30,6 @@ private:
     Py_buffer buffer;
 };
 
-/// A registry operation that failed; the text says why.
-class RegistryFailure : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
 /// An item's key, as an argument: bytes, bytearray, memoryview, or str as UTF-8.
 struct Key : qtString {
     static bool Accepts(PyObject* object) {
@@ -58,7 +51,9 @@ struct Text : qtString {
 };
 
 /// Parts of the module.
-void DefinePackage(py::module_& module);
+void DefineReader(py::module_& module);
+void DefineWriter(py::module_& module);
+void DefineSource(py::module_& module);
 void DefineRepair(py::module_& module);
 void DefineRegistry(py::module_& module);
 

@@ -4,6 +4,7 @@
 #include "basekit/UnixRegistry.h"
 #include "basekit/qtEncryptor.h"
 #include "python/Convert.h"
+#include "python/Errors.h"
 #include "python/Guarded.h"
 
 namespace {

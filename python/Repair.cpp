@@ -1,3 +1,6 @@
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <optional>
 #include <string>
 #include <tuple>
@@ -11,6 +14,12 @@
 #include "hpack/HpackRecover.h"
 #include "python/Buffer.h"
 #include "python/Convert.h"
+#include "python/Errors.h"
+#include "python/RenamedFile.h"
+#include "system/AtomicFile.h"
+#include "system/FileLock.h"
+
+using namespace vantry_internal;
 
 namespace {
 
@@ -43,14 +52,55 @@ using Note = std::tuple<std::string, std::string, std::uint32_t, qtString>;
 using Recovery =
     std::tuple<std::string, bool, std::uint32_t, std::uint32_t, std::uint32_t, std::vector<Note>>;
 
+void StopIfInterrupted() {
+    const py::gil_scoped_acquire interpreter;
+    if (PyErr_CheckSignals() != 0) {
+        throw py::error_already_set();
+    }
+}
+
 // Ctrl-C is answered between items, not at each: the interpreter's lock may be long in coming.
-void StopIfInterrupted(std::size_t item, std::size_t /*count*/) {
+void StopBetweenItems(std::size_t item, std::size_t /*count*/) {
     constexpr std::size_t interval = 1024;
     if (item % interval == interval - 1) {
-        const py::gil_scoped_acquire interpreter;
-        if (PyErr_CheckSignals() != 0) {
-            throw py::error_already_set();
+        StopIfInterrupted();
+    }
+}
+
+// Creates the package `out`, or replaces the locked one, by what create(package) writes and
+// compare(package) finds in order.
+template <class Create, class Compare>
+void Appear(const qtString& out, const FileLock* lock, Create create, Compare compare) {
+    std::optional<AtomicFile> file;
+    try {
+        if (lock != nullptr) {
+            file.emplace(*lock);
+        } else {
+            struct stat status;
+            if (lstat(out.c_str(), &status) == 0) {  // also a link that leads nowhere
+                throw SystemError(EEXIST, "cannot create", out);
+            }
+            file.emplace(out, AtomicFile::Existing::refuse);
         }
+    } catch (const SystemError& error) {
+        FailFile(error, HioErrors::open, out);
+    }
+    const auto openOn = [&](Hpack& package, char mode) {
+        auto stream = std::make_unique<RenamedFile>();
+        stream->OpenAs(out, file->Path(), mode);
+        package.Open(qtPtrLight<Generic32>(stream.release()), mode);
+    };
+    Hpack package;
+    openOn(package, 'w');
+    create(package);
+    package.Close();
+    openOn(package, 'r');
+    compare(package);
+    package.Close();
+    try {
+        file->Commit();
+    } catch (const SystemError& error) {
+        FailFile(error, HioErrors::close, out);
     }
 }
 
@@ -58,14 +108,15 @@ Recovery Recover(const qtString& name, const qtString& out, bool unlisted) {
     const py::gil_scoped_release others;
     Hfile32 file;
     file.Open(name, 'r');
-    Hpack target;
-    target.Open(out, 'w');
-    const HpackRecoverReport report = HpackRecover(file, target, {unlisted, &StopIfInterrupted});
-    target.Close();
-    if (report.items == 0 && !report.header) {
-        throw qtX<Hpack>((HpackErrors::notExpectedFormat + name).c_str(), HpackErrors::format,
-                         name);
-    }
+    HpackRecoverReport report;
+    const auto recover = [&](Hpack& target) {
+        report = HpackRecover(file, target, {unlisted, &StopBetweenItems});
+        if (report.items == 0 && !report.header) {
+            throw qtX<Hpack>((HpackErrors::notExpectedFormat + name).c_str(), HpackErrors::format,
+                             name);
+        }
+    };
+    Appear(out, nullptr, recover, [](Hpack& /*target*/) {});
     std::vector<Note> notes;
     for (const HpackRecoverNote& note : report.notes) {
         notes.emplace_back(HpackRecoverNote::Name(note.kind), HpackRecoverNote::Text(note.kind),
@@ -76,19 +127,31 @@ Recovery Recover(const qtString& name, const qtString& out, bool unlisted) {
             report.listed,        report.superseded, std::move(notes)};
 }
 
-void Compact(const qtString& name, const qtString& out, bool byOffset) {
+// Writes `name` anew to the new file `out`, or in its place.
+void Compact(const qtString& name, const std::optional<qtString>& out, bool byOffset) {
     const py::gil_scoped_release others;
-    Hpack source;
-    source.Open(name, 'r');
-    Hpack target;
-    target.Open(out, 'w');
-    HpackCompact(source, target, byOffset ? HpackOrder::offset : HpackOrder::key,
-                 &StopIfInterrupted);
-    target.Close();
-    target.Open(out, 'r');
-    if (!HpackSame(source, target, &StopIfInterrupted)) {
-        throw qtX<HioErr>((HioErrors::readFailed + out).c_str(), HioErrors::read, out);
+    std::optional<FileLock> lock;
+    try {
+        if (!out) {
+            LockWait wait;
+            wait.poll = &StopIfInterrupted;
+            lock.emplace(name, wait);
+        }
+    } catch (const SystemError& error) {
+        FailFile(error, HioErrors::open, name);
     }
+    Hpack source;
+    const auto compact = [&](Hpack& target) {
+        source.Open(name, 'r');
+        const HpackOrder order = byOffset ? HpackOrder::offset : HpackOrder::key;
+        HpackCompact(source, target, order, &StopBetweenItems);
+    };
+    const auto compare = [&](Hpack& target) {
+        if (!HpackSame(source, target, &StopBetweenItems)) {
+            throw qtX<HioErr>((HioErrors::readFailed + name).c_str(), HioErrors::read, name);
+        }
+    };
+    Appear(out.value_or(name), lock ? &*lock : nullptr, compact, compare);
 }
 
 }  // namespace

@@ -1,58 +1,15 @@
-// The extension behind the Python module: a thin layer that vantry/__init__.py gives its shape.
+// The extension that the Python module is built on: a thin layer that vantry/__init__.py shapes.
+#include <optional>
 #include <string>
-#include <string_view>
+#include <vector>
 
 #include "QtInclude/Poly_Hash.h"
 #include "Vantry/VantryVersion.h"
-#include "basekit/qtEncryptor.h"
-#include "hpack/Hpack.h"
 #include "lpstring/LpString.h"
 #include "lpstring/LpStringHash.h"
 #include "python/Convert.h"
+#include "python/Errors.h"
 #include "python/Guarded.h"
-
-// Raises the exception of that name of vantry.errors.
-static void Raise(const char* name, long number, const char* text,
-                  const std::vector<qtString>& arguments = {}, py::object reason = py::none()) {
-    const py::object type = py::module_::import("vantry.errors").attr(name);
-    // Texts contain keys and file names, which are any bytes.
-    std::string_view line = text;
-    if (!line.empty() && line.back() == '\n') {
-        line.remove_suffix(1);
-    }
-    const auto shown = py::reinterpret_steal<py::object>(PyUnicode_DecodeUTF8(
-        line.data(), static_cast<Py_ssize_t>(line.size()), "backslashreplace"));
-    const py::tuple involved = py::cast(arguments);
-    const py::object error = type.attr("make")(number, shown, involved, reason);
-    PyErr_SetObject(py::type::of(error).ptr(), error.ptr());
-}
-
-static const char* PackageErrorName(const qtX<Hpack>& error) {
-    const bool missing = std::string_view(error.Text()).rfind(HpackErrors::missingKey, 0) == 0;
-    return missing ? "MissingKeyError" : "PackageError";
-}
-
-static void Translate(std::exception_ptr thrown) {
-    const int systemError = errno;
-    try {
-        if (thrown) {
-            std::rethrow_exception(std::move(thrown));
-        }
-    } catch (const qtX<Hpack>& error) {
-        Raise(PackageErrorName(error), error.Number(), error.SpecificString(), error.Arguments());
-    } catch (const qtX<HioErr>& error) {
-        Raise("StreamError", error.Number(), error.SpecificString(), error.Arguments(),
-              systemError == 0 ? py::object(py::none()) : py::int_(systemError));
-    } catch (const RegistryFailure& error) {
-        Raise("RegistryError", 0, error.what());
-    } catch (const qtxEncryptor& error) {
-        Raise("EncryptionError", static_cast<long>(error.ErrorCode()), error.SpecificString());
-    } catch (const xPoly_Hash& error) {
-        Raise("HashError", static_cast<long>(error.ErrorCode()), error.SpecificString());
-    } catch (const qtxAll& error) {
-        Raise("Error", static_cast<long>(error.ErrorCode()), error.SpecificString());
-    }
-}
 
 static Poly_Hash<32> NewHash(int degree, std::optional<unsigned int> polynomial,
                              unsigned int initialValue) {
@@ -105,7 +62,9 @@ static constexpr char tokenizeText[] =
 PYBIND11_MODULE(_vantry, module) {
     py::register_exception_translator(Translate);
     ForkGate::Install();
-    DefinePackage(module);
+    DefineReader(module);
+    DefineWriter(module);
+    DefineSource(module);
     DefineRepair(module);
     DefineRegistry(module);
 

@@ -74,6 +74,8 @@ class StreamError(Error, OSError):
             cls = MissingFileError
         elif number == 0 and reason in (errno.EACCES, errno.EPERM):
             cls = ForbiddenError
+        elif number == 0 and reason == errno.EWOULDBLOCK:
+            cls = BusyError
         return cls(number, text, arguments, reason)
 
 

@@ -1,16 +1,24 @@
-"""Where packages are: in files, or in memory."""
+"""Where packages are: in files, in memory, or where a file object reads."""
 
 import os
-from typing import Any, Union
+from typing import Any, Protocol, Union
 
 from . import _vantry
 
 Path = Union[str, bytes, "os.PathLike[Any]"]
+Key = Union[bytes, bytearray, memoryview, str]
 Body = Union[bytes, bytearray, memoryview, str]
 
 
+class Source(Protocol):
+    """A file object that packages are read from."""
+
+    def seek(self, offset: int, whence: int = 0, /) -> int: ...
+    def readinto(self, into: Any, /) -> Any: ...
+
+
 def path_bytes(where: Path) -> bytes:
-    """The path as the system takes it."""
+    """The path as the system accepts it."""
     path = os.fsencode(where)
     if b"\0" in path:
         raise ValueError("embedded null byte")
@@ -30,8 +38,8 @@ class Buffer:
     ...     package[b"key"]
     b'body'
 
-    Several packages may be open in it for reading, or one for changes; until that one is closed the
-    buffer's bytes can not be had (BufferError).
+    Several packages may be open in it for reading, or one for changes. Until that one is closed,
+    accessing the buffer's bytes is a BufferError.
     """
 
     def __init__(self, content: Body = b"") -> None:

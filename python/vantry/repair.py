@@ -1,18 +1,14 @@
-"""What is done about packages that are damaged, or have much dead space."""
+"""Checks, recovers and compacts packages."""
 
-import contextlib
-import errno
-import os
 from typing import List, NamedTuple, Optional
 
 from . import _vantry
-from .files import Lock, appearing
 from .places import Buffer, Path, Where, path_bytes
 
 
 class Fault(NamedTuple):
-    """Something that is wrong with a package: a name, the same in words, where it is, and the key
-    of the item concerned, or None."""
+    """Something wrong with a package: a name, a text that explains it, its offset, and the key of the
+    item concerned, or None."""
 
     kind: str
     text: str
@@ -21,10 +17,10 @@ class Fault(NamedTuple):
 
 
 def check(where: Where) -> List[Fault]:
-    """Reads all that a package has in use, and tells what is wrong with it.
+    """Reads everything that a package uses, and reports what is wrong with it.
 
-    It takes any file or buffer, also one that open() refuses. Bodies have no checksum: a change in
-    one goes unnoticed.
+    It accepts any file or buffer, also one that open() refuses. Bodies have no checksum: a change in
+    one is not noticed.
 
     >>> import vantry
     >>> with vantry.open("letters.hpk", "w") as package:
@@ -39,8 +35,8 @@ def check(where: Where) -> List[Fault]:
 
 
 class Note(NamedTuple):
-    """Something about one record that recover() met: a name, the same in words, where the record
-    is, and its key as far as it can be read."""
+    """Something about one record that recover() found: a name, a text that explains it, the record's
+    offset, and its key as far as it can be read."""
 
     kind: str
     text: str
@@ -66,7 +62,7 @@ class Recovery(NamedTuple):
 
 
 def recover(source: Path, out: Path, *, unlisted: bool = False) -> Recovery:
-    """Makes a package of whatever can be read of a damaged one.
+    """Creates a package from whatever can be read of a damaged one.
 
     >>> import vantry
     >>> with vantry.open("letters.hpk", "w") as package:
@@ -79,17 +75,16 @@ def recover(source: Path, out: Path, *, unlisted: bool = False) -> Recovery:
     ...     dict(package)
     {b'alpha': b'first', b'beta': b'second'}
 
-    unlisted takes also what an index that is in order does not list: what was deleted, or never
-    saved. The new file appears when it is whole; an existing one is a FileExistsError. A file in
-    which nothing is of a package is a PackageError with number 3.
+    unlisted: also recovers what a valid index does not list, because it was deleted or never saved.
+    The new file appears when it is complete; an existing one is a FileExistsError. A file without
+    any package data is a PackageError with number 3.
     """
-    with appearing(_new(out)) as path:
-        found = _vantry.recover(path_bytes(source), path, unlisted)
-        return Recovery(*found[:5], notes=[Note(*note) for note in found[5]])
+    found = _vantry.recover(path_bytes(source), path_bytes(out), unlisted)
+    return Recovery(*found[:5], notes=[Note(*note) for note in found[5]])
 
 
 def compact(source: Path, out: Optional[Path] = None, *, order: str = "key") -> None:
-    """Writes a package anew without its dead space: in its place, or as the new file `out`.
+    """Rewrites a package without its dead space: in place, or as the new file `out`.
 
     >>> import vantry
     >>> with vantry.open("letters.hpk", "w") as package:
@@ -103,22 +98,12 @@ def compact(source: Path, out: Optional[Path] = None, *, order: str = "key") -> 
     ...     package["alpha"], package.dead_space()
     (b'much longer', 0)
 
-    order: of the records, by "key" or by their former "offset". The new file appears when it has
-    been read back and compared; an existing `out` is a FileExistsError. In its place it keeps mode,
-    and owner where the system lets it, and what the tools change waits meanwhile.
+    order: of the records, by "key" or by their former "offset". The new file appears after it has
+    been read back and compared; an existing `out` is a FileExistsError. Without `out` the package is
+    replaced and keeps its mode and, where the system permits, its owner; another program that is
+    changing it is waited for up to 30 seconds, then BusyError is raised.
     """
     if order not in ("key", "offset"):
         raise ValueError(f"the order must be 'key' or 'offset', not {order!r}")
-    name = path_bytes(source)
-    with contextlib.ExitStack() as stack:
-        if out is None:
-            stack.callback(Lock(name, wait=True).release)
-        path = stack.enter_context(appearing(name if out is None else _new(out)))
-        _vantry.compact(name, path, order == "offset")
-
-
-def _new(out: Path) -> bytes:
-    path = path_bytes(out)
-    if os.path.lexists(path):
-        raise FileExistsError(errno.EEXIST, os.strerror(errno.EEXIST), os.fsdecode(path))
-    return path
+    _vantry.compact(path_bytes(source), None if out is None else path_bytes(out),
+                    order == "offset")

@@ -1,16 +1,28 @@
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <chrono>
+#include <iterator>
 #include <memory>
+#include <optional>
 #include <string>
 #include <tuple>
 #include <vector>
 
-#include "hpack/Hfile32.h"
 #include "hpack/Hmemory.h"
 #include "hpack/Hpack.h"
 #include "hpack/HpackFormat.h"
 #include "python/Buffer.h"
 #include "python/Convert.h"
+#include "python/Errors.h"
 #include "python/Guarded.h"
+#include "python/RenamedFile.h"
+#include "system/AtomicFile.h"
+#include "system/FileLock.h"
+
+// Packages that are changed or created.
+
+using namespace vantry_internal;
 
 namespace {
 
@@ -24,28 +36,31 @@ struct QuietDelete {
     }
 };
 
-// A file that errors report by the name that it will have.
-class RenamedFile : public Hfile32 {
-public:
-    void OpenAs(const qtString& shown, const qtString& path, char mode) {
-        name = shown;
-        try {
-            Open(path, mode);
-        } catch (const qtX<HioErr>& error) {
-            throw qtX<HioErr>((HioErrors::cannotOpen + shown).c_str(), error.Number(), shown);
-        }
-        name = shown;
-    }
-};
-
 // An open package, with its stream, so that parts of bodies can be read.
 class OpenPackage {
 public:
     ~OpenPackage() { Discard(); }
 
-    void OpenFile(const qtString& shown, const qtString& path, char mode) {
+    // Takes the lock at once or not at all. A new package is built next to its file, unless that
+    // is a device or a FIFO.
+    void OpenFile(const qtString& name, char mode) {
+        try {
+            struct stat status;
+            const bool exists = stat(name.c_str(), &status) == 0;
+            const bool replaces = mode == 'w' && exists && S_ISREG(status.st_mode);
+            if (mode == 'u' || replaces) {
+                lock.emplace(name, LockWait{std::chrono::milliseconds(0), nullptr, nullptr});
+            }
+            if (replaces) {
+                created.emplace(*lock);
+            } else if (mode == 'w' && !exists) {
+                created.emplace(name, AtomicFile::Existing::replace);
+            }
+        } catch (const SystemError& error) {
+            FailFile(error, HioErrors::open, name);
+        }
         auto file = std::make_unique<RenamedFile>();
-        file->OpenAs(shown, path, mode);
+        file->OpenAs(name, created ? qtString(created->Path()) : name, mode);
         Open(file.release(), mode);
         changesFile = mode != 'r';
         createsFile = mode == 'w';
@@ -59,10 +74,20 @@ public:
     }
 
     void Close() {
-        if (IsOpen()) {
-            Package().Close();
-            Discard();
+        if (!IsOpen()) {
+            return;
         }
+        const qtString name = stream->Name();
+        Package().Close();
+        try {
+            if (created) {
+                created->Commit();
+            }
+        } catch (const SystemError& error) {
+            Discard();
+            FailFile(error, HioErrors::close, name);
+        }
+        Discard();
     }
 
     void Discard() noexcept {
@@ -71,6 +96,8 @@ public:
             [[maybe_unused]] const Hpack* const leaked = package.release();
         }
         package.reset();
+        created.reset();
+        lock.reset();
         if (const std::shared_ptr<Buffer> used = std::move(buffer)) {
             used->End();
         }
@@ -133,6 +160,8 @@ private:
     }
 
     std::shared_ptr<Buffer> buffer;
+    std::optional<FileLock> lock;
+    std::optional<AtomicFile> created;
     Generic32* stream = nullptr;  // the package's
     std::unique_ptr<Hpack, QuietDelete> package;
     bool changesFile = false;
@@ -140,7 +169,7 @@ private:
     const unsigned int generation = ForkGate::Generation();
 };
 
-using Package = Guarded<OpenPackage>;
+using Writer = Guarded<OpenPackage>;
 
 unsigned int BodySize(Hpack& package, const qtString& key) {
     unsigned int offset = 0;
@@ -178,7 +207,7 @@ void AppendSegment(SegBuf& body, py::handle data) {
 // A member that is called with the open package, and what it returns.
 template <class Work>
 auto OnPackage(Work work) {
-    return [work](Package& self) {
+    return [work](Writer& self) {
         return self.Use([&](OpenPackage& open) { return work(open.Package()); });
     };
 }
@@ -186,50 +215,65 @@ auto OnPackage(Work work) {
 // A member that is called with the package and a key, and reads or changes the item.
 template <class Work>
 auto OnItem(Work work) {
-    return [work](Package& self, const Key& key) {
+    return [work](Writer& self, const Key& key) {
         return self.Use([&](OpenPackage& open) { return work(open.Complete(), key); });
     };
 }
 
+// @return false if there is a file of that name
+bool CreateEmpty(const qtString& name) {
+    const py::gil_scoped_release others;
+    try {
+        AtomicFile created(name, AtomicFile::Existing::refuse);
+        Hpack package;
+        package.Open(created.Path(), 'w');
+        package.Close();
+        created.Commit();
+        return true;
+    } catch (const SystemError& error) {
+        if (error.Number() == EEXIST) {
+            return false;
+        }
+        FailFile(error, HioErrors::open, name);
+    }
+}
+
 }  // namespace
 
-void DefinePackage(py::module_& module) {
-    py::class_<Buffer, std::shared_ptr<Buffer>>(module, "Buffer")
-        .def(py::init([](const Body& content) { return std::make_shared<Buffer>(content); }))
-        .def("content",
-             [](const Buffer& self) {
-                 return py::bytes(self.Content().Data(), self.Content().Length());
-             })
-        .def("size", [](const Buffer& self) { return self.Content().Length(); });
-
+void DefineWriter(py::module_& module) {
     py::class_<SegBuf>(module, "Segments").def(py::init<>()).def("append", &AppendSegment);
 
-    py::class_<Package>(module, "Package")
+    py::class_<Writer>(module, "Writer")
         .def(py::init([](const std::shared_ptr<Buffer>& buffer, char mode) {
-            auto package = std::make_unique<Package>();
+            auto writer = std::make_unique<Writer>();
             buffer->Begin(mode);
-            package->Prepare([&](OpenPackage& open) { open.OpenBuffer(buffer, mode); });
-            return package;
+            writer->Prepare([&](OpenPackage& open) { open.OpenBuffer(buffer, mode); });
+            return writer;
         }))
-        .def(py::init([](const qtString& shown, const qtString& path, char mode) {
-            auto package = std::make_unique<Package>();
-            package->Prepare([&](OpenPackage& open) { open.OpenFile(shown, path, mode); });
-            return package;
+        .def(py::init([](const qtString& name, char mode) {
+            auto writer = std::make_unique<Writer>();
+            writer->Prepare([&](OpenPackage& open) { open.OpenFile(name, mode); });
+            return writer;
         }))
-        .def("close", [](Package& self) { self.Use([](OpenPackage& open) { open.Close(); }); })
-        .def("discard", [](Package& self) { self.Use([](OpenPackage& open) { open.Discard(); }); })
-        .def(
-            "is_open",
-            [](Package& self) { return self.Use([](OpenPackage& open) { return open.IsOpen(); }); })
+        .def("close", [](Writer& self) { self.Use([](OpenPackage& open) { open.Close(); }); })
+        .def("discard", [](Writer& self) { self.Use([](OpenPackage& open) { open.Discard(); }); })
+        .def("is_open",
+             [](Writer& self) { return self.Use([](OpenPackage& open) { return open.IsOpen(); }); })
         .def("save", OnPackage([](Hpack& package) { package.SaveIndex(); }))
         .def("count", OnPackage([](Hpack& package) { return package.Count(); }))
-        .def("keys", OnPackage([](Hpack& package) {
-                 std::vector<qtString> keys;
-                 package.GetIndex(keys);
-                 return keys;
-             }))
+        .def("keys",
+             [](Writer& self, const Key& from, const std::optional<Key>& to) {
+                 return self.Use([&](OpenPackage& open) {
+                     std::vector<qtString> keys;
+                     open.Package().GetIndex(keys);
+                     const auto first = std::lower_bound(keys.begin(), keys.end(), from);
+                     const auto last = to ? std::lower_bound(first, keys.end(), *to) : keys.end();
+                     return std::vector<qtString>(std::make_move_iterator(first),
+                                                  std::make_move_iterator(last));
+                 });
+             })
         .def("contains",
-             [](Package& self, const Key& key) {
+             [](Writer& self, const Key& key) {
                  return self.Use([&](OpenPackage& open) { return open.Package().Contains(key); });
              })
         .def("get", OnItem([](Hpack& package, const qtString& key) {
@@ -237,6 +281,18 @@ void DefinePackage(py::module_& module) {
                  package.GetItem(key, body);
                  return body;
              }))
+        .def("get_or",
+             [](Writer& self, const Key& key, const py::object& fallback) {
+                 const auto body = self.Use([&](OpenPackage& open) -> std::optional<qtString> {
+                     if (!open.Package().Contains(key)) {
+                         return std::nullopt;
+                     }
+                     qtString found;
+                     open.Complete().GetItem(key, found);
+                     return found;
+                 });
+                 return body ? py::cast(*body) : fallback;
+             })
         .def("size", OnItem(&BodySize))
         .def("delete", OnItem([](Hpack& package, const qtString& key) {
                  if (!package.Contains(key)) {
@@ -245,22 +301,22 @@ void DefinePackage(py::module_& module) {
                  package.Delete(key);
              }))
         .def("put",
-             [](Package& self, const Key& key, const Body& body) {
+             [](Writer& self, const Key& key, const Body& body) {
                  self.Use([&](OpenPackage& open) { open.Writable(key).AddOrUpdate(key, body); });
              })
         .def("put_segments",
-             [](Package& self, const Key& key, const SegBuf& body) {
+             [](Writer& self, const Key& key, const SegBuf& body) {
                  self.Use([&](OpenPackage& open) { WriteSegments(open.Writable(key), key, body); });
              })
         .def("read_into",
-             [](Package& self, const Key& key, std::uint64_t from, py::handle into) {
+             [](Writer& self, const Key& key, std::uint64_t from, py::handle into) {
                  const View view(into, PyBUF_WRITABLE);
                  return self.Use([&](OpenPackage& open) {
                      return open.ReadPart(key, from, view.Data(), view.Size());
                  });
              })
         .def("rename",
-             [](Package& self, const Key& from, const Key& to) {
+             [](Writer& self, const Key& from, const Key& to) {
                  self.Use([&](OpenPackage& open) { open.Complete().Rename(from, to); });
              })
         .def("space", OnPackage([](Hpack& package) {
@@ -276,7 +332,7 @@ void DefinePackage(py::module_& module) {
                  return result;
              }))
         .def("set_identity",
-             [](Package& self, unsigned int id, unsigned short word, unsigned char flags) {
+             [](Writer& self, unsigned int id, unsigned short word, unsigned char flags) {
                  self.Use([&](OpenPackage& open) { open.Package().SetFileID(id, word, flags); });
              })
         .def("state", OnPackage([](Hpack& package) {
@@ -284,7 +340,8 @@ void DefinePackage(py::module_& module) {
                  package.GetState(state);
                  return static_cast<unsigned int>(state);
              }))
-        .def("set_state", [](Package& self, unsigned char state) {
+        .def("set_state", [](Writer& self, unsigned char state) {
             self.Use([&](OpenPackage& open) { open.Package().SetState(state); });
         });
+    module.def("create_empty", &CreateEmpty);
 }
