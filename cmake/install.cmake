@@ -38,7 +38,7 @@ else()
     file(RELATIVE_PATH up /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
     cmake_path(APPEND VANTRY_PC_PREFIX "\${pcfiledir}" ${up})
 endif()
-set(VANTRY_PC_LIBS_PRIVATE "-ldb-5.3 -lsodium -pthread")
+set(VANTRY_PC_LIBS_PRIVATE "-ldb-5.3 -lsodium -pthread -lstdc++")
 set(VANTRY_PC_LIBS "")
 if(NOT VANTRY_SHARED)
     set(VANTRY_PC_LIBS " ${VANTRY_PC_LIBS_PRIVATE}")
@@ -55,4 +55,5 @@ endif()
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${pages} COMPONENT development)
 install(DIRECTORY doc bench examples python DESTINATION ${pages} COMPONENT development
     FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN examples/*.cpp PATTERN examples/*.py
+    PATTERN examples/letters.*
     PATTERN vantry EXCLUDE PATTERN guard EXCLUDE PATTERN stores EXCLUDE PATTERN man EXCLUDE)

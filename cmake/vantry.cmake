@@ -26,6 +26,6 @@ if(VANTRY_PROCESSOR MATCHES "^(x86|x86_64|amd64|i[3-6]86)$")
     set(VANTRY_X86 ON)
 endif()
 
-foreach(folder cpu QtInclude hpack lpstring VexUnix Vantry)
+foreach(folder cpu QtInclude hpack lpstring VexUnix Vantry vantry)
     include(${folder}/sources.cmake)
 endforeach()

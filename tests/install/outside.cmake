@@ -20,11 +20,15 @@ if(way STREQUAL pkg-config)
         COMMAND ${compiler} -std=c++17 ${flags} ${outside}/main.cpp ${outside}/own_names.cpp -o ${build}/outside ${options}
             -Wl,-rpath,${prefix}/${libdir}
         COMMAND_ERROR_IS_FATAL ANY)
+    execute_process(
+        COMMAND cc -std=c99 -pedantic -Wall -Wextra -Werror ${flags} ${source}/examples/letters.c
+            -o ${build}/outside_c ${options} -Wl,-rpath,${prefix}/${libdir}
+        COMMAND_ERROR_IS_FATAL ANY)
 else()
     execute_process(
         COMMAND ${CMAKE_COMMAND} -G Ninja -S ${outside} -B ${build}
             -D way=${way} -D source=${source} -D CMAKE_PREFIX_PATH=${prefix}
-            -D CMAKE_CXX_COMPILER=${compiler} "-DCMAKE_CXX_FLAGS=${flags}"
+            -D CMAKE_CXX_COMPILER=${compiler} "-DCMAKE_CXX_FLAGS=${flags}" "-DCMAKE_C_FLAGS=${flags}"
             -D CMAKE_LIBRARY_ARCHITECTURE=${architecture} -D CMAKE_INSTALL_LIBDIR=${libdir}
         COMMAND_ERROR_IS_FATAL ANY)
     execute_process(COMMAND ${CMAKE_COMMAND} --build ${build} COMMAND_ERROR_IS_FATAL ANY)
@@ -46,4 +50,10 @@ string(CONCAT expected
     "df1a7dd9 1cb15872 3\n")
 if(NOT printed STREQUAL expected)
     message(FATAL_ERROR "printed\n${printed}instead of\n${expected}")
+endif()
+
+execute_process(COMMAND ${emulator} ${build}/outside_c WORKING_DIRECTORY ${build}
+    OUTPUT_VARIABLE printed COMMAND_ERROR_IS_FATAL ANY)
+if(NOT printed STREQUAL "alpha: first\nb: the second letter\n")
+    message(FATAL_ERROR "the program in C printed\n${printed}")
 endif()

@@ -1,0 +1,5 @@
+vantry_sources(
+    SOURCES
+        hpack.cpp
+    HEADERS
+        hpack.h)
