@@ -13,7 +13,7 @@ public:
     class VANTRY_EXPORT m_CountAux {
     public:
         m_CountAux() = default;
-        virtual ~m_CountAux();
+        virtual ~m_CountAux() = 0;
         m_CountAux(const m_CountAux&) = delete;
         m_CountAux& operator=(const m_CountAux&) = delete;
 

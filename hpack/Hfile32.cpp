@@ -1,7 +1,6 @@
 #include "hpack/Hfile32.h"
 
 #include <fcntl.h>
-#include <stdio_ext.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,86 +8,297 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <utility>
+
+namespace {
 
 // No single call of the system transfers more, whatever the count.
-static constexpr unsigned int maxChunk = 100000;
+constexpr std::size_t maxChunk = 100000;
 
-static constexpr std::size_t writeBufferSize = 65536;
+constexpr std::size_t writeBufferSize = 65536;
 
-// What is read at a new place is mostly one record: little more than its head is fetched ahead.
-// What is read on from there gets twice as much each time.
-static constexpr std::size_t firstFetch = 2048;
-static constexpr std::size_t maxFetch = 65536;
-static constexpr std::int64_t noPlace = -1;
+// What is read at a new offset is mostly one record: little more than its head is fetched ahead.
+// Reading on from there fetches twice as much each time.
+constexpr std::size_t firstFetch = 2048;
+constexpr std::size_t maxFetch = 65536;
+constexpr std::int64_t nothingFetched = -1;
+
+}  // namespace
+
+// The open file and its two buffers. Where the system fails, functions return false or a smaller
+// count; Hfile32 knows which error that is.
+class Hfile32::Impl {
+public:
+    ~Impl() { Close(); }
+
+    bool Open(const char* path, char mode);
+    bool IsOpen() const { return descriptor >= 0; }
+    bool CanSeek() const { return seekable; }
+    bool Close();
+
+    std::int64_t Position() const { return position; }
+    bool MoveTo(std::int64_t offset);
+    bool MoveToEnd();
+    bool Write(const char* data, std::size_t count);
+    bool Read(char* data, std::size_t count);
+
+    bool readOnly = true;
+    bool writeFailed = false;
+
+private:
+    bool Flush();
+    std::size_t WriteAt(const char* data, std::size_t count, std::int64_t at) const;
+    bool Append(const char* data, std::size_t count);
+    bool ReadChunk(char* data, std::size_t count);
+    std::size_t CopyFetched(char* data, std::size_t count) const;
+    std::size_t Fetch();
+    std::size_t ReadAt(char* data, std::size_t count) const;
+    void ForgetFetched();
+
+    int descriptor = -1;
+    bool seekable = false;
+    bool atEnd = false;         // position is known to be the end of the file
+    std::int64_t position = 0;  // of the next transfer
+    std::unique_ptr<char[]> writeBuffer;
+    std::size_t pending = 0;             // bytes in writeBuffer, those before position
+    std::unique_ptr<char[]> readBuffer;  // the file's bytes from fetchedStart to fetchedEnd
+    std::int64_t fetchedStart = nothingFetched;
+    std::int64_t fetchedEnd = nothingFetched;
+    std::size_t fetchSize = 0;
+};
+
+bool Hfile32::Impl::Open(const char* path, char mode) {
+    if (mode != 'r') {
+        writeBuffer.reset(new char[writeBufferSize]);
+    }
+    const int flags = mode == 'r' ? O_RDONLY : mode == 'u' ? O_RDWR : O_WRONLY | O_CREAT | O_TRUNC;
+    descriptor = open(path, flags | O_CLOEXEC, 0666);
+    if (descriptor < 0) {
+        return false;
+    }
+    seekable = lseek(descriptor, 0, SEEK_CUR) >= 0;
+    readOnly = mode == 'r';
+    position = 0;
+    pending = 0;
+    atEnd = mode == 'w';
+    ForgetFetched();
+    return true;
+}
+
+bool Hfile32::Impl::Close() {
+    if (descriptor < 0) {
+        return true;
+    }
+    const bool flushed = Flush();
+    const bool closed = close(std::exchange(descriptor, -1)) == 0;
+    readOnly = true;
+    pending = 0;
+    writeBuffer.reset();
+    readBuffer.reset();
+    return flushed && closed;
+}
+
+bool Hfile32::Impl::MoveTo(std::int64_t offset) {
+    if (offset == position) {
+        return true;
+    }
+    if (!Flush()) {
+        return false;
+    }
+    position = offset;
+    atEnd = false;
+    return true;
+}
+
+bool Hfile32::Impl::MoveToEnd() {
+    if (!atEnd) {
+        const off_t end = Flush() ? lseek(descriptor, 0, SEEK_END) : -1;
+        if (end < 0 || end > std::int64_t{UINT32_MAX}) {
+            return false;
+        }
+        position = end;
+        atEnd = true;
+    }
+    return position <= std::int64_t{UINT32_MAX};
+}
+
+// After a failure nothing may be written beyond the gap, so what waits is dropped as well.
+bool Hfile32::Impl::Write(const char* data, std::size_t count) {
+    const std::int64_t start = position;
+    ForgetFetched();
+    if (!Append(data, count)) {
+        position = start;
+        pending = 0;
+        atEnd = false;
+        return false;
+    }
+    return true;
+}
+
+bool Hfile32::Impl::Append(const char* data, std::size_t count) {
+    while (count != 0) {
+        const bool directly = pending == 0 && count >= writeBufferSize;
+        const std::size_t chunk = std::min(count, directly ? maxChunk : writeBufferSize - pending);
+        if (directly) {
+            if (WriteAt(data, chunk, position) != chunk) {
+                return false;
+            }
+        } else {
+            std::memcpy(writeBuffer.get() + pending, data, chunk);
+            pending += chunk;
+        }
+        position += static_cast<std::int64_t>(chunk);
+        data += chunk;
+        count -= chunk;
+        if (pending == writeBufferSize && !Flush()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Keeps what the system does not accept, so that a later call can try again.
+bool Hfile32::Impl::Flush() {
+    if (pending != 0) {
+        char* const bytes = writeBuffer.get();
+        const auto start = position - static_cast<std::int64_t>(pending);
+        const std::size_t written = WriteAt(bytes, pending, start);
+        pending -= written;
+        std::memmove(bytes, bytes + written, pending);
+    }
+    return pending == 0;
+}
+
+std::size_t Hfile32::Impl::WriteAt(const char* data, std::size_t count, std::int64_t at) const {
+    std::size_t done = 0;
+    while (done < count) {
+        const ssize_t length =
+            seekable ? pwrite(descriptor, data + done, count - done, at + static_cast<off_t>(done))
+                     : write(descriptor, data + done, count - done);
+        if (length > 0) {
+            done += static_cast<std::size_t>(length);
+        } else if (length == 0 || errno != EINTR) {
+            break;
+        }
+    }
+    return done;
+}
+
+bool Hfile32::Impl::Read(char* data, std::size_t count) {
+    if (count != 0 && !Flush()) {
+        return false;
+    }
+    while (count != 0) {
+        const std::size_t chunk = std::min(count, maxChunk);
+        if (!ReadChunk(data, chunk)) {
+            return false;
+        }
+        data += chunk;
+        count -= chunk;
+    }
+    return true;
+}
+
+bool Hfile32::Impl::ReadChunk(char* data, std::size_t count) {
+    while (count != 0) {
+        std::size_t length = CopyFetched(data, count);
+        if (length == 0) {
+            const bool onward = position == fetchedEnd;
+            fetchSize = onward ? std::min(2 * fetchSize, maxFetch) : firstFetch;
+            if (seekable && count < fetchSize) {
+                if (Fetch() == 0) {
+                    return false;
+                }
+                continue;
+            }
+            length = ReadAt(data, count);
+            if (length == 0) {
+                return false;
+            }
+            fetchedStart = position + static_cast<std::int64_t>(length);
+            fetchedEnd = fetchedStart;
+        }
+        position += static_cast<std::int64_t>(length);
+        atEnd = false;
+        data += length;
+        count -= length;
+    }
+    return true;
+}
+
+std::size_t Hfile32::Impl::CopyFetched(char* data, std::size_t count) const {
+    if (position < fetchedStart || position >= fetchedEnd) {
+        return 0;
+    }
+    const std::size_t length = std::min(count, static_cast<std::size_t>(fetchedEnd - position));
+    std::memcpy(data, readBuffer.get() + (position - fetchedStart), length);
+    return length;
+}
+
+std::size_t Hfile32::Impl::Fetch() {
+    if (readBuffer == nullptr) {
+        readBuffer.reset(new char[maxFetch]);
+    }
+    ForgetFetched();
+    const std::size_t length = ReadAt(readBuffer.get(), fetchSize);
+    fetchedStart = position;
+    fetchedEnd = position + static_cast<std::int64_t>(length);
+    return length;
+}
+
+// Reads at the current offset, but does not move. @return 0 at the end and where the system fails
+std::size_t Hfile32::Impl::ReadAt(char* data, std::size_t count) const {
+    ssize_t length = 0;
+    do {
+        length =
+            seekable ? pread(descriptor, data, count, position) : read(descriptor, data, count);
+    } while (length < 0 && errno == EINTR);
+    return static_cast<std::size_t>(std::max<ssize_t>(length, 0));
+}
+
+void Hfile32::Impl::ForgetFetched() {
+    fetchedStart = nothingFetched;
+    fetchedEnd = nothingFetched;
+}
+
+Hfile32::Hfile32() : impl(std::make_unique<Impl>()) {}
 
 Hfile32::~Hfile32() noexcept(false) {
     if (std::uncaught_exceptions() == 0) {
         Hfile32::Close();
-        return;
-    }
-    try {
-        Hfile32::Close();
-    } catch (...) {
-        // The exception on its way says what went wrong first.
     }
 }
 
 void Hfile32::Open(const qtString& fileName, char mode) {
     Close();
     name = fileName;
-    writeFailed = false;
+    impl->writeFailed = false;
     if (mode != 'r' && mode != 'w' && mode != 'u') {
         Fail(HioErrors::mode, HioErrors::invalidMode);
     }
-    if (mode != 'r') {
-        writeBuffer.reset(new char[writeBufferSize]);
-    }
-    const int flags = mode == 'r' ? O_RDONLY : mode == 'u' ? O_RDWR : O_WRONLY | O_CREAT | O_TRUNC;
-    // A FIFO without a peer is to fail, not to wait for one; files do not mind.
-    const int descriptor = open(name.c_str(), flags | O_CLOEXEC | O_NONBLOCK, 0666);
-    // The C library only writes: where it may read it does so at every positioning.
-    file = descriptor < 0 ? nullptr : fdopen(descriptor, mode == 'r' ? "rb" : "wb");
-    if (file == nullptr) {
-        if (descriptor >= 0) {
-            close(descriptor);
-        }
+    if (!impl->Open(name.c_str(), mode)) {
         FailNamed(HioErrors::open, HioErrors::cannotOpen);
     }
-    // A stream has one thread; the C library need not lock its own for each call.
-    __fsetlocking(file, FSETLOCKING_BYCALLER);
-    if (mode != 'r') {
-        std::setvbuf(file, writeBuffer.get(), _IOFBF, writeBufferSize);
-    }
-    readOnly = mode == 'r';
-    position = 0;
-    written = 0;
-    unflushed = false;
-    atEnd = mode == 'w';
-    ForgetFetched();
 }
 
 unsigned int Hfile32::Tell() {
-    if (file == nullptr) {
+    if (!impl->IsOpen()) {
         FailNamed(HioErrors::position, HioErrors::seekFailed);
     }
-    return static_cast<unsigned int>(position);
+    return impl->CanSeek() ? static_cast<unsigned int>(impl->Position()) : UINT32_MAX;
 }
 
 void Hfile32::Seek(int offset) {
-    if (file == nullptr || offset < 0) {
+    if (!impl->IsOpen() || !impl->CanSeek() || offset < 0 || !impl->MoveTo(offset)) {
         FailNamed(HioErrors::position, HioErrors::seekFailed);
-    }
-    if (offset != position) {
-        position = offset;
-        atEnd = false;
     }
 }
 
 unsigned int Hfile32::SeekEnd() {
-    if (file == nullptr || (!atEnd && !MoveToEnd()) || position > std::int64_t{UINT32_MAX}) {
+    if (!impl->IsOpen() || !impl->CanSeek() || !impl->MoveToEnd()) {
         FailNamed(HioErrors::position, HioErrors::seekEndFailed);
     }
-    return static_cast<unsigned int>(position);
+    return static_cast<unsigned int>(impl->Position());
 }
 
 unsigned int Hfile32::GetFileSize() {
@@ -99,141 +309,34 @@ unsigned int Hfile32::GetFileSize() {
 }
 
 void Hfile32::Write(char* data, unsigned int count) {
-    if (writeFailed) {
+    if (impl->writeFailed) {
         return;
     }
-    if (readOnly) {
-        writeFailed = true;
+    if (impl->readOnly) {
+        impl->writeFailed = true;
         Fail(HioErrors::write, HioErrors::notOpenForWriting);
     }
-    if (position != written && fseeko(file, position, SEEK_SET) != 0) {
-        WriteFailed();
+    if (!impl->Write(data, count)) {
+        impl->writeFailed = true;
+        FailNamed(HioErrors::write, HioErrors::writeFailed);
     }
-    ForgetFetched();
-    unflushed = true;
-    while (count != 0) {
-        const unsigned int chunk = std::min(count, maxChunk);
-        if (std::fwrite(data, 1, chunk, file) != chunk) {
-            WriteFailed();
-        }
-        position += chunk;
-        data += chunk;
-        count -= chunk;
-    }
-    written = position;
 }
 
 void Hfile32::Read(char* data, unsigned int count) {
-    if (file == nullptr) {
+    if (!impl->IsOpen()) {
         Fail(HioErrors::read, HioErrors::notOpenForReading);
     }
-    Flush();
-    while (count != 0) {
-        const unsigned int chunk = std::min(count, maxChunk);
-        ReadChunk(data, chunk);
-        data += chunk;
-        count -= chunk;
+    if (!impl->Read(data, count)) {
+        FailNamed(HioErrors::read, HioErrors::readFailed);
     }
 }
 
 void Hfile32::Close() {
-    if (file == nullptr) {
-        return;
-    }
-    const bool closed = std::fclose(file) == 0;
-    file = nullptr;
-    writeBuffer.reset();
-    readOnly = true;
-    if (!closed && !writeFailed) {
+    if (!impl->Close() && !impl->writeFailed) {
         FailNamed(HioErrors::close, HioErrors::closeFailed);
     }
 }
 
 void Hfile32::FailNamed(HioErrors::Number number, const char* text) const {
     Fail(number, (text + name).c_str());
-}
-
-// The C library forgets what it could not write out, and nothing may be written behind a gap: the
-// stream takes no more writes.
-void Hfile32::WriteFailed() {
-    writeFailed = true;
-    unflushed = false;
-    atEnd = false;
-    FailNamed(HioErrors::write, HioErrors::writeFailed);
-}
-
-void Hfile32::Flush() {
-    if (unflushed && std::fflush(file) != 0) {
-        WriteFailed();
-    }
-    unflushed = false;
-}
-
-void Hfile32::ForgetFetched() {
-    fetchedStart = noPlace;
-    fetchedEnd = noPlace;
-}
-
-bool Hfile32::MoveToEnd() {
-    Flush();
-    if (fseeko(file, 0, SEEK_END) != 0) {
-        return false;
-    }
-    written = ftello(file);
-    position = written;
-    atEnd = true;
-    return true;
-}
-
-void Hfile32::ReadChunk(char* data, std::size_t count) {
-    while (count != 0) {
-        std::size_t taken = TakeFetched(data, count);
-        if (taken == 0) {
-            const bool onward = position == fetchedEnd;
-            fetchSize = onward ? std::min(2 * fetchSize, maxFetch) : firstFetch;
-            if (count >= fetchSize) {
-                taken = ReadAt(data, count);
-                fetchedStart = position + static_cast<std::int64_t>(taken);
-                fetchedEnd = fetchedStart;
-            } else {
-                Fetch();
-                continue;
-            }
-        }
-        position += static_cast<std::int64_t>(taken);
-        atEnd = false;
-        data += taken;
-        count -= taken;
-    }
-}
-
-std::size_t Hfile32::TakeFetched(char* data, std::size_t count) const {
-    if (position < fetchedStart || position >= fetchedEnd) {
-        return 0;
-    }
-    const std::size_t taken = std::min(count, static_cast<std::size_t>(fetchedEnd - position));
-    std::memcpy(data, readBuffer.get() + (position - fetchedStart), taken);
-    return taken;
-}
-
-void Hfile32::Fetch() {
-    if (readBuffer == nullptr) {
-        readBuffer.reset(new char[maxFetch]);
-    }
-    ForgetFetched();
-    const std::size_t length = ReadAt(readBuffer.get(), fetchSize);
-    fetchedStart = position;
-    fetchedEnd = position + static_cast<std::int64_t>(length);
-}
-
-// Reads at the current offset, but does not move. @return how many bytes, at least 1
-std::size_t Hfile32::ReadAt(char* data, std::size_t count) const {
-    ssize_t length = 0;
-    do {
-        length = pread(fileno(file), data, count, position);
-    } while (length < 0 && errno == EINTR);
-    if (length <= 0) {
-        FailNamed(HioErrors::read, HioErrors::readFailed);
-    }
-    return static_cast<std::size_t>(length);
 }

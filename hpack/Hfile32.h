@@ -1,8 +1,5 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
 #include <memory>
 
 #include "hpack/Generic32.h"
@@ -14,82 +11,68 @@
 ///     char bytes[4];
 ///     file.Seek(8);
 ///     file.Read(bytes, sizeof bytes);
-///     file.Close();                            // throws when what was written has not arrived
+///     file.Close();                            // throws if written bytes did not reach the file
 ///
-/// After the first write that fails the stream stops writing and stops reporting, so that one
-/// fault gives one exception even where the caller's clean-up goes on to write and close. Written
-/// bytes may wait in the buffer: a full disk can show as late as at the next positioning call,
-/// which then fails and counts as the failed write, or at Close(). Nothing is synced to the disk.
+/// Written bytes may wait in a buffer. They stay there until the system accepts them, so a full
+/// disk may be reported by a later positioning call or by Close(), and each of these tries again.
+/// After the first Write() that fails the stream drops all further writes and reports nothing more:
+/// one fault causes one exception even if the caller's clean-up goes on writing and closes.
+/// Nothing is synced to the disk.
 ///
-/// Errors are qtX<HioErr> with the file name as the argument and, but for those that say the file
-/// is not open, at the end of the text. Offsets up to 2^31 - 1 can be reached. A stream serves one
-/// thread at a time; several may read one file at once.
+/// Errors are qtX<HioErr> with the file name as the argument. The file name also ends their texts,
+/// except in those that say that the file is not open. Offsets up to 2^31 - 1 can be reached.
+///
+/// A stream serves one thread at a time; several streams may read one file at once.
 class VANTRY_EXPORT Hfile32 : public Generic32 {
 public:
-    Hfile32() = default;
-    /// Closes the file. What Close() throws comes out, except while another exception is on its
-    /// way; then it is dropped.
+    /// A closed stream without a name. @throws std::bad_alloc
+    Hfile32();
+    /// Closes the file. Throws what Close() throws, unless another exception is propagating.
     ~Hfile32() noexcept(false) override;
 
-    /// Opens a file: 'r' an existing one for reading, 'w' a new or emptied one for writing only,
-    /// 'u' an existing one for both. In mode 'u' reads and writes may follow one another in any
-    /// order. A file that is still open is closed first. Opening never waits; what can not be
-    /// positioned, as a FIFO, fails when it is first read.
-    /// @throws qtX<HioErr> 5 "Invalid open mode"; 0 "Cannot open file: NAME"; the stream is then
-    ///         closed and has the name already
+    /// Opens a file. Mode 'r' reads an existing file; 'w' creates or empties a file and only
+    /// writes; 'u' reads and writes an existing file, in any order. A file that is still open is
+    /// closed first. Opening a FIFO waits for its other end. A file that cannot be positioned, as a
+    /// FIFO, is read or written from one end to the other.
+    /// @throws qtX<HioErr> 5 "Invalid open mode"; 0 "Cannot open file: NAME"; 1 if closing the
+    ///         former file fails. The stream is then closed. After 5 and 0 it has the new name.
     void Open(const qtString& fileName, char mode);
 
-    /// The current offset in bytes.
-    /// @throws qtX<HioErr> 2 when no file is open
+    /// Returns the current offset in bytes, or 0xFFFFFFFF if the file cannot be positioned.
+    /// @throws qtX<HioErr> 2 "Invalid file offset in file NAME" if no file is open
     unsigned int Tell() override;
-    /// Offsets beyond the end can be reached.
-    /// @throws qtX<HioErr> 2 "Invalid file offset in file NAME" for a negative one
+    /// Moves to an offset from the start. Offsets beyond the end can be reached.
+    /// @throws qtX<HioErr> 2 "Invalid file offset in file NAME" if the offset is negative, if the
+    ///         file cannot be positioned, or if buffered bytes cannot be written. The offset is
+    ///         then unchanged, and the bytes stay in the buffer.
     void Seek(int offset) override;
-    /// Moves to the end, and gives the offset there.
-    /// @throws qtX<HioErr> 2 "SeekEnd error in file NAME", also for files of 4 GiB or more; 4 when
-    ///         what waited can not be written
+    /// Moves to the end. @return the offset there
+    /// @throws qtX<HioErr> 2 "SeekEnd error in file NAME" for the reasons that Seek() has, and if
+    ///         the file has 4 GiB or more. The offset is then unchanged.
     unsigned int SeekEnd() override;
-    /// The size in bytes; the offset stays where it is.
+    /// Returns the size in bytes; the offset stays where it is.
     /// @throws what SeekEnd() and Seek() throw
     unsigned int GetFileSize() override;
     /// Writes `count` bytes and moves past them.
-    /// @throws qtX<HioErr> 4 "File is not open for writing" or "Write error in file NAME", for the
-    ///         first write that fails since Open(); later ones do nothing
+    /// @throws qtX<HioErr> 4 "File is not open for writing" or "Write error in file NAME" for the
+    ///         first write that fails since Open(). The offset is then unchanged, but some of the
+    ///         bytes may be in the file. Later writes do nothing.
     void Write(char* data, unsigned int count) override;
     /// Reads `count` bytes and moves past them.
-    /// @throws qtX<HioErr> 3 "File is not open for reading"; or "Read error in file NAME" when
-    ///         fewer than `count` bytes were there, which have then been read; 4 when what waited
-    ///         can not be written
+    /// @throws qtX<HioErr> 3 "File is not open for reading"; "Read error in file NAME" if fewer
+    ///         than `count` bytes could be read, which are then in `data` and behind the offset,
+    ///         or if buffered bytes cannot be written
     void Read(char* data, unsigned int count) override;
-    /// Closes the file; does nothing when none is open.
-    /// @throws qtX<HioErr> 1 "Close error in file NAME", unless a write has failed before; the file
-    ///         is closed then, too
+    /// Closes the file; does nothing if none is open.
+    /// @throws qtX<HioErr> 1 "Close error in file NAME" if buffered bytes cannot be written or the
+    ///         system reports an error, unless a write has failed before. The file is closed even
+    ///         then.
     void Close() override;
 
 private:
-    [[noreturn]] VANTRY_LOCAL void FailNamed(HioErrors::Number number, const char* text) const;
-    [[noreturn]] VANTRY_LOCAL void WriteFailed();
-    VANTRY_LOCAL void Flush();
-    VANTRY_LOCAL bool MoveToEnd();
-    VANTRY_LOCAL void ReadChunk(char* data, std::size_t count);
-    VANTRY_LOCAL std::size_t TakeFetched(char* data, std::size_t count) const;
-    VANTRY_LOCAL void Fetch();
-    VANTRY_LOCAL std::size_t ReadAt(char* data, std::size_t count) const;
-    VANTRY_LOCAL void ForgetFetched();
+    class Impl;
 
-    // The C library holds the file and buffers what is written; what is read passes it by, since
-    // it would fill its buffer anew at every positioning. Offsets have one width whatever a
-    // program that includes this has chosen for its own.
-    bool readOnly = true;
-    bool writeFailed = false;
-    bool unflushed = false;  // written bytes may wait in the C library's buffer
-    bool atEnd = false;      // position is known to be the end of the file
-    std::FILE* file = nullptr;
-    std::int64_t position = 0;  // where the next transfer goes
-    std::int64_t written = 0;   // where the C library is
-    std::unique_ptr<char[]> writeBuffer;
-    std::unique_ptr<char[]> readBuffer;  // the file's bytes from fetchedStart to fetchedEnd
-    std::int64_t fetchedStart = 0;
-    std::int64_t fetchedEnd = 0;
-    std::size_t fetchSize = 0;
+    [[noreturn]] VANTRY_LOCAL void FailNamed(HioErrors::Number number, const char* text) const;
+
+    std::unique_ptr<Impl> impl;
 };

@@ -7,77 +7,87 @@
 static constexpr std::uint64_t maxSize = UINT32_MAX;
 static constexpr std::uint64_t firstGrowth = 2000;
 
+struct Hmemory::Impl {
+    bool readOnly = true;
+    qtBuffer* buffer = nullptr;
+    unsigned int position = 0;
+    unsigned int size = 0;
+};
+
+Hmemory::Hmemory() : impl(std::make_unique<Impl>()) {}
+
 Hmemory::~Hmemory() noexcept(false) {
     Trim();
 }
 
-void Hmemory::Open(qtBuffer& newBuffer, char mode) {
+void Hmemory::Open(qtBuffer& buffer, char mode) {
     name = "qtBuffer";
-    if (newBuffer.Length() > maxSize) {
+    if (buffer.Length() > maxSize) {
         Fail(HioErrors::open, (HioErrors::cannotOpen + name).c_str());
     }
-    readOnly = mode == 'r';
-    buffer = &newBuffer;
-    position = 0;
-    size = mode == 'w' ? 0 : static_cast<unsigned int>(newBuffer.Length());
+    impl->readOnly = mode == 'r';
+    impl->buffer = &buffer;
+    impl->position = 0;
+    impl->size = mode == 'w' ? 0 : static_cast<unsigned int>(buffer.Length());
 }
 
 unsigned int Hmemory::Tell() {
-    return position;
+    return impl->position;
 }
 
 void Hmemory::Seek(int offset) {
     const auto target = static_cast<unsigned int>(offset);
-    if (target > size) {
+    if (target > impl->size) {
         Fail(HioErrors::position, HioErrors::bufferSeekFailed);
     }
-    position = target;
+    impl->position = target;
 }
 
 unsigned int Hmemory::SeekEnd() {
-    position = size;
-    return size;
+    impl->position = impl->size;
+    return impl->size;
 }
 
 unsigned int Hmemory::GetFileSize() {
-    return size;
+    return impl->size;
 }
 
 void Hmemory::Write(char* data, unsigned int count) {
-    const std::uint64_t end = std::uint64_t{position} + count;
-    if (readOnly || end > maxSize) {
+    const std::uint64_t end = std::uint64_t{impl->position} + count;
+    if (impl->readOnly || end > maxSize) {
         Fail(HioErrors::write, HioErrors::bufferNotWritable);
     }
-    if (buffer->Length() < end) {
+    qtBuffer& buffer = *impl->buffer;
+    if (buffer.Length() < end) {
         const std::uint64_t doubled = std::max(2 * end, firstGrowth);
-        buffer->Resize(static_cast<unsigned long>(doubled <= maxSize ? doubled : end));
+        buffer.Resize(static_cast<unsigned long>(doubled <= maxSize ? doubled : end));
     }
     if (count != 0) {
-        std::memcpy(buffer->Data() + position, data, count);
+        std::memcpy(buffer.Data() + impl->position, data, count);
     }
-    position = static_cast<unsigned int>(end);
-    size = std::max(size, position);
+    impl->position = static_cast<unsigned int>(end);
+    impl->size = std::max(impl->size, impl->position);
 }
 
 void Hmemory::Read(char* data, unsigned int count) {
-    if (count > size - position) {
+    if (count > impl->size - impl->position) {
         Fail(HioErrors::read, HioErrors::bufferReadFailed);
     }
     if (count != 0) {
-        std::memcpy(data, buffer->Data() + position, count);
+        std::memcpy(data, impl->buffer->Data() + impl->position, count);
     }
-    position += count;
+    impl->position += count;
 }
 
 void Hmemory::Close() {
     Trim();
-    position = 0;
-    size = 0;
-    readOnly = true;
+    impl->position = 0;
+    impl->size = 0;
+    impl->readOnly = true;
 }
 
 void Hmemory::Trim() {
-    if (!readOnly) {
-        buffer->Resize(size);
+    if (!impl->readOnly) {
+        impl->buffer->Resize(impl->size);
     }
 }

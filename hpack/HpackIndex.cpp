@@ -9,30 +9,34 @@
 #include <iterator>
 #include <limits>
 #include <new>
+#include <utility>
 
-#include "hpack/HpackFormat.h"
+#include "hpack/HpackCodec.h"
 #include "hpack/ReadPastEnd.h"
+
+namespace vantry_internal {
 
 using namespace HpackFormat;
 
-// Marks a deleted entry in its key length. No key is that long: a package would not hold it.
-static constexpr std::uint32_t deletedMark = 0x80000000;
+namespace {
 
-// Keys are compared by so many bytes at once, and there is room behind the last entry to load them
-// from where any key starts.
-static constexpr std::uint32_t slack = 32;
+// Marks a deleted entry in its key length. No key is that long: a package could not hold it.
+constexpr std::uint32_t deletedMark = 0x80000000;
 
-static constexpr std::uint32_t pieceSize = 65536;
+// Keys are compared by this many bytes at once, so as many must be readable from any key's start.
+constexpr std::uint32_t slack = 32;
 
-static std::uint64_t EightBytes(const char* in) {
+constexpr std::uint32_t pieceSize = 65536;
+
+std::uint64_t EightBytes(const char* in) {
     unsigned long long value;
     qtUnpackUssDiet(value, in);
     return value;
 }
 
-// The first eight bytes of a key as a number that compares as they do, zeros behind a short key.
-// Two different keys may have the same one.
-static std::uint64_t Prefix(std::string_view key) {
+// The first eight bytes of a key as a number that compares as they do, padded with zeros. Two
+// different keys may have the same one.
+std::uint64_t Prefix(std::string_view key) {
     const std::uint64_t prefix = EightBytes(key.data());
     if (key.size() >= sizeof prefix) {
         return prefix;
@@ -40,9 +44,9 @@ static std::uint64_t Prefix(std::string_view key) {
     return key.empty() ? 0 : prefix >> (64 - 8 * key.size()) << (64 - 8 * key.size());
 }
 
-// Whether `next` comes after `key`. In a sorted index it mostly begins as `key` does, for a length
-// that no processor foresees: a comparison that branches on it would be most of loading.
-static bool Ascend(std::string_view key, std::string_view next) {
+// Whether `next` comes after `key`. In a sorted index it mostly starts as `key` does. Prefix
+// lengths are unpredictable; a branchy comparison would dominate loading.
+bool Ascend(std::string_view key, std::string_view next) {
 #ifdef __SSE2__
     const auto same = [&](std::size_t at) {
         const auto load = [at](std::string_view from) {
@@ -61,8 +65,15 @@ static bool Ascend(std::string_view key, std::string_view next) {
     return key < next;
 }
 
-HpackIndex::Entry HpackIndex::At(std::uint32_t place) const {
-    const char* const entry = entries.Data() + place;
+std::uint32_t Hash(std::string_view key) {
+    const std::uint64_t hash = std::hash<std::string_view>()(key);
+    return static_cast<std::uint32_t>(hash ^ hash >> 32);
+}
+
+}  // namespace
+
+HpackIndex::Entry HpackIndex::At(std::uint32_t position) const {
+    const char* const entry = entries.Data() + position;
     const std::uint32_t length = Word(entry) & ~deletedMark;
     return {{entry + wordSize, length},
             Word(entry + wordSize + length),
@@ -78,10 +89,10 @@ void HpackIndex::Load(Generic32& stream, std::uint32_t expected) {
     try {
         LoadEntries(stream, expected);
     } catch (...) {
-        TakeLoaded();
+        FinishLoading();
         throw;
     }
-    TakeLoaded();
+    FinishLoading();
 }
 
 void HpackIndex::LoadEntries(Generic32& stream, std::uint32_t expected) {
@@ -90,10 +101,10 @@ void HpackIndex::LoadEntries(Generic32& stream, std::uint32_t expected) {
     order.reserve(std::min(expected, available / entryOverhead));
 
     std::uint32_t loaded = 0;
-    while (TakeEntries(loaded, expected), order.size() < expected) {
-        const std::uint32_t there = loaded - used;
+    while (AcceptEntries(loaded, expected), order.size() < expected) {
+        const std::uint32_t left = loaded - used;
         const std::uint64_t needed =
-            entryOverhead + (there < wordSize ? 0 : std::uint64_t{Word(entries.Data() + used)});
+            IndexEntrySize(left < wordSize ? 0 : Word(entries.Data() + used));
         if (needed > available - used) {
             ReadPastEnd(stream);
         }
@@ -102,14 +113,15 @@ void HpackIndex::LoadEntries(Generic32& stream, std::uint32_t expected) {
         }
         const std::uint32_t more = std::min(
             available - loaded,
-            std::max(static_cast<std::uint32_t>(needed) - there, ReadAhead(expected, available)));
+            std::max(static_cast<std::uint32_t>(needed) - left, ReadAhead(expected, available)));
         Reserve(std::uint64_t{loaded} + more);
         stream.Read(entries.Data() + loaded, more);
         loaded += more;
     }
 }
 
-// Most often the block ends the stream and is read whole; else not much of what is behind it is.
+// Most often the block ends the stream and is read completely; otherwise little of what follows it
+// is read.
 std::uint32_t HpackIndex::ReadAhead(std::uint32_t expected, std::uint32_t available) const {
     constexpr std::uint64_t usualEntry = 64;
     if (available <= expected * usualEntry) {
@@ -121,39 +133,41 @@ std::uint32_t HpackIndex::ReadAhead(std::uint32_t expected, std::uint32_t availa
         std::min<std::uint64_t>(std::max<std::uint64_t>(left, pieceSize), available));
 }
 
-// Takes the entries that are whole in what has been loaded.
-void HpackIndex::TakeEntries(std::uint32_t loaded, std::uint32_t expected) {
+// Accepts the entries that are complete in what has been loaded.
+void HpackIndex::AcceptEntries(std::uint32_t loaded, std::uint32_t expected) {
     const char* const start = entries.Data();
     std::string_view last = order.empty() ? std::string_view() : At(order.back()).key;
     bool ascending = sorted == order.size();
     std::uint32_t at = used;
-    while (order.size() < expected && loaded - at >= entryOverhead) {
-        const std::string_view key(start + at + wordSize, Word(start + at));
-        if (key.size() > loaded - at - entryOverhead) {
-            break;
-        }
-        ascending = ascending && (order.empty() || Ascend(last, key));
+    HpackIndexEntry entry = {};
+    while (order.size() < expected && DecodeIndexEntry(start + at, loaded - at, entry)) {
+        ascending = ascending && (order.empty() || Ascend(last, entry.key));
         sorted += ascending ? 1 : 0;
         order.push_back(at);
-        at += static_cast<std::uint32_t>(entryOverhead + key.size());
-        last = key;
+        at += static_cast<std::uint32_t>(IndexEntrySize(entry.key.size()));
+        last = entry.key;
     }
     used = at;
 }
 
 // Of several entries for one key only the last one counts.
-void HpackIndex::TakeLoaded() {
+void HpackIndex::FinishLoading() {
     bytes = used;
     changed = sorted != order.size();
-    if (sorted != order.size()) {
-        SortTail(order);
-        const auto superseded = [this](std::uint32_t place, std::uint32_t next) {
-            return At(place).key == At(next).key;
+    if (changed) {
+        try {
+            Sort();
+        } catch (...) {
+            Clear();
+            throw;
+        }
+        const auto superseded = [this](std::uint32_t position, std::uint32_t next) {
+            return At(position).key == At(next).key;
         };
         std::size_t kept = 0;
         for (std::size_t i = 0; i < order.size(); ++i) {
             if (i + 1 < order.size() && superseded(order[i], order[i + 1])) {
-                bytes -= entryOverhead + At(order[i]).key.size();
+                bytes -= IndexEntrySize(At(order[i]).key.size());
             } else {
                 order[kept++] = order[i];
             }
@@ -164,71 +178,63 @@ void HpackIndex::TakeLoaded() {
     count = static_cast<std::uint32_t>(order.size());
 }
 
-void HpackIndex::Save(Generic32& stream) {
-    Tidy();
-    if (bytes == used && std::is_sorted(order.begin(), order.end())) {
-        if (used != 0) {
-            stream.Write(entries.Data(), used);
-        }
-        changed = false;
-        return;
+void HpackIndex::Arrange() {
+    Sort();
+    if (bytes != used || !std::is_sorted(order.begin(), order.end())) {
+        Pack();
     }
-    std::vector<char> piece;
-    const auto write = [&] {
-        stream.Write(piece.data(), static_cast<unsigned int>(piece.size()));
-        piece.clear();
-    };
-    for (const std::uint32_t place : order) {
-        const char* const entry = entries.Data() + place;
-        piece.insert(piece.end(), entry, entry + entryOverhead + Word(entry));
-        if (piece.size() >= pieceSize) {
-            write();
-        }
-    }
-    if (!piece.empty()) {
-        write();
+}
+
+void HpackIndex::Write(Generic32& stream) {
+    if (used != 0) {
+        stream.Write(entries.Data(), used);
     }
     changed = false;
 }
 
 std::optional<std::uint32_t> HpackIndex::Find(std::string_view key) {
-    const std::optional<std::uint32_t> place = Place(key);
-    if (!place || At(*place).deleted) {
+    const std::optional<std::uint32_t> position = EntryPosition(key);
+    if (!position || At(*position).deleted) {
         return std::nullopt;
     }
-    return At(*place).offset;
+    return At(*position).offset;
 }
 
 void HpackIndex::Set(std::string_view key, std::uint32_t offset) {
-    const std::optional<std::uint32_t> place = Place(key);
-    if (!place) {
+    const std::optional<std::uint32_t> position = EntryPosition(key);
+    if (!position) {
         Append(key, offset);
         return;
     }
-    char* const entry = entries.Data() + *place;
-    if (At(*place).deleted) {
-        PutWord(entry, static_cast<std::uint32_t>(key.size()));
+    const Entry former = At(*position);
+    if (former.deleted) {
         ++count;
-        bytes += entryOverhead + key.size();
+        bytes += IndexEntrySize(key.size());
     }
-    char* const stored = entry + wordSize + key.size();
-    changed = changed || Word(stored) != offset;
-    PutWord(stored, offset);
+    changed = changed || former.offset != offset;
+    EncodeIndexEntry({key, offset}, entries.Data() + *position);
 }
 
 void HpackIndex::Erase(std::string_view key) {
     changed = true;
-    const std::optional<std::uint32_t> place = Place(key);
-    if (!place || At(*place).deleted) {
+    const std::optional<std::uint32_t> position = EntryPosition(key);
+    if (!position || At(*position).deleted) {
         return;
     }
-    PutWord(entries.Data() + *place, static_cast<std::uint32_t>(key.size()) | deletedMark);
+    PutWord(entries.Data() + *position, static_cast<std::uint32_t>(key.size()) | deletedMark);
     --count;
-    bytes -= entryOverhead + key.size();
+    bytes -= IndexEntrySize(key.size());
 }
 
-// Where the key's entry is, deleted or not.
-std::optional<std::uint32_t> HpackIndex::Place(std::string_view key) {
+HpackIndex::Positions::const_iterator HpackIndex::LowerBound(std::string_view key) const {
+    return std::lower_bound(order.begin(), order.end(), key,
+                            [this](std::uint32_t position, std::string_view wanted) {
+                                return At(position).key < wanted;
+                            });
+}
+
+// The position of the key's entry, deleted or not.
+std::optional<std::uint32_t> HpackIndex::EntryPosition(std::string_view key) {
     if (slots.empty()) {
         if (order.empty() || At(order.back()).key < key) {
             return std::nullopt;
@@ -236,29 +242,26 @@ std::optional<std::uint32_t> HpackIndex::Place(std::string_view key) {
         constexpr std::uint32_t lookupsPerBuild = 16;
         if (order.size() < pieceSize / lookupsPerBuild ||
             ++lookups < order.size() / lookupsPerBuild) {
-            const auto found =
-                std::lower_bound(order.begin(), order.end(), key,
-                                 [this](std::uint32_t place, std::string_view wanted) {
-                                     return At(place).key < wanted;
-                                 });
+            const auto found = LowerBound(key);
             return At(*found).key == key ? std::optional(*found) : std::nullopt;
         }
         try {
             BuildSlots(order.size() + 1);  // has room for the entry of a Prepare() before
         } catch (const std::bad_alloc&) {
-            lookups = 0;  // a lookup needs no memory: it goes on by halves
-            return Place(key);
+            lookups = 0;  // a lookup needs no memory: it continues by halves
+            return EntryPosition(key);
         }
     }
-    const std::uint32_t slot = *Slot(key);
-    return slot != 0 ? std::optional(slot - 1) : std::nullopt;
+    const std::uint32_t position = FindSlot(key, Hash(key))->position;
+    return position != 0 ? std::optional(position - 1) : std::nullopt;
 }
 
-// The slot that holds the key, or else the one to put it into.
-std::uint32_t* HpackIndex::Slot(std::string_view key) {
+// The slot that holds the key, or else the free one for it.
+HpackIndex::Slot* HpackIndex::FindSlot(std::string_view key, std::uint32_t hash) {
     const std::size_t mask = slots.size() - 1;
-    std::size_t at = std::hash<std::string_view>()(key) & mask;
-    while (slots[at] != 0 && At(slots[at] - 1).key != key) {
+    std::size_t at = hash & mask;
+    while (slots[at].position != 0 &&
+           (slots[at].hash != hash || At(slots[at].position - 1).key != key)) {
         at = (at + 1) & mask;
     }
     return &slots[at];
@@ -269,9 +272,20 @@ void HpackIndex::BuildSlots(std::size_t entriesExpected) {
     while (size < 2 * entriesExpected) {
         size *= 2;
     }
-    slots.assign(size, 0);
-    for (const std::uint32_t place : order) {
-        *Slot(At(place).key) = place + 1;
+    slots.resize(size);
+    FillSlots();
+}
+
+void HpackIndex::FillSlots() {
+    std::fill(slots.begin(), slots.end(), Slot());
+    const std::size_t mask = slots.size() - 1;
+    for (const std::uint32_t position : order) {
+        const std::uint32_t hash = Hash(At(position).key);
+        std::size_t at = hash & mask;
+        while (slots[at].position != 0) {
+            at = (at + 1) & mask;
+        }
+        slots[at] = {hash, position + 1};
     }
 }
 
@@ -285,7 +299,7 @@ void HpackIndex::Reserve(std::uint64_t length) {
 }
 
 void HpackIndex::Prepare(std::string_view key) {
-    if (!Place(key)) {
+    if (!EntryPosition(key)) {
         MakeRoom(key);
     }
 }
@@ -294,13 +308,17 @@ bool HpackIndex::IsLast(std::string_view key) const {
     return sorted == order.size() && (order.empty() || At(order.back()).key < key);
 }
 
-// All that Append() needs memory for.
+// Allocates all that Append() needs.
 void HpackIndex::MakeRoom(std::string_view key) {
+    std::uint64_t end = used + IndexEntrySize(key.size());
+    if (entries.Length() < end + slack && used > 2 * bytes + pieceSize) {
+        Pack();
+        end = used + IndexEntrySize(key.size());
+    }
     const std::size_t expected = 2 * order.size() + 2;
     if (slots.empty() ? !IsLast(key) : slots.size() < expected) {
         BuildSlots(expected);
     }
-    const std::uint64_t end = std::uint64_t{used} + entryOverhead + key.size();
     if (entries.Length() < end + slack) {
         Reserve(end + end / 2);
     }
@@ -314,73 +332,70 @@ void HpackIndex::Append(std::string_view key, std::uint32_t offset) {
     changed = true;
     sorted += IsLast(key) ? 1 : 0;
     order.push_back(used);
-    char* out = PutWord(entries.Data() + used, static_cast<std::uint32_t>(key.size()));
-    out = std::copy(key.begin(), key.end(), out);
-    PutWord(out, offset);
+    EncodeIndexEntry({key, offset}, entries.Data() + used);
     if (!slots.empty()) {
-        *Slot(key) = used + 1;
+        const std::uint32_t hash = Hash(key);
+        *FindSlot(key, hash) = {hash, used + 1};
     }
-    used += static_cast<std::uint32_t>(entryOverhead + key.size());
-    bytes += entryOverhead + key.size();
+    used += static_cast<std::uint32_t>(IndexEntrySize(key.size()));
+    bytes += IndexEntrySize(key.size());
     ++count;
 }
 
-std::vector<std::uint32_t> HpackIndex::InOrder() const {
-    std::vector<std::uint32_t> all(order);
-    SortTail(all);
-    return all;
-}
-
-// Sorts `places`, which is `order` or a copy of it. Equal keys stay in the order they came in.
-void HpackIndex::SortTail(std::vector<std::uint32_t>& places) const {
-    if (sorted == places.size()) {
+// Equal keys, which only a loaded block can have, stay in the order in which they came.
+void HpackIndex::Sort() {
+    if (sorted == order.size()) {
         return;
     }
     struct Item {
         std::uint64_t prefix;
-        std::uint32_t place;
+        std::uint32_t position;
     };
     const auto before = [this](const Item& a, const Item& b) {
         if (a.prefix != b.prefix) {
             return a.prefix < b.prefix;
         }
-        const int compared = At(a.place).key.compare(At(b.place).key);
-        return compared != 0 ? compared < 0 : a.place < b.place;
+        const int compared = At(a.position).key.compare(At(b.position).key);
+        return compared != 0 ? compared < 0 : a.position < b.position;
     };
     std::vector<Item> items;
-    items.reserve(places.size());
-    for (const std::uint32_t place : places) {
-        items.push_back({Prefix(At(place).key), place});
+    items.reserve(order.size());
+    for (const std::uint32_t position : order) {
+        items.push_back({Prefix(At(position).key), position});
     }
     const auto tail = items.begin() + static_cast<std::ptrdiff_t>(sorted);
     std::sort(tail, items.end(), before);
     std::inplace_merge(items.begin(), tail, items.end(), before);
-    std::transform(items.begin(), items.end(), places.begin(),
-                   [](const Item& item) { return item.place; });
-}
-
-// Sorts in what came out of order and lets go of deleted entries.
-void HpackIndex::Tidy() {
-    SortTail(order);
-    if (count != order.size()) {
-        slots.clear();
-        order.erase(std::remove_if(order.begin(), order.end(),
-                                   [this](std::uint32_t place) { return At(place).deleted; }),
-                    order.end());
-    }
+    std::transform(items.begin(), items.end(), order.begin(),
+                   [](const Item& item) { return item.position; });
     sorted = order.size();
-    if (used > 2 * bytes + pieceSize) {
-        Compact();
+}
+
+// Moves the entries that are not deleted together, in the order of `order`. Only the one allocation
+// at the start can fail.
+void HpackIndex::Pack() {
+    qtBuffer packed;
+    packed.Resize(static_cast<unsigned long>(bytes + slack));
+    char* out = packed.Data();
+    std::size_t kept = 0;
+    std::size_t keptSorted = 0;
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        const Entry entry = At(order[i]);
+        if (!entry.deleted) {
+            order[kept++] = static_cast<std::uint32_t>(out - packed.Data());
+            keptSorted += i < sorted ? 1 : 0;
+            out = EncodeIndexEntry({entry.key, entry.offset}, out);
+        }
+    }
+    order.resize(kept);
+    sorted = keptSorted;
+    entries = std::move(packed);
+    used = static_cast<std::uint32_t>(bytes);
+    if (sorted == kept) {
+        slots.clear();
+    } else {
+        FillSlots();  // as many as before, since only they find what is not sorted
     }
 }
 
-void HpackIndex::Compact() {
-    HpackIndex compact;
-    compact.Reserve(bytes);
-    compact.order.reserve(order.size());
-    for (const std::uint32_t place : order) {
-        const Entry entry = At(place);
-        compact.Append(entry.key, entry.offset);
-    }
-    *this = std::move(compact);
-}
+}  // namespace vantry_internal

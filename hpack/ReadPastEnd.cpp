@@ -2,6 +2,8 @@
 
 #include <vector>
 
+namespace vantry_internal {
+
 void ReadPastEnd(Generic32& stream) {
     std::vector<char> piece(65536);
     const auto length = static_cast<unsigned int>(piece.size());
@@ -9,7 +11,9 @@ void ReadPastEnd(Generic32& stream) {
     for (unsigned int read = 0; read <= left; read += length) {
         stream.Read(piece.data(), length);
     }
-    // Something has made the stream longer meanwhile.
+    // The stream has grown in the meantime.
     throw qtX<HioErr>((HioErrors::readFailed + stream.Name()).c_str(), HioErrors::read,
                       stream.Name());
 }
+
+}  // namespace vantry_internal

@@ -12,7 +12,7 @@ public:
     class VANTRY_EXPORT m_CountAux {
     public:
         m_CountAux();
-        virtual ~m_CountAux() noexcept(false);
+        virtual ~m_CountAux() noexcept(false) = 0;
         m_CountAux(const m_CountAux&) = delete;
         m_CountAux& operator=(const m_CountAux&) = delete;
 
@@ -23,7 +23,7 @@ public:
     template <class T>
     class m_TCountAux : public m_CountAux {
     public:
-        /// Takes over the object.
+        /// Takes ownership of the object.
         explicit m_TCountAux(T* newObject) : object(newObject) {}
         // Not a std::unique_ptr: that would end the process when a stream's destructor throws.
         ~m_TCountAux() noexcept(false) override { delete object; }
@@ -34,16 +34,16 @@ public:
 };
 
 /// A counted pointer that owns its object, as qtPtr does, but counts without a lock: all pointers
-/// to one object have to stay in one thread.
+/// to one object must be used by one thread at a time.
 template <class T>
 class qtPtrLight : public qtPtrLightBase {
 public:
-    /// Points nowhere.
+    /// An empty pointer.
     qtPtrLight() = default;
 
-    /// Takes over a newly created object of `T` or of a class derived from it (null gives an empty
-    /// pointer).
-    /// @throws std::bad_alloc when there is no memory for the count; the object is then deleted.
+    /// Takes ownership of a newly created object of `T` or of a class derived from it. Null makes
+    /// an empty pointer.
+    /// @throws std::bad_alloc if there is no memory for the count; the object is then deleted
     template <class U>
     explicit qtPtrLight(U* newObject) {
         std::unique_ptr<U> owned(newObject);
@@ -53,7 +53,7 @@ public:
         }
     }
 
-    /// A copy shares the object; what was moved from points nowhere.
+    /// A copy shares the object; a pointer that was moved from is empty.
     /// @{
     qtPtrLight(const qtPtrLight& other) : holder(other.holder), object(other.object) {
         if (holder != nullptr) {
@@ -63,22 +63,23 @@ public:
     qtPtrLight(qtPtrLight&& other) noexcept { Swap(other); }
     /// @}
 
-    /// The former target is released after the new one has been taken. What its destructor throws
-    /// comes out of the assignment, and the pointer then has its new target.
+    /// Takes the new target, then releases the former one. Throws what the destructor of the former
+    /// target throws; the pointer then has its new target.
     qtPtrLight& operator=(qtPtrLight other) noexcept {
         Swap(other);
         return *this;
     }
 
-    /// A file stream whose closing fails reports that from its destructor, so this may throw too.
+    /// Throws what the destructor of the object throws: a file stream reports from there that
+    /// closing failed.
     ~qtPtrLight() noexcept(false) {
         if (holder != nullptr && --holder->count == 0) {
             delete holder;
         }
     }
 
-    /// The object, which the pointer keeps owning. An empty pointer gives null and may not be
-    /// followed.
+    /// The object, which stays owned by the pointer. Get() of an empty pointer is null; an empty
+    /// pointer may not be dereferenced.
     /// @{
     T* Get() const { return object; }
     T* operator->() const { return object; }

@@ -13,6 +13,7 @@ vantry_sources(
         HpackView.cpp
         IndexSearch.cpp
         KeySlots.cpp
+        PackageCore.cpp
         PackageMarks.cpp
         RawPackage.cpp
         ReadPastEnd.cpp

@@ -1,14 +1,19 @@
 #include "hpack/Hfile32.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <random>
 
 #include "hpack/qtPtrLight.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/Bytes.h"
 #include "tests/support/Errors.h"
+#include "tests/support/Processes.h"
 #include "tests/support/Streams.h"
 #include "tests/support/TempFolder.h"
 
@@ -45,6 +50,7 @@ TEST_F(Hfile32Test, ModesAndFailures) {
     Write(stream, qtString(250000, 'a'));
     ExpectFailure([&] { Read(stream, 1); }, 3, "Read error in file ");
     stream.Close();
+    ExpectFailure([&] { Write(stream, "x"); }, 4, "File is not open for writing", false);
     stream.Close();
 
     stream.Open(name, 'r');
@@ -110,12 +116,84 @@ TEST_F(Hfile32Test, SeeksBeyondTheEnd) {
     Write(stream, "x");
     EXPECT_EQ(stream.SeekEnd(), 0x7fffffffu);
     stream.Close();
-    ASSERT_EQ(truncate(name.c_str(), off_t{1} << 32), 0);
+    ASSERT_EQ(truncate(name.c_str(), (off_t{1} << 32) - 1), 0);
     stream.Open(name, 'r');
+    EXPECT_EQ(stream.SeekEnd(), 0xffffffffu);
+    ASSERT_EQ(truncate(name.c_str(), off_t{1} << 32), 0);
+    stream.Seek(0);
     ExpectFailure([&] { stream.SeekEnd(); }, 2, "SeekEnd error in file ");
 }
 
-// /dev/full takes what fits into a buffer and fails when that is written out.
+TEST_F(Hfile32Test, OpensAnotherFile) {
+    WriteFile(name, "first");
+    WriteFile(folder / "other", "other");
+    for (const auto& [file, text] : {std::pair(name, "rst"), {folder / "other", "her"}}) {
+        stream.Open(file, 'r');
+        stream.Seek(2);
+        EXPECT_EQ(Read(stream, 3), text);
+    }
+    // No other program inherits it.
+    for (int descriptor = 3; descriptor < 64; ++descriptor) {
+        char target[4096] = {};
+        const qtString link = "/proc/self/fd/" + std::to_string(descriptor);
+        if (readlink(link.c_str(), target, sizeof target - 1) > 0 && folder / "other" == target) {
+            EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
+        }
+    }
+}
+
+// As the C library's calls do: opening and writing wait for the reader, positioning fails.
+TEST_F(Hfile32Test, Fifo) {
+    ASSERT_EQ(mkfifo(name.c_str(), 0600), 0);
+    const qtString bytes = AllBytes() + qtString(300000, 'f');
+    const pid_t reader = Start([&] {
+        Hfile32 other;
+        other.Open(name, 'r');
+        usleep(20000);
+        EXPECT_EQ(Read(other, 3), bytes.substr(0, 3));
+        EXPECT_EQ(Read(other, static_cast<unsigned int>(bytes.size()) - 3), bytes.substr(3));
+        ExpectFailure([&] { Read(other, 1); }, 3, "Read error in file ");
+    });
+    stream.Open(name, 'w');
+    for (int round = 0; round < 2; ++round) {
+        ExpectFailure([&] { stream.Seek(0); }, 2, "Invalid file offset in file ");
+        ExpectFailure([&] { stream.SeekEnd(); }, 2, "SeekEnd error in file ");
+        EXPECT_EQ(stream.Tell(), 0xffffffffu);
+        Write(stream, round == 0 ? bytes : "");
+    }
+    stream.Close();
+    EXPECT_EQ(End(reader), 0);
+}
+
+// Positioning has to write out what waits. If that fails the bytes go on waiting.
+TEST_F(Hfile32Test, PositioningThatCannotWrite) {
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit former;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &former), 0);
+    const auto limit = [&](rlim_t bytes) {
+        const rlimit room{bytes, former.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &room), 0);
+    };
+    WriteFile(name, "0123456789");
+    stream.Open(name, 'u');
+    stream.Seek(8);
+    Write(stream, "abcdef");
+    limit(12);
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        ExpectFailure([&] { stream.Seek(0); }, 2, "Invalid file offset in file ");
+        ExpectFailure([&] { stream.SeekEnd(); }, 2, "SeekEnd error in file ");
+        ExpectFailure([&] { Read(stream, 1); }, 3, "Read error in file ");
+        EXPECT_EQ(stream.Tell(), 14u);
+    }
+    Write(stream, "g");
+    limit(former.rlim_cur);
+    stream.Seek(0);
+    EXPECT_EQ(Read(stream, 15), "01234567abcdefg");
+    stream.Close();
+    EXPECT_EQ(FileBytes(name), "01234567abcdefg");
+}
+
+// /dev/full accepts what fits into a buffer and fails when that is written out.
 TEST_F(Hfile32Test, OneFaultGivesOneException) {
     name = "/dev/full";
     stream.Open(name, 'w');
@@ -143,6 +221,7 @@ TEST_F(Hfile32Test, OneFaultGivesOneException) {
             throw 1;
         },
         int);
+    Allocations::untilFailure = -1;
 }
 
 }  // namespace

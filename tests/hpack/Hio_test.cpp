@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <type_traits>
+
+#include "basekit/qtPtr.h"
 #include "hpack/Hmemory.h"
 #include "tests/support/Bytes.h"
 #include "tests/support/Counted.h"
@@ -35,6 +38,9 @@ TEST(Generic32, BaseDoesNothing) {
     EXPECT_EQ(stream.Tell() + stream.SeekEnd() + stream.GetFileSize(), 0u);
     EXPECT_EQ(stream.Name(), "");
 }
+
+static_assert(std::is_abstract_v<qtPtrLightBase::m_CountAux>);
+static_assert(std::is_abstract_v<qtPtrBase::m_CountAux>);
 
 TEST(qtPtrLight, LastReferenceDeletes) {
     ExpectLastReferenceDeletes<qtPtrLight<CountedBase>>();

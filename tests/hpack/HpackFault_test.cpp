@@ -1,6 +1,7 @@
 // Every call that an operation makes to its stream, and every allocation, fails in turn. What comes
 // out is the stream's error; afterwards the object works on, and what the last save held is there.
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
@@ -8,6 +9,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -138,6 +140,56 @@ TEST(HpackFault, EveryStreamCallOfEveryOperation) {
     }
 }
 
+// A stream with a gap after its first bytes, which nobody may use, so that it ends near 2^31.
+class FarStream : public FaultyStream {
+public:
+    FarStream(qtBuffer& bytes, unsigned int end)
+        : FaultyStream(bytes), near(FaultyStream::GetFileSize()), gap(end - near) {}
+    ~FarStream() noexcept(false) override = default;
+
+    unsigned int Tell() override { return Far(FaultyStream::Tell()); }
+    void Seek(int offset) override {
+        const auto far = static_cast<unsigned int>(offset);
+        FaultyStream::Seek(static_cast<int>(far < near ? far : far - gap));
+    }
+    unsigned int SeekEnd() override { return Far(FaultyStream::SeekEnd()); }
+    unsigned int GetFileSize() override { return Far(FaultyStream::GetFileSize()); }
+
+private:
+    unsigned int Far(unsigned int offset) const { return offset < near ? offset : offset + gap; }
+
+    unsigned int near;
+    unsigned int gap;
+};
+
+// Every failure of a save for which there is just room. What the save has reserved stays reserved,
+// whatever is refused before it is tried again.
+TEST(HpackFault, SaveNearTheLastOffset) {
+    const unsigned int recordSize = 12 + 3;
+    const unsigned int indexSize = 8 + 6 * 8 + 3 + 0 + 5 + 4 + 5 + 4;
+    bool saves = false;
+    for (long calls = 0; !saves; ++calls) {
+        qtPtr<qtBuffer> buffer = NewBuffer(savedBytes + qtString(70000, '\0'));
+        auto* const stream =
+            new FarStream(*buffer, HpackFormat::maxStreamSize - recordSize - indexSize);
+        Hpack package;
+        package.Open(qtPtrLight<Generic32>(stream), 'u');
+        const auto expectRefused = [&](const std::function<void()>& action) {
+            ExpectError<HioErr>(action, HioErrors::write, "Hio buffer is not open for writing",
+                                {"faulty"});
+        };
+        package.AddOrUpdate("new", "");
+        expectRefused([&] { package.WriteIndex(0); });
+        stream->FailAfter(calls, false);
+        saves = ErrorOf([&] { package.SaveIndex(); }) < 0;
+        stream->FailAfter(-1, false);
+        expectRefused([&] { package.AddOrUpdate("more", ""); });
+        package.AddOrUpdate("alpha", "in place");
+        package.Close();
+        EXPECT_EQ(Bytes(*buffer).substr(4, 4), Word(HpackFormat::maxStreamSize - indexSize));
+    }
+}
+
 TEST(HpackFault, EveryStreamCallOfOpening) {
     for (const char mode : {'r', 'u'}) {
         bool opened = false;
@@ -167,18 +219,44 @@ bool SucceedsInMemory(long allocations, Action action) {
     return succeeds;
 }
 
-// What fails here has written nothing over: no item may be missing.
+// What fails here has overwritten nothing: no item may be missing, in the object or in the stream.
 TEST(HpackFault, EveryAllocationOfEveryOperation) {
     ForEachFault([](Operation operation, long allocations) {
+        const bool inPlace = operation.inPlace.has_value();
         operation.inPlace.reset();
         Opened package(savedBytes, 'u');
         const bool failed = !SucceedsInMemory(allocations, [&] { operation.run(package); });
         ExpectBeforeOrAfter(package, operation);
+        if (failed && !inPlace) {
+            Opened stored(Bytes(*package.buffer));
+            ExpectBeforeOrAfter(stored, operation);
+        }
         package.Close();
         package.Open(package.buffer, 'r');
         ExpectBeforeOrAfter(package, operation);
         return failed;
     });
+}
+
+// Destroys what is deleted, so that whoever still uses it fails.
+void Overwrite(const void* block) {
+    std::memset(const_cast<void*>(block), 0xa5, malloc_usable_size(const_cast<void*>(block)));
+}
+
+// The package alone holds the buffer that it is open in.
+TEST(HpackFault, EveryAllocationOfOpeningAgain) {
+    Allocations::onDelete = Overwrite;
+    bool opened = false;
+    for (long allocations = 0; !opened; ++allocations) {
+        Opened package(savedBytes, 'u');
+        package.buffer = NewBuffer(Package({{"other", ""}}));
+        opened = SucceedsInMemory(allocations, [&] { package.Open(package.buffer, 'u'); });
+        EXPECT_EQ(package.Contains("other"), opened);
+        if (package.IsOpen() && !opened) {
+            EXPECT_EQ(Items(package), saved);
+        }
+    }
+    Allocations::onDelete = nullptr;
 }
 
 // So many lookups build a table, perhaps in the middle of renaming, where no memory may be missing.
@@ -206,12 +284,9 @@ TEST(HpackFault, EveryAllocationOfRenamingAfterManyLookups) {
 TEST(HpackFault, WhatIsNoPackageFile) {
     const TempFolder folder;
     const qtString file = folder / "file";
-    ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
     WriteFile(file, savedBytes);
     chmod(file.c_str(), 0);
     const std::tuple<qtString, const char*, int> cases[] = {
-        {folder / "fifo", "ru", HioErrors::read},
-        {folder / "fifo", "w", HioErrors::open},
         {folder / "", "r", HioErrors::read},
         {folder / "", "uw", HioErrors::open},
         {folder / "missing/x", "ruw", HioErrors::open},
@@ -253,7 +328,8 @@ TEST(HpackFault, FileThatShrinksWhileItIsOpen) {
     }
 }
 
-// No room for more items: every save that was done stays, and with room again the package goes on.
+// A full file or disk: closing fails for as long as not everything is in the file. With room again
+// it succeeds.
 void AddUntilNoRoomIsLeft(const qtString& name, const std::function<void(std::size_t)>& setRoom) {
     WriteFile(name, Package({}));
     Contents added;
@@ -262,14 +338,20 @@ void AddUntilNoRoomIsLeft(const qtString& name, const std::function<void(std::si
         Hpack package;
         package.Open(name, 'u');
         const auto addUntilItFails = [&] {
-            for (;; added[Word(added.size())] = qtString(3000, 'b')) {
-                package.AddOrUpdate(Word(added.size()), qtString(3000, 'b'));
+            for (;;) {
+                const qtString key = Word(added.size());
+                package.AddOrUpdate(key, qtString(3000, 'b'));
+                added[key] = qtString(3000, 'b');
                 package.SaveIndex();
             }
         };
-        ExpectError<HioErr>(addUntilItFails, HioErrors::write, "Write error in file " + name,
-                            {name});
-        EXPECT_GE(added.size(), fitting);
+        const qtString text = "Invalid file offset in file " + name;
+        ExpectError<HioErr>(addUntilItFails, HioErrors::position, text, {name});
+        EXPECT_GT(added.size(), fitting);
+        for (int attempt = 0; attempt < 2; ++attempt) {
+            ExpectError<HioErr>([&] { package.Close(); }, HioErrors::position, text, {name});
+        }
+        setRoom((fitting + 4) * 4096);
         package.Close();
         package.Open(name, 'r');
         EXPECT_EQ(Items(package), added);

@@ -5,6 +5,8 @@
 
 #include <functional>
 
+#include "hpack/Hmemory.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/Errors.h"
 #include "tests/support/Items.h"
 #include "tests/support/TempFolder.h"
@@ -73,6 +75,8 @@ TEST_F(HpackTest, OpeningFailures) {
     qtPtr<qtBuffer> none;
     ExpectError<HioErr>([&] { package.Open(none, 'w'); }, 0, "Cannot open file: qtBuffer",
                         {"qtBuffer"});
+    ExpectError<HioErr>([&] { package.Open(qtPtrLight<Generic32>(), 'r'); }, 0,
+                        "Cannot open file: ", {""});
 
     // A file that can not be opened leaves what is open.
     Open(example, 'r');
@@ -153,7 +157,10 @@ TEST_F(HpackTest, ReadsIntoSegments) {
     EXPECT_EQ(segments.size, 40000u);
 
     Open("", 'w');
-    package.AddAtOffset("copy", segments, 0);
+    package.AddOrUpdate("copy", segments);
+    package.AddOrUpdate("bytes", *NewBuffer("12345"));
+    package.AddOrUpdate("bytes", *NewBuffer("1234"));
+    EXPECT_EQ(Place(package, "bytes"), Extent(16 + 12 + 4 + 40000, 4));
     package.AddAtOffset("k", qtString(16300, 'k'), 0);
     Reopen('r');
     EXPECT_EQ(Get(package, "copy"), large);
@@ -305,6 +312,145 @@ TEST_F(HpackTest, RefusesToPassTheLastOffset) {
     }
 }
 
+// A stream that looks at its package while that writes.
+struct WatchingStream : Hmemory {
+    explicit WatchingStream(qtBuffer& bytes) { Open(bytes, 'u'); }
+    ~WatchingStream() noexcept(false) override = default;
+    void Read(char* data, unsigned int count) override {
+        EXPECT_NE(count, 0u);
+        Hmemory::Read(data, count);
+    }
+    void Write(char* data, unsigned int count) override {
+        watch();
+        Hmemory::Write(data, count);
+    }
+    std::function<void()> watch = [] {};
+};
+
+TEST_F(HpackTest, AnItemHasAKeyWhileItIsRenamed) {
+    buffer = NewBuffer(Package({{"", ""}, {"ab", "xyz"}}));
+    auto* const stream = new WatchingStream(*buffer);
+    package.Open(qtPtrLight<Generic32>(stream), 'u');
+    EXPECT_EQ(Get(package, ""), "");
+    int writes = 0;
+    stream->watch = [&] {
+        ++writes;
+        EXPECT_TRUE(package.Contains("ab") != package.Contains("longer"));
+    };
+    package.Rename("ab", "longer");
+    package.Rename("longer", "ab");
+    EXPECT_GE(writes, 4);
+    stream->watch = [] {};
+}
+
+TEST_F(HpackTest, RenamingForEverTakesNoMoreMemory) {
+    Open(example, 'u');
+    Allocations::largest = 0;
+    qtString key = "ab";
+    for (std::uint32_t i = 0; i < 200000; ++i) {
+        const qtString next = Hpack::MakeStringKey(i);
+        package.Rename(key, next);
+        key = next;
+    }
+    EXPECT_LT(Allocations::largest, 200000u);
+    EXPECT_EQ(Get(package, key), "xyz");
+    EXPECT_EQ(Keys(package), std::vector<qtString>{key});
+}
+
+TEST_F(HpackTest, MovingKeepsThePackageOpen) {
+    Open(example, 'u');
+    Hpack moved(std::move(package));
+    EXPECT_TRUE(moved.IsOpen());
+    EXPECT_EQ(Get(moved, "ab"), "xyz");
+    // What is left is a closed package.
+    EXPECT_FALSE(package.IsOpen());
+    EXPECT_TRUE(Keys(package).empty());
+    EXPECT_THROW(Get(package, "ab"), qtX<Hpack>);
+    package.Close();
+    qtPtr<qtBuffer> other = NewBuffer(example);
+    package.Open(other, 'u');
+    package.Rename("ab", "c");
+    package.Close();
+    EXPECT_EQ(Items(moved), (Contents{{"ab", "xyz"}}));
+    moved.Close();
+}
+
+TEST_F(HpackTest, ReadsParts) {
+    Open(Package({{"ab", "0123456789"}, {"c", ""}}), 'r');
+    qtString part(4, '#');
+    const auto read = [&](unsigned int from, unsigned int count) {
+        part.assign(4, '#');
+        package.GetPart("ab", from, part.data(), count);
+        return part;
+    };
+    EXPECT_EQ(read(0, 4), "0123");
+    EXPECT_EQ(read(6, 4), "6789");
+    EXPECT_EQ(read(8, 2), "89##");
+    EXPECT_EQ(read(10, 0), "####");
+    for (const auto& [from, count] : {std::pair(7u, 4u), {11u, 0u}, {0xffffffffu, 1u}}) {
+        ExpectError<HioErr>([&, f = from, c = count] { read(f, c); }, 3, "Read error in Hio buffer",
+                            {"qtBuffer"});
+        EXPECT_EQ(part, "####");
+    }
+    ExpectFailure([&] { package.GetPart("x", 0, part.data(), 0); }, 4, "Missing key in index: x",
+                  {"qtBuffer", "x"});
+    // A stored length that the stream does not have.
+    Open(qtString(example).replace(26, 4, Word(0x7fffffff)), 'r');
+    EXPECT_EQ(read(20, 1), example.substr(50) + "###");
+    ExpectError<HioErr>([&] { read(20, 2); }, 3, "Read error in Hio buffer", {"qtBuffer"});
+}
+
+TEST_F(HpackTest, WalksKeysInOrder) {
+    Open("", 'w');
+    for (const char* key : {"b", "aab", "", "aa", "a\xff", "ab"}) {
+        package.AddOrUpdate(key, key);
+    }
+    Reopen('u');
+    package.Delete("ab");
+    package.AddOrUpdate("aaa", "late");
+    using List = std::vector<qtString>;
+    List keys;
+    const auto visit = [&](std::string_view key) {
+        keys.emplace_back(key);
+        EXPECT_NE(Place(package, qtString(key)).first, 0u);
+    };
+    const auto taken = [&] { return std::exchange(keys, {}); };
+    package.ForEach(visit);
+    EXPECT_EQ(taken(), (List{"", "aa", "aaa", "aab", "a\xff", "b"}));
+    package.ForEach("aa", visit);
+    EXPECT_EQ(taken(), (List{"aa", "aaa", "aab"}));
+    package.ForEach("", visit);
+    EXPECT_EQ(taken(), Keys(package));
+    package.ForEach("c", visit);
+    EXPECT_EQ(taken(), List());
+    package.ForEach("aaa", "b", visit);
+    EXPECT_EQ(taken(), (List{"aaa", "aab", "a\xff"}));
+    EXPECT_THROW(package.ForEach([](std::string_view) { throw 1; }), int);
+}
+
+TEST_F(HpackTest, LayoutNeedsNoSave) {
+    const auto expect = [&](const HpackLayout& expected) {
+        const HpackLayout layout = package.GetLayout();
+        EXPECT_EQ(std::tuple(layout.size, layout.headerSize, layout.indexOffset, layout.indexSize,
+                             layout.recordBytes),
+                  std::tuple(expected.size, expected.headerSize, expected.indexOffset,
+                             expected.indexSize, expected.recordBytes));
+        return layout.DeadSpace();
+    };
+    Open("", 'w');
+    EXPECT_EQ(expect({16, 16, 0, 0, 0}), 0u);
+    Open(example, 'r');
+    EXPECT_EQ(expect({51, 16, 33, 18, 17}), 0u);
+    Open(example, 'u');
+    package.AddOrUpdate("ab", "wxyz");
+    EXPECT_EQ(expect({69, 16, 33, 18, 18}), 17u);
+    package.SetOldID(true);
+    package.Delete("ab");
+    EXPECT_EQ(expect({69, 8, 33, 18, 0}), 69u - 8 - 18);
+    package.SaveIndex();
+    EXPECT_EQ(expect({69, 8, 33, 8, 0}), 69u - 8 - 8);
+}
+
 // What is not written can not be torn; a scar in the block shows whether it was.
 TEST_F(HpackTest, SavingLeavesAnIndexThatWouldBeTheSame) {
     const std::pair<std::function<void()>, bool> cases[] = {
@@ -330,16 +476,29 @@ TEST_F(HpackTest, SavingLeavesAnIndexThatWouldBeTheSame) {
 
 TEST_F(HpackTest, WhatClosingFindsIsReported) {
     EXPECT_THROW(Hpack().Open("/dev/full", 'w'), qtX<HioErr>);
+    const qtString text = "Invalid file offset in file /dev/full";
     package.Open("/dev/full", 'w');
-    EXPECT_THROW(package.Close(), qtX<HioErr>);
-    package.Delete("still open");
-    EXPECT_NO_THROW(package.Close());
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        ExpectError<HioErr>([&] { package.Close(); }, 2, text, {"/dev/full"});
+        package.Delete("still open");
+    }
+    // Once a write has failed the stream drops all others, and saving must say so.
+    EXPECT_THROW(package.Open("/dev/full", 'w'), qtX<HioErr>);
+    package.Open("/dev/full", 'w');
+    for (const std::size_t size : {100000, 1}) {
+        ExpectError<HioErr>([&] { package.AddOrUpdate("a", qtString(size, 'a')); }, 4,
+                            "Write error in file /dev/full", {"/dev/full"});
+        ExpectError<HioErr>([&] { package.Close(); }, 4, "Write error in file /dev/full",
+                            {"/dev/full"});
+    }
 
     // Reported by the next opening, too, which leaves all that is closed.
     const TempFolder folder;
     WriteFile(folder / "p", example);
     package.Open("/dev/full", 'w');
     EXPECT_THROW(package.Open(folder / "p", 'u'), qtX<HioErr>);
+    EXPECT_FALSE(package.IsOpen());
+    EXPECT_EQ(package.Count(), 0u);
     EXPECT_THROW(package.AddOrUpdate("ab", ""), qtX<HioErr>);
     EXPECT_THROW(package.SetState(1), qtX<HioErr>);
     EXPECT_EQ(FileBytes(folder / "p"), example);

@@ -1,0 +1,335 @@
+#include "hpack/PackageCore.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "hpack/Hfile32.h"
+#include "hpack/Hmemory.h"
+#include "hpack/Hpack.h"
+#include "hpack/ReadPastEnd.h"
+
+namespace vantry_internal {
+
+using namespace HpackFormat;
+
+static constexpr std::uint64_t pieceSize = 65536;
+
+PackageCore::PackageCore() {
+    io.stream = qtPtrLight<Generic32>(new Hfile32);
+}
+
+void PackageCore::Replace(const qtPtrLight<Generic32>& stream) {
+    ++openings;
+    Reset(0);
+    // The former stream may be over this buffer, so it is released first.
+    const qtPtr<qtBuffer> former(std::move(sharedBuffer));
+    try {
+        io.stream = stream;
+    } catch (...) {
+        io.stream->Close();
+        throw;
+    }
+}
+
+void PackageCore::Reset(char mode) {
+    openMode = mode;
+    isOpen = false;
+    modified = false;
+    writeFailed = false;
+    savedAt = 0;
+    knownSize = 0;
+    index.Clear();
+}
+
+void PackageCore::SeekTo(std::uint64_t offset) {
+    io.stream->Seek(static_cast<int>(offset));
+}
+
+bool PackageCore::Holds(std::uint64_t end) {
+    if (end > knownSize) {
+        knownSize = io.stream->GetFileSize();
+    }
+    return end <= knownSize;
+}
+
+HpackBlockStart PackageCore::ReadBlockStart() {
+    char bytes[2 * wordSize];
+    io.stream->Read(bytes, sizeof bytes);
+    return DecodeBlockStart(bytes);
+}
+
+void PackageCore::PositionOnKey(const qtString& key) {
+    const std::optional<std::uint32_t> offset = index.Find(key);
+    if (!offset) {
+        FailKey(HpackErrors::missingKey, key);
+    }
+    SeekTo(*offset);
+    if (io.Get<unsigned int>() != ItemMagic) {
+        FailKey(HpackErrors::invalidItem, key);
+    }
+    const auto length = io.Get<unsigned int>();
+    if (length != key.size()) {
+        if (!Holds(HpackRecord{*offset, length, 0}.BodyLengthAt())) {
+            ReadPastEnd(*io.stream);
+        }
+        FailKey(HpackErrors::wrongItem, key);
+    }
+    recordHead.resize(length);
+    Read(recordHead.data(), length);
+    if (recordHead != key) {
+        FailKey(HpackErrors::wrongItem, key);
+    }
+}
+
+HpackRecord PackageCore::FindBody(const qtString& key) {
+    PositionOnKey(key);
+    HpackRecord record;
+    record.keyLength = static_cast<std::uint32_t>(key.size());
+    record.bodyLength = io.Get<unsigned int>();
+    record.offset =
+        io.stream->Tell() - static_cast<std::uint32_t>(RecordHeadSize(record.keyLength));
+    return record;
+}
+
+unsigned int PackageCore::FindBodyToAllocate(const qtString& key) {
+    const HpackRecord record = FindBody(key);
+    if (Holds(record.End())) {
+        return record.bodyLength;
+    }
+    const std::uint64_t start = record.BodyAt();
+    return static_cast<unsigned int>(std::max(knownSize, start) - start + 1);
+}
+
+void PackageCore::ReadBodyLength(HpackRecord& record) {
+    // Seeking alone would not raise the reading error.
+    if (!Holds(record.BodyLengthAt())) {
+        ReadPastEnd(*io.stream);
+    }
+    SeekTo(record.BodyLengthAt());
+    record.bodyLength = io.Get<unsigned int>();
+}
+
+// Streams only read what they write.
+void PackageCore::Write(const char* data, std::size_t count) {
+    if (count != 0) {
+        io.stream->Write(const_cast<char*>(data), static_cast<unsigned int>(count));
+    }
+}
+
+void PackageCore::Read(char* data, std::size_t count) {
+    if (count != 0) {
+        io.stream->Read(data, static_cast<unsigned int>(count));
+    }
+}
+
+std::uint64_t PackageCore::BeginRecord(const NewRecord& record) {
+    const std::uint64_t size = RecordHeadSize(record.key.size()) + record.bodyLength;
+    std::uint64_t at = record.offset;
+    if (at == 0) {
+        at = Size();
+        // A save that failed may have reserved what the record is to fill; the index then moves.
+        const bool takesReservation =
+            at >= header.indexOffset && at - header.indexOffset < indexSpace;
+        RequireRoom(record, at + size, takesReservation);
+        if (takesReservation) {
+            indexSpace = 0;
+        }
+    } else {
+        // With a new key the index grows and may have to move to the end.
+        const std::uint64_t end = index.Find(record.key) ? 0 : Size();
+        RequireRoom(record, std::max(end, at + size), false);
+        SeekTo(at);
+        if (at < headerSize || (at < savedAt + savedSize && at + size > savedAt)) {
+            savedAt = 0;
+        }
+    }
+    recordHead.resize(RecordHeadSize(record.key.size()));
+    EncodeRecordHead(record.key, static_cast<std::uint32_t>(record.bodyLength), recordHead.data());
+    Write(recordHead.data(), recordHead.size());
+    return at;
+}
+
+void PackageCore::EndRecord(const NewRecord& record, std::uint64_t at) {
+    const std::uint64_t end = at + RecordHeadSize(record.key.size()) + record.bodyLength;
+    if (io.stream->Tell() != end) {
+        RefuseWrite();  // the stream has dropped it
+    }
+    index.Set(record.key, static_cast<std::uint32_t>(at));
+    modified = true;
+    knownSize = std::max(knownSize, end);
+}
+
+void PackageCore::RequireRoom(const NewRecord& record, std::uint64_t end, bool reservationLost) {
+    const std::uint64_t entry = IndexEntrySize(record.key.size());
+    std::uint64_t size = IndexSize() + entry;
+    if (end + size <= maxStreamSize) {
+        return;
+    }
+    size -= record.freedIndex + (index.Find(record.key) ? entry : 0);
+    const bool moves = reservationLost || header.indexOffset == 0 || size > indexSpace;
+    if (end + (moves ? size : 0) > maxStreamSize) {
+        RefuseWrite();
+    }
+}
+
+std::string PackageCore::ReadThrough(const HpackRecord& record) {
+    std::string first(std::min<std::uint64_t>(record.bodyLength, pieceSize), '\0');
+    Read(first.data(), first.size());
+    std::string rest(std::min<std::uint64_t>(record.bodyLength - first.size(), pieceSize), '\0');
+    for (std::uint64_t done = first.size(); done < record.bodyLength; done += rest.size()) {
+        rest.resize(std::min<std::uint64_t>(record.bodyLength - done, pieceSize));
+        Read(rest.data(), rest.size());
+    }
+    return first;
+}
+
+void PackageCore::CopyBody(const HpackRecord& record, std::string_view start) {
+    std::uint64_t to = io.stream->Tell();
+    Write(start.data(), start.size());
+    std::string piece(std::min<std::uint64_t>(record.bodyLength - start.size(), pieceSize), '\0');
+    for (std::uint64_t done = start.size(); done < record.bodyLength; done += piece.size()) {
+        piece.resize(std::min<std::uint64_t>(record.bodyLength - done, pieceSize));
+        SeekTo(record.BodyAt() + done);
+        Read(piece.data(), piece.size());
+        SeekTo(to + done);
+        Write(piece.data(), piece.size());
+    }
+}
+
+unsigned int PackageCore::ReadIndex() {
+    index.Clear();
+    savedAt = 0;
+    HpackBlockStart start = {};
+    unsigned int offset = 0;
+    try {
+        SeekTo(indexOffsetAt);
+        offset = io.Get<unsigned int>();
+        if (offset == 0) {
+            return 0;
+        }
+        SeekTo(offset);
+        start = ReadBlockStart();
+    } catch (const qtX<HioErr>&) {
+        FailIndex();
+    }
+    if (start.magic != IndexMagic) {
+        FailIndex();
+    }
+    index.Load(*io.stream, start.count);
+    savedAt = offset;
+    savedSize = IndexSize();
+    return offset;
+}
+
+void PackageCore::WriteIndexAt(std::uint64_t at) {
+    // All memory first: a block that is written half would be worse than the former one.
+    index.Arrange();
+    SeekTo(at);
+    savedAt = 0;
+    char start[indexOverhead];
+    EncodeBlockStart({IndexMagic, index.Count()}, start);
+    Write(start, sizeof start);
+    index.Write(*io.stream);
+    if (io.stream->Tell() != at + IndexSize()) {
+        RefuseWrite();  // the stream has dropped it
+    }
+    // Last of all, so that the header never leads to an incomplete block. Positioning makes a file
+    // stream write out what it has buffered: before the header, and the header itself.
+    SeekTo(indexOffsetAt);
+    io.Put(static_cast<unsigned int>(at));
+    SeekTo(0);
+    savedAt = at;
+    savedSize = IndexSize();
+    writeFailed = false;
+}
+
+bool PackageCore::SaveMovesIndex() const {
+    return header.indexOffset == 0 || IndexSize() > indexSpace;
+}
+
+void PackageCore::WriteIndex(unsigned int offset) {
+    const std::uint64_t end = Size();
+    const std::uint64_t at = offset == 0 ? end : offset;
+    const std::uint64_t newEnd = at + IndexSize();
+    // A save that is due must still find room at the end.
+    const std::uint64_t due = modified && newEnd > end && SaveMovesIndex() ? IndexSize() : 0;
+    if (newEnd + due > maxStreamSize) {
+        RefuseWrite();
+    }
+    WriteIndexAt(at);
+}
+
+void PackageCore::SaveIndex() {
+    RequireUpdateMode();
+    if (!modified) {
+        return;
+    }
+    index.Arrange();
+    if (SaveMovesIndex()) {
+        const std::uint64_t end = Size();
+        if (end + IndexSize() > maxStreamSize) {
+            RefuseWrite();
+        }
+        indexSpace = std::max(indexSpace, IndexSize());
+        header.indexOffset = static_cast<std::uint32_t>(end);
+    }
+    if (!IsIndexSaved()) {
+        WriteIndexAt(header.indexOffset);
+    }
+    modified = false;
+}
+
+// Items replaced in place leave an index of the same bytes, and a block that is not rewritten
+// cannot be torn. Somebody else may have truncated the stream.
+bool PackageCore::IsIndexSaved() {
+    return savedAt != 0 && savedAt == header.indexOffset && !index.Changed() && !writeFailed &&
+           io.stream->GetFileSize() >= savedAt + savedSize;
+}
+
+std::uint64_t PackageCore::RecordBytes() {
+    std::uint64_t sum = 0;
+    index.Walk({}, [&](std::string_view, std::uint32_t offset) {
+        SeekTo(offset);
+        HpackRecord record{offset, ReadBlockStart().count, 0};
+        ReadBodyLength(record);
+        sum += record.Size();
+        return true;
+    });
+    return sum;
+}
+
+void PackageCore::RequireUpdateMode() const {
+    if (openMode != 'u') {
+        FailWithStream(HpackErrors::notOpenForUpdate, HpackErrors::notUpdating);
+    }
+}
+
+void PackageCore::FailWithStream(const char* text, HpackErrors::Number number) const {
+    throw qtX<Hpack>(text, number, io.stream->Name());
+}
+
+void PackageCore::FailIndex() const {
+    FailWithStream((HpackErrors::cannotReadIndex + io.stream->Name()).c_str(),
+                   HpackErrors::indexUnreadable);
+}
+
+void PackageCore::FailKey(const char* text, const qtString& key) const {
+    throw qtX<Hpack>((text + key).c_str(), HpackErrors::key, io.stream->Name(), key);
+}
+
+void PackageCore::RefuseWrite() const {
+    FailAsStream(HioErrors::write, HioErrors::bufferNotWritable, HioErrors::writeFailed);
+}
+
+void PackageCore::FailRead() const {
+    FailAsStream(HioErrors::read, HioErrors::bufferReadFailed, HioErrors::readFailed);
+}
+
+void PackageCore::FailAsStream(HioErrors::Number number, const char* ofBuffer,
+                               const char* ofFile) const {
+    const qtString& name = io.stream->Name();
+    const bool isBuffer = dynamic_cast<const Hmemory*>(io.stream.Get()) != nullptr;
+    throw qtX<HioErr>((isBuffer ? qtString(ofBuffer) : ofFile + name).c_str(), number, name);
+}
+
+}  // namespace vantry_internal
