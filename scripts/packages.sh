@@ -6,8 +6,9 @@ packages_build=(g++ cmake ninja-build pkgconf libdb5.3-dev libsodium-dev
     libarchive-dev libcli11-dev nlohmann-json3-dev libgtest-dev python3-dev pybind11-dev)
 # The peers of the benchmarks.
 packages_bench=(python3 libbenchmark-dev libsqlite3-dev liblmdb-dev libgdbm-dev libcdb-dev libisal-dev
-    libxxhash-dev zlib1g-dev libabsl-dev libboost-dev)
-packages_check=(clang-format clang-tidy mypy abigail-tools strace valgrind)
+    libxxhash-dev zlib1g-dev libabsl-dev libboost-dev python3-lmdb python3-gdbm)
+packages_check=(clang-format clang-tidy mypy abigail-tools strace valgrind python3-distributed
+    python3-fsspec python3-zarr)
 # Clang for the fuzz targets: its run-time library has the fuzzer and the sanitizers.
 packages_fuzz=(clang libclang-rt-dev)
 packages_coverage=(gcovr)

@@ -29,13 +29,14 @@ from .package import Identity, Package, Range, open
 from .places import Buffer
 from .registry import Registry
 from .repair import Fault, Note, Recovery, check, compact, recover
+from .shards import Shards, create_shards, open_shards, shard_name, shard_of
 from .texts import Text, text
 
 __all__ = ["Buffer", "BusyError", "EncryptionError", "Error", "Fault", "ForbiddenError",
            "HashError", "Identity", "MissingFileError", "MissingKeyError", "Note", "Package",
-           "PackageError", "PolyHash", "Range", "Recovery", "Registry", "RegistryError",
-           "StreamError", "Text", "check", "compact", "decrypt", "encrypt", "open", "recover",
-           "text", "tokenize"]
+           "PackageError", "PolyHash", "Range", "Recovery", "Registry", "RegistryError", "Shards",
+           "StreamError", "Text", "check", "compact", "create_shards", "decrypt", "encrypt", "open",
+           "open_shards", "recover", "shard_name", "shard_of", "text", "tokenize"]
 __version__ = _vantry.version()
 
 

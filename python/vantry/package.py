@@ -29,7 +29,8 @@ class Identity(NamedTuple):
     old: bool = False
 
 
-def _key_bytes(key: Key) -> bytes:
+def key_bytes(key: Key) -> bytes:
+    """The key as a package stores it."""
     if isinstance(key, str):
         return key.encode()
     if not isinstance(key, (bytes, bytearray, memoryview)):
@@ -137,14 +138,14 @@ class _Sorted(Mapping[bytes, bytes]):
         ...     dict(package.prefix("en/")), next(reversed(package))
         ({b'en/a': b'1', b'en/b': b'2'}, b'fr/a')
         """
-        start = _key_bytes(text)
+        start = key_bytes(text)
         return self.range(start, _after(start))
 
     def range(self, start: Key = b"", stop: Optional[Key] = None) -> "Range":
         """The items with keys from `start` up to `stop`, which is excluded, as a read-only mapping.
         Without `stop`, up to the last key."""
-        first = max(self._first, _key_bytes(start))
-        last = self._last if stop is None else _key_bytes(stop)
+        first = max(self._first, key_bytes(start))
+        last = self._last if stop is None else key_bytes(stop)
         if self._last is not None and last is not None:
             last = min(self._last, last)
         return Range(self._package, first, last)
@@ -160,7 +161,7 @@ class Range(_Sorted):
         self._last = last
 
     def __contains__(self, key: object) -> bool:
-        found = _key_bytes(cast(Key, key))
+        found = key_bytes(cast(Key, key))
         return found >= self._first and (self._last is None or found < self._last) and \
             self._package.contains(found)
 

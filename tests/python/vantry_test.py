@@ -6,6 +6,8 @@ import doctest
 import errno
 import fcntl
 import http.server
+import importlib
+import importlib.util
 import io
 import mmap
 import multiprocessing
@@ -684,9 +686,101 @@ class Registries(unittest.TestCase):
             vantry.Registry()
 
 
+class Shards(unittest.TestCase):
+    def test_a_set_is_one_sorted_mapping(self):
+        items = {b"%d" % i: random.Random(i).randbytes(i % 50) for i in range(1000)}
+        vantry.create_shards("set", 7, items.items())
+        vantry.create_shards("set-2", 2, items.items())
+        for pattern in "set", "set-*-of-00007.hpk", pathlib.Path("set"):
+            with vantry.open_shards(pattern) as shards:
+                self.assertEqual(list(shards.items()), sorted(items.items()))
+                self.assertEqual(list(shards.values()), [items[key] for key in sorted(items)])
+                self.assertEqual((len(shards), shards.get("x"), "12" in shards), (1000, None, True))
+                self.assertEqual(shards.view("9"), items[b"9"])
+                self.assertEqual(list(pickle.loads(pickle.dumps(shards))), sorted(items))
+                self.assertGreater(min(map(len, shards.packages)), 80)
+        self.assertTrue(all(package.closed for package in shards.packages))
+
+    def test_what_is_no_set(self):
+        def refused(kind, text, pattern):
+            self.assertRaisesRegex(kind, text, vantry.open_shards, pattern)
+
+        refused(vantry.MissingFileError, "none", "none")
+        vantry.create_shards("wrong", 3, [(b"%d" % i, b"") for i in range(20)])
+        os.rename("wrong-00001-of-00003.hpk", "other")
+        refused(vantry.MissingFileError, "wrong-00001-of-00003.hpk", "wrong")
+        shutil.copy("wrong-00000-of-00003.hpk", "wrong-00001-of-00003.hpk")
+        refused(vantry.PackageError, "wrong-00001-of-00003.hpk is not a shard", "wrong")
+        os.rename("other", "wrong-00001-of-00003.hpk")
+        vantry.open_shards("wrong").close()
+        shutil.copy("wrong-00000-of-00003.hpk", "wrong-00003-of-00003.hpk")
+        refused(vantry.PackageError, "wrong-00003-of-00003.hpk is not a shard", "wrong")
+        os.rename("wrong-00003-of-00003.hpk", "wrong-00000-of-00004.hpk")
+        refused(vantry.PackageError, "wrong-00000-of-00004.hpk is not a shard", "wrong")
+        for count in 0, 100000:
+            self.assertRaises(ValueError, vantry.create_shards, "wrong", count, [])
+        with self.assertRaises(vantry.PackageError):
+            vantry.create_shards("twice", 2, [(b"a", b""), (b"a", b"")])
+        self.assertFalse(list(pathlib.Path().glob("twice*")))
+
+
+def square_once_killed(item, flag):
+    """What a worker does with an item; the first to come to one item is killed."""
+    if item[0] == b"7" and flag:
+        try:
+            os.close(os.open(flag, os.O_CREAT | os.O_EXCL))
+        except FileExistsError:
+            pass
+        else:
+            os.kill(os.getpid(), signal.SIGKILL)
+    return item[0], b"%d" % (int(item[0]) ** 2)
+
+
+@unittest.skipUnless(importlib.util.find_spec("distributed"), "python3-distributed is not installed")
+class Dask(unittest.TestCase):
+    def test_a_cluster_agrees_with_a_loop(self):
+        import dask
+        import distributed
+        import vantry.dask
+        count = int(os.environ.get("VANTRY_TEST_ITEMS", 2000))
+        shards = 16 if count > 2000 else 4
+        items = [(b"%d" % i, random.Random(i).randbytes(20)) for i in range(count)]
+        vantry.create_shards("in", shards, items)
+        expected = {key: square_once_killed((key, b""), None)[1] for key, _ in items}
+        folder = os.getcwd()
+        dask.config.set({"distributed.worker.daemon": False, "temporary-directory": folder})
+        for workers in (1, 2) if count > 2000 else (2,):
+            with distributed.LocalCluster(workers, threads_per_worker=1, dashboard_address=None,
+                                          silence_logs=50) as cluster, cluster.get_client():
+                killed = f"{folder}/killed{workers}"
+                for flag in (None, killed) if count > 2000 else (killed,):
+                    bag = vantry.dask.bag_from_shards(f"{folder}/in")
+                    self.assertEqual(bag.npartitions, shards)
+                    start = time.perf_counter()
+                    files = vantry.dask.to_shards(
+                        bag.map(square_once_killed, flag), f"{folder}/out", shards // 2)
+                    print(f"{count} items, {workers} workers, {'one' if flag else 'none'} killed: "
+                          f"{time.perf_counter() - start:.2f} s")
+                    self.assertEqual(len(files), shards // 2)
+                    with vantry.open_shards("out") as out:
+                        self.assertEqual(dict(out.items()), expected)
+                    self.assertTrue(flag is None or os.path.exists(flag))
+
+    def test_file_systems_of_fsspec(self):
+        import dask.bag
+        import vantry.dask
+        bag = dask.bag.from_sequence([("a", b"1"), ("b", b"2"), ("a", b"3")], npartitions=2)
+        vantry.dask.to_shards(bag, "memory://folder/set", scheduler="sync")
+        again = vantry.dask.bag_from_shards("memory://folder/set")
+        self.assertEqual(sorted(again.compute(scheduler="sync")), [(b"a", b"3"), (b"b", b"2")])
+        self.assertRaises(vantry.MissingFileError, vantry.dask.bag_from_shards, "memory://none")
+
+
 def doctests():
     modules = [vantry, vantry._vantry, vantry.errors, vantry.package, vantry.places,
-               vantry.registry, vantry.repair, vantry.texts]
+               vantry.registry, vantry.repair, vantry.shards, vantry.texts]
+    if importlib.util.find_spec("dask"):
+        modules.append(importlib.import_module("vantry.dask"))
     results = [doctest.testmod(module) for module in modules]
     unused = [module.__name__ for module, result in zip(modules, results) if not result.attempted]
     silent = [name for name in vantry.__all__ if not getattr(vantry, name).__doc__]
@@ -738,6 +832,8 @@ def types():
     folder = os.path.dirname(os.path.realpath(vantry.__file__))
     pathlib.Path("use.py").write_text(RIGHT_AND_WRONG)
     environment = dict(os.environ, MYPYPATH=os.path.dirname(folder))
+    pathlib.Path("mypy.ini").write_text("[mypy]\n" + "".join(
+        f"[mypy-{name}]\nfollow_imports = skip\n" for name in ("dask.*", "fsspec.*")))
     mypy = ["/usr/bin/mypy", "--strict", "--no-error-summary", "--cache-dir", "cache"]
     checked = subprocess.run([*mypy, "-p", "vantry"], env=environment)
     found = subprocess.run([*mypy, "use.py"], env=environment, stdout=subprocess.PIPE, text=True)
