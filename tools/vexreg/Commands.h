@@ -9,5 +9,6 @@ namespace vantry_tools {
 void AddEditCommands(CLI::App& app);      // get, set, password, rm
 void AddListCommands(CLI::App& app);      // list, dump, load
 void AddTransferCommands(CLI::App& app);  // export, import
+void AddWatchCommand(CLI::App& app);
 
 }  // namespace vantry_tools

@@ -27,7 +27,7 @@ static void ParseLine(std::string_view line, Records& records) {
     }
     const std::string key = UnquoteKey(line.substr(0, tab));
     if (!records.emplace(key, UnquoteKey(line.substr(tab + 1))).second) {
-        throw UsageFailure("the key appeared before");
+        throw UsageFailure("duplicate key");
     }
 }
 

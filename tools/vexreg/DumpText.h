@@ -13,14 +13,13 @@ namespace vantry_tools {
 //     "line\nend"<tab>""
 //     # end
 //
-// Key and value are each as QuoteKey() shows them. Lines without a tab are remarks; the first and
-// the last tell that the text is whole.
+// Keys and values are quoted by QuoteKey(). Lines that begin with # and have no tab are comments.
+// The first and the last line prove that the text is complete.
 
 std::string DumpRecords(const Records& records);
 
-/// @param shown the file that the text comes from
-/// @throws ToolFailure that names the file and the line, for anything that DumpRecords() does not
-///         write
+/// @param shown the name of the text's file
+/// @throws ToolFailure with file and line for anything that DumpRecords() does not write
 Records ParseDump(const std::string& text, const std::string& shown);
 
 }  // namespace vantry_tools

@@ -2,6 +2,7 @@
 #include <iterator>
 #include <string>
 
+#include "VexUnix/VexRegistryUnix.h"
 #include "tools/common/Failures.h"
 #include "tools/common/JsonOutput.h"
 #include "tools/common/KeyText.h"
@@ -21,6 +22,7 @@ struct ListOptions {
 
 struct DumpOptions {
     std::string file;
+    RecordChoice choice;
     bool withPasswords = false;
 };
 
@@ -33,16 +35,22 @@ struct LoadOptions {
 
 static void ListAsJson(const Records& records) {
     JsonArrayPrinter printer;
-    for (const auto& record : records) {
-        Json object = {{"key", QuoteKey(record.first)}, {"size", record.second.size()}};
-        object["value"] = IsPassword(record.first) ? Json() : Json(QuoteKey(record.second));
+    for (const auto& [key, value] : records) {
+        Json object;
+        AddKey(object, "key", key);
+        object["size"] = value.size();
+        if (CvexRegEdit::IsPasswordKey(key)) {
+            object["value"] = object["value_hex"] = Json();
+        } else {
+            AddKey(object, "value", value);
+        }
         printer.Print(object);
     }
     printer.End();
 }
 
-// The records whose keys start with the word or, where none does, those that it matches.
-static Records Choose(UnixRegistry& store, const std::string& word) {
+// The records whose keys begin with the word or, if there are none, match it as a pattern.
+static Records FindRecords(UnixRegistry& store, const std::string& word) {
     Records records = ReadRecords(store, UnquoteKey(word));
     if (records.empty() && word.find_first_of("*?[") != std::string::npos) {
         records = ReadRecords(store);
@@ -56,39 +64,44 @@ static Records Choose(UnixRegistry& store, const std::string& word) {
 static void List(const ListOptions& options) {
     UnixRegistry store;
     OpenExisting(store);
-    const Records records = Choose(store, options.prefix);
+    const Records records = FindRecords(store, options.prefix);
     if (options.json) {
         ListAsJson(records);
-        return;
+    } else {
+        for (const auto& [key, value] : records) {
+            PrintSafely(QuoteKey(key) + (options.isLong ? "\t" + ShowValue(key, value) : "") +
+                        '\n');
+        }
     }
-    for (const auto& record : records) {
-        const std::string value = options.isLong ? "\t" + ShowValue(record) : "";
-        std::puts((QuoteKey(record.first) + value).c_str());
+    if (records.empty() && !options.prefix.empty()) {
+        throw ToolFailure("no key begins with or matches " + options.prefix + " (" +
+                          UnixRegistry::DatabasePath() + ")");
     }
 }
 
 static void Dump(const DumpOptions& options) {
     UnixRegistry store;
     OpenExisting(store);
-    Records records = ReadRecords(store);
-    std::size_t leftOut = 0;
+    const Records all = ReadRecords(store);
+    Records records = options.choice.Choose(all);
+    std::size_t omitted = 0;
     for (auto record = records.begin(); record != records.end();) {
-        const bool leave = IsPassword(record->first) && !options.withPasswords;
-        leftOut += leave ? 1 : 0;
-        record = leave ? records.erase(record) : std::next(record);
+        const bool omit = CvexRegEdit::IsPasswordKey(record->first) && !options.withPasswords;
+        omitted += omit ? 1 : 0;
+        record = omit ? records.erase(record) : std::next(record);
     }
-    const auto print = [&] {
-        const std::string text = DumpRecords(records);
-        std::fwrite(text.data(), 1, text.size(), stdout);
-    };
-    PrintTo(options.file, print, 0600);
-    if (leftOut != 0) {
-        PrintError("passwords left out: " + std::to_string(leftOut));
+    PrintTo(
+        options.file, [&] { PrintSafely(DumpRecords(records)); }, 0600);
+    if (omitted != 0) {
+        PrintError("passwords omitted: " + std::to_string(omitted));
+    }
+    if (!options.choice.AllSelect(all, "no such key")) {
+        throw ReportedFailure();
     }
 }
 
 static void Load(const LoadOptions& options) {
-    const Records records = ParseDump(ReadWhole(options.file), options.file);
+    const Records records = ParseDump(ReadAll(options.file), options.file);
     if (options.dryRun) {
         PrintChanges(records);
         return;
@@ -103,8 +116,7 @@ static void Load(const LoadOptions& options) {
         done = done && update.Commit();
     }
     if (!done) {
-        throw ToolFailure(options.file + ": nothing was loaded (" + UnixRegistry::LastError() +
-                          ")");
+        throw ToolFailure(options.file + ": nothing was loaded (" + FailureCause() + ")");
     }
     std::printf("loaded %zu keys\n", records.size());
 }
@@ -119,29 +131,33 @@ void AddListCommands(CLI::App& app) {
                                                 &List);
     listCommand.alias("ls");
     listCommand
-        .add_option("PREFIX", list.prefix, "Only the keys that start with it, or match it: Pop/*")
+        .add_option("PREFIX", list.prefix, "Only keys that begin with it, or match it: 'Pop/*'")
         ->type_name("");
     CLI::Option* const isLong =
-        listCommand.add_flag("-l,--long", list.isLong, "Show each value behind its key");
+        listCommand.add_flag("-l,--long", list.isLong, "Show each value after its key");
     listCommand.add_flag("--json", list.json, "Show an array of objects")->excludes(isLong);
 
-    const auto [dumpCommand, dump] =
-        AddCommand(app, "dump", "Write all records as text that keeps every byte",
-                   "A line is a key, a tab and a value, in quotes where they are not printable.\n"
-                   "\n"
-                   "Examples:\n"
-                   "  vexreg dump registry.dump\n"
-                   "  vexreg dump | BASEKIT_REGISTRY=/tmp/copy vexreg load -",
-                   &Dump);
-    dumpCommand.add_option("FILE", dump.file, "The file to write, in one step")
+    const auto [dumpCommand, dump] = AddCommand(
+        app, "dump", "Write records as text that keeps every byte",
+        "Each line has a key, a tab and a value, quoted if they are not printable. With\n"
+        "KEY words, only those records are written: keys, prefixes that end in a slash,\n"
+        "patterns with *, ? or [.\n"
+        "\n"
+        "Examples:\n"
+        "  vexreg dump registry.dump\n"
+        "  vexreg dump - Pop/\n"
+        "  vexreg dump | BASEKIT_REGISTRY=/tmp/copy vexreg load -",
+        &Dump);
+    dumpCommand.add_option("FILE", dump.file, "The file to write; it appears when it is complete")
         ->type_name("")
         ->default_str("standard output");
     dumpCommand.add_flag("--with-passwords", dump.withPasswords,
                          "Passwords too, encrypted as they are stored");
+    dump.choice.AddTo(dumpCommand, "The records to write");
 
     const auto [loadCommand, load] =
         AddCommand(app, "load", "Store all records that dump wrote, or none",
-                   "Keys that the file does not name stay as they are.\n"
+                   "Other keys keep their values.\n"
                    "\n"
                    "Examples:\n"
                    "  vexreg load --dry-run registry.dump\n"

@@ -14,35 +14,56 @@ namespace vantry_tools {
 
 namespace {
 
-// A terminal that shows nothing and passes every key on while it lives.
+// The terminal as it was, for the signal handler too.
+termios s_former;
+
+void RestoreTerminal() {
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &s_former);
+}
+
+// Otherwise the shell would go on without echo.
+void RestoreAndEnd(int signal) {
+    RestoreTerminal();
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+// During its life, the terminal shows nothing and passes every key on. There is one at a time.
 class SilentTerminal {
 public:
     SilentTerminal() {
-        tcgetattr(STDIN_FILENO, &former);
-        termios silent = former;
+        tcgetattr(STDIN_FILENO, &s_former);
+        for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+            if (std::signal(signal, &RestoreAndEnd) == SIG_IGN) {
+                std::signal(signal, SIG_IGN);  // the caller of the tool wants it so
+            }
+        }
+        termios silent = s_former;
         silent.c_lflag &= ~tcflag_t{ECHO | ICANON | ISIG};
         silent.c_cc[VMIN] = 1;
         silent.c_cc[VTIME] = 0;
         tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
     }
     ~SilentTerminal() {
-        tcsetattr(STDIN_FILENO, TCSAFLUSH, &former);
+        RestoreTerminal();
+        for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+            if (std::signal(signal, SIG_DFL) == SIG_IGN) {
+                std::signal(signal, SIG_IGN);
+            }
+        }
         std::fputc('\n', stderr);
     }
     SilentTerminal(const SilentTerminal&) = delete;
     SilentTerminal& operator=(const SilentTerminal&) = delete;
 
-    bool IsKey(char byte, int key) const {
-        return static_cast<cc_t>(byte) == former.c_cc[key] && byte != '\0';
+    static bool IsKey(char byte, int key) {
+        return static_cast<cc_t>(byte) == s_former.c_cc[key] && byte != '\0';
     }
-
-private:
-    termios former{};
 };
 
 }  // namespace
 
-// Growing would leave copies behind, so room for all is reserved at once.
+// Growing would leave copies in memory, so the text never grows.
 static constexpr std::size_t room = 1023;
 
 SecretText::SecretText() {
@@ -55,8 +76,8 @@ SecretText::~SecretText() {
 
 static void Append(qtString& text, char byte) {
     if (byte == '\0' || text.size() == room) {
-        throw ToolFailure(byte == '\0' ? "a password can not have a NUL in it"
-                                       : "a password can not have more than 1023 bytes");
+        throw ToolFailure(byte == '\0' ? "a password cannot contain a NUL"
+                                       : "a password cannot have more than 1023 bytes");
     }
     text += byte;
 }
@@ -79,8 +100,9 @@ static void ReadLine(qtString& text) {
 }
 
 static void Ask(const char* question, qtString& text) {
-    std::fputs(question, stderr);
+    // In this order: what is typed before the terminal is silent is dropped.
     const SilentTerminal terminal;
+    std::fputs(question, stderr);
     for (char byte;
          ReadByte(byte) && byte != '\n' && byte != '\r' && !terminal.IsKey(byte, VEOF);) {
         if (terminal.IsKey(byte, VINTR) || terminal.IsKey(byte, VQUIT)) {

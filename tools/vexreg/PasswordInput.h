@@ -4,7 +4,7 @@
 
 namespace vantry_tools {
 
-/// A text with room for a password, which is wiped from memory when it goes.
+/// A text with room for a password. Its destructor wipes it from memory.
 struct SecretText {
     SecretText();
     ~SecretText();
@@ -14,12 +14,12 @@ struct SecretText {
     qtString text;
 };
 
-/// A password that the user types, twice and without seeing it, or the first line of a standard
-/// input that is no terminal.
+/// A password that the user types twice, without seeing it. If standard input is not a terminal,
+/// its first line.
 class PasswordInput {
 public:
-    /// @throws ToolFailure when there is none, it has a NUL or more than 1023 bytes, or the second
-    ///         is another; Interrupted for Ctrl-C
+    /// @throws ToolFailure when it is empty, has a NUL or more than 1023 bytes, or the two differ;
+    ///         Interrupted for Ctrl-C
     PasswordInput();
 
     const char* Text() const { return password.text.c_str(); }

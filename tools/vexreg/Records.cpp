@@ -1,21 +1,25 @@
 #include "tools/vexreg/Records.h"
 
-#include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
+#include "VexUnix/VexRegistryUnix.h"
 #include "basekit/files.h"
-#include "tools/common/AtomicFile.h"
+#include "system/AtomicFile.h"
 #include "tools/common/Failures.h"
-#include "tools/common/FileDescriptor.h"
 #include "tools/common/KeyText.h"
+#include "tools/common/PrintableText.h"
 
 namespace vantry_tools {
 
+using vantry_internal::AtomicFile;
+using vantry_internal::FileDescriptor;
+
 void OpenExisting(UnixRegistry& store, bool readWrite) {
-    // Opening for reading tells without making anything whether there is a registry.
+    // Opening for reading creates nothing.
     if (!store.Open(false) || (readWrite && !store.Open(true))) {
         throw ToolFailure(UnixRegistry::LastError());
     }
@@ -23,24 +27,25 @@ void OpenExisting(UnixRegistry& store, bool readWrite) {
 
 Records ReadRecords(UnixRegistry& store, std::string_view prefix) {
     Records records;
-    const bool whole = store.ForEach([&](const qtString& key, const char* data, unsigned length) {
-        if (key.compare(0, prefix.size(), prefix) == 0) {
-            records.emplace(key, std::string(data, length));
-        }
-    });
-    if (!whole) {
+    const bool complete =
+        store.ForEach([&](const qtString& key, const char* data, unsigned length) {
+            if (key.compare(0, prefix.size(), prefix) == 0) {
+                records.emplace(key, std::string(data, length));
+            }
+        });
+    if (!complete) {
         throw ToolFailure(UnixRegistry::LastError());
     }
     return records;
 }
 
-bool IsPassword(std::string_view key) {
-    static constexpr std::string_view ending = "DatabaseParam";
-    return key.size() >= ending.size() && key.substr(key.size() - ending.size()) == ending;
+std::string FailureCause() {
+    const qtString error = UnixRegistry::LastError();
+    return error.empty() ? UnixRegistry::DatabasePath() : error;
 }
 
-std::string ShowValue(const Records::value_type& record) {
-    return IsPassword(record.first) ? "(password)" : QuoteKey(record.second);
+std::string ShowValue(std::string_view key, std::string_view value) {
+    return CvexRegEdit::IsPasswordKey(key) ? "(password)" : QuoteKey(value);
 }
 
 static bool IsMissing(const std::string& file) {
@@ -64,8 +69,19 @@ void PrintChanges(const Records& wanted) {
                                    : former->second == record.second ? "keep"
                                                                      : "change";
         std::printf("%s\t%s\t%s\n", change, QuoteKey(record.first).c_str(),
-                    ShowValue(record).c_str());
+                    ShowValue(record.first, record.second).c_str());
     }
+}
+
+void PrintSafely(std::string_view bytes) {
+    std::string text;
+    if (isatty(STDOUT_FILENO) == 1) {
+        PrintableStream printable;
+        text = printable.Next(bytes);
+        text += printable.End();
+        bytes = text;
+    }
+    std::fwrite(bytes.data(), 1, bytes.size(), stdout);
 }
 
 namespace {
@@ -92,7 +108,7 @@ private:
 
 }  // namespace
 
-static void PrintWhole(const std::function<void()>& print, const std::string& shown) {
+static void PrintAll(const std::function<void()>& print, const std::string& shown) {
     errno = 0;
     print();
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
@@ -102,36 +118,81 @@ static void PrintWhole(const std::function<void()>& print, const std::string& sh
 
 void PrintTo(const std::string& file, const std::function<void()>& print, unsigned mode) {
     if (file.empty() || file == "-") {
-        PrintWhole(print, "standard output");
+        PrintAll(print, "standard output");
         return;
     }
     AtomicFile target(file, AtomicFile::Existing::replace, mode);
     {
         const Redirection redirection(target.Descriptor());
-        PrintWhole(print, file);
+        PrintAll(print, file);
     }
     target.Commit();
 }
 
-std::string PrintedBy(const std::function<void()>& print) {
-    const std::string shown = "text in memory";
-    const FileDescriptor memory(memfd_create("printed", MFD_CLOEXEC));
-    if (!memory) {
-        throw SystemFailure("cannot create", shown, errno);
-    }
-    {
-        const Redirection redirection(memory.Get());
-        PrintWhole(print, shown);
-    }
-    return ReadWhole("/proc/self/fd/" + std::to_string(memory.Get()));
-}
-
-std::string ReadWhole(const std::string& file) {
+std::string ReadAll(const std::string& file) {
     qtString content;
     if (const int error = qtStringRead(content, file == "-" ? "/dev/stdin" : file)) {
         throw SystemFailure("cannot read", file, -error);
     }
     return std::move(content);
+}
+
+void RecordChoice::AddTo(CLI::App& command, const char* description) {
+    command.add_option("KEY", words, description)->type_name("");
+    command.add_option("--prefix", prefixes, "The keys that begin with this")
+        ->allow_extra_args(false)
+        ->type_name("TEXT");
+}
+
+bool RecordChoice::Word::Selects(const std::string& candidate) const {
+    if (isPrefix) {
+        return candidate.compare(0, key.size(), key) == 0;
+    }
+    return isPattern ? MatchesGlob(key, candidate) : candidate == key;
+}
+
+std::vector<RecordChoice::Word> RecordChoice::Words(const Records& all) const {
+    std::vector<Word> parsed;
+    for (const std::string& word : words) {
+        const std::string key = UnquoteKey(word);
+        const bool exact = all.count(key) != 0 || (!word.empty() && word.front() == '"');
+        parsed.push_back({word, key, !exact && !key.empty() && key.back() == '/',
+                          !exact && word.find_first_of("*?[") != std::string::npos});
+    }
+    for (const std::string& prefix : prefixes) {
+        parsed.push_back({prefix, UnquoteKey(prefix), true, false});
+    }
+    return parsed;
+}
+
+Records RecordChoice::Choose(const Records& all) const {
+    if (Empty()) {
+        return all;
+    }
+    Records chosen;
+    for (const Word& word : Words(all)) {
+        for (const auto& record : all) {
+            if (word.Selects(record.first)) {
+                chosen.insert(record);
+            }
+        }
+    }
+    return chosen;
+}
+
+bool RecordChoice::AllSelect(const Records& all, const char* message) const {
+    bool allSelect = true;
+    for (const Word& word : Words(all)) {
+        const bool selects = std::any_of(all.begin(), all.end(), [&word](const auto& record) {
+            return word.Selects(record.first);
+        });
+        if (!selects) {
+            PrintError((word.isPattern ? word.shown : QuoteKey(word.key)) + ": " + message + " (" +
+                       UnixRegistry::DatabasePath() + ")");
+            allSelect = false;
+        }
+    }
+    return allSelect;
 }
 
 }  // namespace vantry_tools

@@ -8,20 +8,24 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "VexUnix/VexRegistryUnix.h"
+#include "system/FileDescriptor.h"
 #include "tools/common/Failures.h"
-#include "tools/common/FileDescriptor.h"
 #include "tools/common/KeyText.h"
 #include "tools/vexreg/Commands.h"
 #include "tools/vexreg/Records.h"
 
 namespace vantry_tools {
 
+using vantry_internal::FileDescriptor;
+
 namespace {
 
 struct ExportOptions {
     std::string file;
+    RecordChoice choice;
 };
 
 struct ImportOptions {
@@ -29,7 +33,7 @@ struct ImportOptions {
     bool dryRun = false;
 };
 
-// A folder that a process of its own removes when this one has done with it, or has ended, in
+// A folder that a helper process removes once this process is finished with it, or has ended, in
 // whatever way.
 class ScratchFolder {
 public:
@@ -44,7 +48,7 @@ public:
         }
         remover = fork();
         if (remover == 0) {
-            setsid();  // what stops the tool is not for it
+            setsid();  // signals that stop the tool must not stop it
             lifeline = FileDescriptor();
             char none;
             while (read(end.Get(), &none, 1) < 0 && errno == EINTR) {
@@ -56,7 +60,7 @@ public:
     ~ScratchFolder() {
         lifeline = FileDescriptor();
         waitpid(remover, nullptr, 0);
-        Remove();  // where there could be no such process
+        Remove();  // in case there was no helper process
     }
     ScratchFolder(const ScratchFolder&) = delete;
     ScratchFolder& operator=(const ScratchFolder&) = delete;
@@ -74,7 +78,7 @@ private:
     pid_t remover = -1;
 };
 
-// A registry in a folder of its own, which the program uses while it lives.
+// An empty registry in a scratch folder, which this process uses during the object's life.
 class ScratchRegistry {
 public:
     ScratchRegistry() {
@@ -96,16 +100,12 @@ private:
 
 }  // namespace
 
-static void PrintText(const std::string& text) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
-}
-
 // What import makes of an exported text. It may well stop early, which is no failure here.
 static Records ReadBack(const std::string& text) {
     const ScratchRegistry scratch;
     CvexRegEdit editor;
     const std::string file = UnixRegistry::DatabasePath() + ".txt";
-    PrintTo(file, [&] { PrintText(text); });
+    PrintTo(file, [&] { PrintSafely(text); });
     editor.Import(file.c_str());
     if (!UnixRegistry::LastError().empty()) {
         throw ToolFailure(editor.m_strMessage + " (" + UnixRegistry::LastError() + ")");
@@ -115,19 +115,20 @@ static Records ReadBack(const std::string& text) {
     return ReadRecords(store);
 }
 
-// One line can spoil the others: NUL ends the text for import, and the rest of a value behind a
-// line end may be the line of another key. So import itself is asked.
+// One line can spoil the others: NUL ends the text for import, and the part of a value after a line
+// end may be the line of another key. So import itself decides.
 static void WarnOfLosses(const Records& records, const std::string& text) {
     Records readBack;
     try {
         readBack = ReadBack(text);
-    } catch (const ToolFailure& error) {
-        throw ToolFailure(std::string("cannot tell what will read back the same: ") + error.what());
+    } catch (const std::exception& error) {
+        throw ToolFailure(std::string("cannot check what will read back the same: ") +
+                          error.what());
     }
     std::size_t count = 0;
     for (const auto& [key, value] : records) {
         const auto found = readBack.find(key);
-        if (!IsPassword(key) && (found == readBack.end() || found->second != value)) {
+        if (found == readBack.end() || found->second != value) {
             PrintError("will not read back the same: " + QuoteKey(key));
             ++count;
         }
@@ -142,20 +143,24 @@ static void WarnOfLosses(const Records& records, const std::string& text) {
 static void Export(const ExportOptions& options) {
     UnixRegistry store;
     OpenExisting(store);
-    // Reading it all first finds damage, which the editor does not tell, before a file is touched.
-    const Records records = ReadRecords(store);
-    CvexRegEdit editor;
-    bool done = false;
-    const std::string text = PrintedBy([&] { done = editor.Export(nullptr); });
-    if (!done) {
-        throw ToolFailure(editor.m_strMessage + " (" + UnixRegistry::LastError() + ")");
+    const Records all = ReadRecords(store);
+    Records records;
+    std::string text;
+    for (const auto& [key, value] : options.choice.Choose(all)) {
+        if (!CvexRegEdit::IsPasswordKey(key)) {
+            text.append(key).append(" ").append(value).append("\n");
+            records.emplace(key, value);
+        }
     }
-    PrintTo(options.file, [&] { PrintText(text); });
-    PrintError(editor.m_strMessage);
+    PrintTo(options.file, [&] { PrintSafely(text); });
+    PrintError("exported " + std::to_string(records.size()) + " keys");
     WarnOfLosses(records, text);
+    if (!options.choice.AllSelect(all, "no such key")) {
+        throw ReportedFailure();
+    }
 }
 
-// Why a file can not be imported at all; empty when it can.
+// Why a file cannot be imported at all; empty if it can.
 static std::string Obstacle(const std::string& file) {
     std::error_code unknown;
     if (access(file.c_str(), R_OK) != 0) {
@@ -176,12 +181,12 @@ static void ImportFrom(const std::string& file, CvexRegEdit& editor) {
     if (!obstacle.empty()) {
         throw ToolFailure(editor.m_strMessage + " (" + obstacle + ")");
     }
-    const qtString& cause = UnixRegistry::LastError();
+    const qtString cause = UnixRegistry::LastError();
     throw ToolFailure(file + ": " + editor.m_strMessage +
                       (cause.empty() ? "" : " (" + cause + ")"));
 }
 
-// What the lines amount to is what they leave in an empty registry.
+// The effect of the lines is what they leave in an empty registry.
 static void ShowImport(const std::string& file) {
     Records wanted;
     std::string failure;
@@ -215,18 +220,22 @@ static void Import(const ImportOptions& options) {
 
 void AddTransferCommands(CLI::App& app) {
     const auto [exportCommand, exporting] = AddCommand(
-        app, "export", "Write all records but passwords as lines of text",
-        "A line is a key, a blank and a value. What import would lose or change is named\n"
-        "on standard error: for line ends, NUL, white space at the ends of a value or in a\n"
-        "key, which may spoil other lines too. \"vexreg dump\" keeps everything.\n"
+        app, "export", "Write records, except passwords, as lines of text",
+        "Each line has a key, a space and a value. Records that import would lose or\n"
+        "change are reported on standard error: line ends, NUL, white space at the ends\n"
+        "of a value or in a key, which may spoil other lines too. \"vexreg dump\" keeps\n"
+        "everything. With KEY words, only those records are written: keys, prefixes that\n"
+        "end in a slash, patterns with *, ? or [.\n"
         "\n"
         "Examples:\n"
         "  vexreg export registry.txt\n"
-        "  vexreg export | sort",
+        "  vexreg export - Pop/ | sort",
         &Export);
-    exportCommand.add_option("FILE", exporting.file, "The file to write, in one step")
+    exportCommand
+        .add_option("FILE", exporting.file, "The file to write; it appears when it is complete")
         ->type_name("")
         ->default_str("standard output");
+    exporting.choice.AddTo(exportCommand, "The records to write");
 
     const auto [importCommand, importing] =
         AddCommand(app, "import", "Store the lines of a file that export wrote",

@@ -13,19 +13,20 @@
 
 namespace vantry_tools {
 
-// Put together beforehand: a signal handler may not do it.
+// Composed in advance: a signal handler must not allocate.
 static std::string s_timeMessage;
 static std::string s_faultMessage;
+static unsigned s_seconds = 0;
 
 static void EndTool(int signal) {
     const std::string& message = signal == SIGXCPU ? s_timeMessage : s_faultMessage;
     if (write(STDERR_FILENO, message.data(), message.size()) < 0) {
-        // There is nobody left to tell.
+        // There is no other place to report it.
     }
     _exit(exitFailed);
 }
 
-void GuardAgainstDamage(unsigned seconds) {
+void StartWatchdog(unsigned seconds) {
     const std::string start = "vexreg: " + PrintableText(UnixRegistry::DatabasePath()) + ": ";
     s_timeMessage = start + "no answer within " + std::to_string(seconds) +
                     " s of processor time: the database is damaged\n";
@@ -43,9 +44,17 @@ void GuardAgainstDamage(unsigned seconds) {
     for (const int signal : {SIGXCPU, SIGSEGV, SIGBUS, SIGFPE, SIGABRT}) {
         sigaction(signal, &action, nullptr);
     }
+    s_seconds = seconds;
+    RestartWatchdog();
+}
+
+void RestartWatchdog() {
+    rusage used{};
     rlimit limit{};
-    if (seconds != 0 && getrlimit(RLIMIT_CPU, &limit) == 0) {
-        limit.rlim_cur = seconds;
+    if (s_seconds != 0 && getrusage(RUSAGE_SELF, &used) == 0 &&
+        getrlimit(RLIMIT_CPU, &limit) == 0) {
+        limit.rlim_cur =
+            static_cast<rlim_t>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) + s_seconds;
         setrlimit(RLIMIT_CPU, &limit);
     }
 }
@@ -56,7 +65,7 @@ void AddWatchdog(CLI::App& app) {
                    "Seconds of processor time until damage is assumed; 0: any")
         ->capture_default_str()
         ->type_name("");
-    app.parse_complete_callback([seconds] { GuardAgainstDamage(*seconds); });
+    app.parse_complete_callback([seconds] { StartWatchdog(*seconds); });
 }
 
 }  // namespace vantry_tools

@@ -7,8 +7,7 @@
 using namespace vantry_tools;
 
 static std::vector<std::string> ShownKeys(const std::vector<std::string>& /*words*/) {
-    // The user waits at the command line.
-    GuardAgainstDamage(2);
+    StartWatchdog(2);  // the user waits at the command line
     UnixRegistry store;
     OpenExisting(store);
     std::vector<std::string> shown;
@@ -25,7 +24,7 @@ int main(int argc, char** argv) {
     app.footer(
         "The registry is the database named by BASEKIT_REGISTRY (without its .db), or\n"
         "$XDG_DATA_HOME/basekit/registry.db, or ~/.local/share/basekit/registry.db.\n"
-        "Keys are any bytes. One that is not printable is shown, and may be given, in quotes:\n"
+        "Keys are any bytes. Those that are not printable are quoted, in output and input:\n"
         "  vexreg get '\"line\\nend\"'\n"
         "\n"
         "Examples:\n"
@@ -34,10 +33,12 @@ int main(int argc, char** argv) {
         "  vexreg list -l Pop/\n"
         "  vexreg import --help\n"
         "\n"
-        "Exit status: 0 done, 1 the operation failed, 2 the command line makes no sense.");
+        "Exit status: 0 done, 1 the operation failed, 2 usage error.");
     AddWatchdog(app);
     AddEditCommands(app);
     AddListCommands(app);
     AddTransferCommands(app);
+    AddWatchCommand(app);
+    UnixRegistry::SetWaitReport([](const char* line) { PrintError(line); });
     return RunTool(app, argc, argv, &ShownKeys);
 }
