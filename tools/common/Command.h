@@ -12,7 +12,7 @@ struct Command {
     Options& options;
 };
 
-/// Adds a command that `run` does with its options:
+/// Adds a command, which `run` executes with its options:
 ///
 ///     const auto [getCommand, get] = AddCommand(app, "get", "Show a value", "Example: ...", &Get);
 ///     AddPositional(getCommand, "KEY", get.key, "The full key");
@@ -26,7 +26,7 @@ Command<Options> AddCommand(CLI::App& app, const char* name, const char* descrip
     return {command, *options};
 }
 
-/// Adds a word that must be given.
+/// Adds a required word.
 template <class Value>
 void AddPositional(CLI::App& command, const char* name, Value& value, const char* description) {
     command.add_option(name, value, description)->required()->type_name("");

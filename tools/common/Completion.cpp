@@ -31,7 +31,7 @@ static void OfferOptions(const CLI::App& command) {
     }
 }
 
-// The values that a type name lists as "{a,b}", each behind `start`, and what FILE and DIR mean.
+// Offers the values that a type name lists as "{a,b}", each after `start`, or files and folders.
 static void OfferValues(const CLI::Option& option, const std::string& start) {
     const std::string type = option.get_type_name();
     if (type == "FILE" || type == "DIR") {
@@ -45,8 +45,8 @@ static void OfferValues(const CLI::Option& option, const std::string& start) {
     }
 }
 
-// More keys than anybody reads would only keep the shell busy. What the user has typed in the
-// shell's quotes is left to the shell to compare.
+// More keys than anybody reads would only keep the shell busy. A word in the shell's quotes is
+// compared by the shell.
 static void OfferKeys(const std::string& word, const std::vector<std::string>& given,
                       const KeyLister& keys) {
     const bool isPlain = word.find_first_of("\\\"'") == std::string::npos;
@@ -61,7 +61,7 @@ static void OfferKeys(const std::string& word, const std::vector<std::string>& g
     }
 }
 
-// What `word` means, which stands behind the words `given`.
+// Offers what `word` may become, which follows the words `given`.
 static void OfferPositional(const CLI::App& command, const std::string& word,
                             const std::vector<std::string>& given, const KeyLister& keys) {
     const std::vector<const CLI::Option*> all =
@@ -80,7 +80,10 @@ static void OfferPositional(const CLI::App& command, const std::string& word,
     if (is({"KEY", "GLOB", "WORD", "PREFIX"})) {
         OfferKeys(word, given, keys);
     }
-    if (is({"PKG", "PATH", "FILE", "OUT", "OTHER", "WORD", "ARCHIVE"})) {
+    if (is({"PKG", "OTHER"})) {
+        std::puts(":package");
+    }
+    if (is({"PATH", "FILE", "OUT", "WORD", "ARCHIVE"})) {
         std::puts(":file");
     }
 }
@@ -91,7 +94,7 @@ static const CLI::Option* FindOption(const CLI::App& command, const std::string&
     return option != nullptr && option->get_items_expected_max() > 0 ? option : nullptr;
 }
 
-// What may become of "--co" or "--color=al".
+// Offers what "--co" or "--color=al" may become.
 static void OfferOptionsOrValues(const CLI::App& command, const std::string& word) {
     const std::size_t equals = word.find('=');
     if (equals == std::string::npos) {

@@ -7,13 +7,13 @@
 
 namespace vantry_tools {
 
-/// The keys that may come next, as the tool shows them, by the words of a command line that are no
-/// options: what stands before the keys. May throw: there are none then.
+/// Returns the keys that may come next, as the tool shows them. Gets the words of the command line
+/// that are not options. If it throws there are none.
 using KeyLister = std::function<std::vector<std::string>(const std::vector<std::string>& words)>;
 
-/// Prints what may stand in place of the last of `words`, for the shells' completion scripts: a
-/// line each, "=TEXT<tab>DESCRIPTION" for a command, an option, a value or a key; ":file" and
-/// ":folder" where the shell is to complete those.
+/// Prints what the last of `words` may become, for the completion scripts of shells: a line each,
+/// "=TEXT<tab>DESCRIPTION" for a command, an option, a value or a key; ":file", ":folder" or
+/// ":package" where the shell has to offer those.
 void PrintCompletions(const CLI::App& app, const std::vector<std::string>& words,
                       const KeyLister& keys);
 

@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <new>
 
 #include "basekit/qtxAll.h"
@@ -15,12 +14,6 @@ void PrintError(std::string_view text) {
         std::string(program_invocation_short_name) + ": " + PrintableText(text) + '\n';
     std::fflush(stdout);
     std::fwrite(line.data(), 1, line.size(), stderr);
-}
-
-ToolFailure SystemFailure(std::string_view what, std::string_view path, int error) {
-    std::string text(what);
-    text.append(" ").append(path).append(": ").append(std::strerror(error));
-    return ToolFailure(text);
 }
 
 std::string DescribeException() {

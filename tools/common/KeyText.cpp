@@ -10,7 +10,7 @@
 namespace vantry_tools {
 
 bool NeedsQuotes(std::string_view key) {
-    // Blanks at the ends would be lost on the reader.
+    // A reader would not see spaces at the ends.
     return key.empty() || key.front() == '"' || key.front() == ' ' || key.back() == ' ' ||
            PrintableText(key) != key;
 }
@@ -27,7 +27,8 @@ static unsigned int HexDigit(char digit) {
     return lower >= 'a' && lower <= 'f' ? static_cast<unsigned int>(lower - 'a' + 10) : 16;
 }
 
-// Takes one escape, whose backslash is gone, from the front. @return false when it is none
+// Decodes the escape at the front, without its backslash, and removes it. @return false if it is
+// unknown
 static bool TakeEscape(std::string_view& text, char& byte) {
     if (text.empty()) {
         return false;
@@ -75,8 +76,7 @@ std::string UnquoteKey(std::string_view text) {
 }
 
 bool MatchesGlob(const std::string& glob, std::string key) {
-    // The C library's matching ends at a NUL; to a pattern, which can not have one, it is a byte
-    // like any other.
+    // fnmatch() ends at a NUL. A pattern cannot contain one, so any other byte will do.
     std::replace(key.begin(), key.end(), '\0', '\1');
     return fnmatch(glob.c_str(), key.c_str(), 0) == 0;
 }

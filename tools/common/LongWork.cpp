@@ -6,6 +6,8 @@
 #include <climits>
 #include <csignal>
 #include <future>
+#include <mutex>
+#include <utility>
 #include <vector>
 
 #include "tools/common/Failures.h"
@@ -17,7 +19,7 @@ namespace {
 
 class WorkStopped {};
 
-// Signals that stop the work, and the record that they reach. There is one such work at a time.
+// Signals that stop the work, and the record that they reach. Only one work runs at a time.
 class StopSignals {
 public:
     explicit StopSignals(CTProgress& progress) {
@@ -26,7 +28,7 @@ public:
         for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
             struct sigaction former;
             sigaction(signal, nullptr, &former);
-            if (former.sa_handler == SIG_IGN) {  // whoever started the tool wants it so
+            if (former.sa_handler == SIG_IGN) {  // as under nohup
                 continue;
             }
             struct sigaction action = {};
@@ -68,9 +70,29 @@ private:
 std::atomic<CTProgress*> StopSignals::running;
 std::atomic<int> StopSignals::caught;
 
+// Lines that the worker wants to be shown. Only the observer knows where the bar is.
+class Notes {
+public:
+    void Add(const std::string& line) {
+        const std::lock_guard<std::mutex> guard(mutex);
+        lines.push_back(line);
+    }
+    std::vector<std::string> Take() {
+        const std::lock_guard<std::mutex> guard(mutex);
+        return std::exchange(lines, {});
+    }
+
+private:
+    std::mutex mutex;
+    std::vector<std::string> lines;
+};
+
 }  // namespace
 
-// The worker's side: whatever happens, the record says how the run ended.
+static Notes notes;
+static std::atomic<Unit> unit{Unit::items};
+
+// Whatever happens, the record shows how the run has ended.
 static void Work(CTProgress& progress, const std::function<void(CTProgress&)>& work) {
     try {
         work(progress);
@@ -87,7 +109,13 @@ static void Observe(const CTProgress& progress, const std::future<void>& worker,
     while (worker.wait_for(interval) != std::future_status::ready) {
         CTProgress::ProgressData data;
         progress.GetPhaseData(0, data);
-        bar.Draw(data.status, data.current, data.total);
+        for (const std::string& line : notes.Take()) {
+            if (!quiet) {
+                bar.Clear();
+                PrintError(line);
+            }
+        }
+        bar.Draw(data.status, data.current, data.total, unit == Unit::bytes);
     }
 }
 
@@ -104,16 +132,29 @@ void RunLongWork(bool quiet, const std::function<void(CTProgress&)>& work) {
     }
 }
 
-void StartPhase(CTProgress& progress, const char* status, std::size_t total) {
+void StartPhase(CTProgress& progress, const char* status, std::uint64_t total, Unit counted) {
     progress.NextPhase(true);
+    unit = counted;
     progress.SetStatus(status);
-    progress.SetTotal(static_cast<int>(std::min<std::size_t>(total, INT_MAX)));
+    progress.SetTotal(static_cast<int>(std::min<std::uint64_t>(total, INT_MAX)));
+}
+
+void Advance(CTProgress& progress, std::uint64_t amount) {
+    const auto room = static_cast<unsigned int>(INT_MAX - progress.GetCurrent());
+    progress.Increment(static_cast<unsigned int>(std::min<std::uint64_t>(amount, room)));
 }
 
 void StopIfInterrupted(const CTProgress& progress) {
     if (progress.IsInterrupted()) {
         throw WorkStopped();
     }
+}
+
+LockWait WaitFor(const CTProgress& progress) {
+    LockWait wait;
+    wait.report = [](const std::string& line) { notes.Add(line); };
+    wait.poll = [&progress] { StopIfInterrupted(progress); };
+    return wait;
 }
 
 }  // namespace vantry_tools

@@ -1,33 +1,45 @@
 #pragma once
 
-#include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <string>
 
 #include "Vantry/CTProgress.h"
+#include "tools/common/System.h"
 
 namespace vantry_tools {
 
-/// Runs `work` on a thread of its own, while the calling thread shows its progress in a bar and
-/// turns Ctrl-C (and the requests to end and to hang up) into an interrupt of the progress record:
+/// Runs `work` on a second thread. The calling thread meanwhile shows the progress in a bar and
+/// turns SIGINT, SIGTERM and SIGHUP into an interrupt of the progress record:
 ///
 ///     RunLongWork(quiet, [&](CTProgress& progress) {
-///         StartPhase(progress, "packing", count);
+///         StartPhase(progress, "packing", bytes, Unit::bytes);
 ///         for (...) {
 ///             StopIfInterrupted(progress);
 ///             ...
-///             progress.Increment(1);
+///             Advance(progress, count);
 ///         }
 ///     });
 ///
-/// Returns when the work has returned. Standard error belongs to the bar until then.
-/// @throws what `work` throws, on the calling thread; Interrupted when the user has stopped it
+/// Returns once the work has returned. Until then only this layer writes to standard error.
+/// @throws what `work` throws, on the calling thread; Interrupted if the user stopped it
 void RunLongWork(bool quiet, const std::function<void(CTProgress&)>& work);
 
-/// Ends the running phase well and starts the next. @param total its steps; 0: not known
-void StartPhase(CTProgress& progress, const char* status, std::size_t total);
+/// What a phase counts.
+enum class Unit { items, bytes };
 
-/// Ends the work from within, once the user wants that: whatever it has begun is then taken back by
-/// destructors.
+/// Ends the running phase successfully and starts the next.
+/// @param total its length; 0 if that is not known
+void StartPhase(CTProgress& progress, const char* status, std::uint64_t total,
+                Unit unit = Unit::items);
+
+/// Adds to the amount done.
+void Advance(CTProgress& progress, std::uint64_t amount);
+
+/// Ends the work from within if the user wants that; destructors then undo what it has begun.
 void StopIfInterrupted(const CTProgress& progress);
+
+/// How the tools wait for a lock: after a second they report for whom, unless quiet.
+LockWait WaitFor(const CTProgress& progress);
 
 }  // namespace vantry_tools

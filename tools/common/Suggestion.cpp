@@ -4,54 +4,121 @@
 #include <filesystem>
 #include <numeric>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace vantry_tools {
 
-// Words of archivers, shells and databases, and what has their meaning here.
-static constexpr struct {
-    std::string_view word;
-    std::string_view command;
-} synonyms[] = {
-    {"add", "set"},        {"append", "add"},      {"backup", "dump"},
-    {"cat", "get"},        {"commands", "--help"}, {"copy", "get"},
-    {"cp", "get"},         {"create", "set"},      {"del", "rm"},
-    {"dir", "list"},       {"find", "list"},       {"fsck", "check"},
-    {"gc", "compact"},     {"insert", "put"},      {"keys", "list"},
-    {"move", "mv"},        {"new", "create"},      {"open", "list"},
-    {"pack", "create"},    {"print", "get"},       {"put", "set"},
-    {"read", "get"},       {"remove", "rm"},       {"repair", "recover"},
-    {"replace", "put"},    {"restore", "load"},    {"salvage", "recover"},
-    {"select", "list"},    {"show", "get"},        {"shrink", "compact"},
-    {"stat", "info"},      {"store", "put"},       {"store", "set"},
-    {"tables", "list"},    {"test", "check"},      {"type", "get"},
-    {"unlink", "rm"},      {"unpack", "extract"},  {"unset", "rm"},
-    {"unzip", "extract"},  {"update", "add"},      {"V", "--version"},
-    {"vacuum", "compact"}, {"verify", "check"},    {"version", "--version"},
-    {"write", "put"},      {"write", "set"},       {"zip", "create"},
+// Commands and options of archivers, shells and databases, and the commands here that do the same.
+// Where both tools have such a command, the first that the tool knows counts.
+static constexpr std::pair<std::string_view, std::string_view> synonyms[] = {
+    {"O", "get"},
+    {"V", "--version"},
+    {"a", "add"},
+    {"add", "set"},
+    {"append", "add"},
+    {"backup", "dump"},
+    {"cat", "get"},
+    {"commands", "--help"},
+    {"copy", "get"},
+    {"cp", "get"},
+    {"create", "set"},
+    {"d", "rm"},
+    {"del", "rm"},
+    {"dir", "list"},
+    {"e", "extract"},
+    {"ef", "get"},
+    {"extract-file", "get"},
+    {"find", "list"},
+    {"fsck", "check"},
+    {"gc", "compact"},
+    {"insert", "put"},
+    {"keys", "list"},
+    {"l", "list"},
+    {"move", "mv"},
+    {"new", "create"},
+    {"open", "list"},
+    {"pack", "create"},
+    {"print", "get"},
+    {"put", "set"},
+    {"r", "add"},
+    {"read", "get"},
+    {"remove", "rm"},
+    {"repair", "recover"},
+    {"replace", "put"},
+    {"restore", "load"},
+    {"salvage", "recover"},
+    {"select", "list"},
+    {"show", "get"},
+    {"shrink", "compact"},
+    {"stat", "info"},
+    {"store", "put"},
+    {"store", "set"},
+    {"tables", "list"},
+    {"test", "check"},
+    {"to-stdout", "get"},
+    {"type", "get"},
+    {"u", "add"},
+    {"unlink", "rm"},
+    {"unpack", "extract"},
+    {"unset", "rm"},
+    {"unzip", "extract"},
+    {"update", "add"},
+    {"vacuum", "compact"},
+    {"verify", "check"},
+    {"version", "--version"},
+    {"write", "put"},
+    {"write", "set"},
+    {"zip", "create"},
 };
 
-// Which of `names` does what tar does for "xvf", with or without a dash, and sqlite3 for ".tables".
+// Options of other tools within a command, and how to get their effect here.
+static constexpr struct {
+    std::string_view command;
+    std::string_view option;
+    std::string_view hint;
+} optionSynonyms[] = {
+    {"rm", "-r", "a pattern such as 'sub/*'"},
+    {"rm", "-R", "a pattern such as 'sub/*'"},
+    {"rm", "--recursive", "a pattern such as 'sub/*'"},
+    {"extract", "-d", "-C"},
+    {"extract", "-O", "hpk get"},
+    {"extract", "-p", "hpk get"},
+    {"extract", "--to-stdout", "hpk get"},
+    {"list", "-v", "-l"},
+    {"list", "--verbose", "--long"},
+    {"create", "-r", "PATH: a folder is packed with all below it"},
+};
+
+static std::string_view Unsigned(std::string_view word) {
+    word.remove_prefix(std::min(word.find_first_not_of("-."), word.size()));
+    return word;
+}
+
+// The command that does what the word does elsewhere: tar's "xvf" with or without a dash,
+// sqlite3's ".tables" and "-Ax".
 static std::string_view Synonym(std::string_view word, const std::vector<std::string>& names) {
     const auto known = [&names](std::string_view name) {
         return std::find(names.begin(), names.end(), name) != names.end();
     };
-    const std::size_t start = word.find_first_not_of("-.");
-    word.remove_prefix(std::min(start, word.size()));
-    for (const auto& synonym : synonyms) {
-        if (synonym.word == word && known(synonym.command)) {
-            return synonym.command;
+    word = Unsigned(word);
+    for (const auto& [other, command] : synonyms) {
+        if (other == word && known(command)) {
+            return command;
         }
     }
+    if (word.size() > 1 && word.front() == 'A') {
+        word.remove_prefix(1);
+    }
     if (!word.empty() && known("extract") &&
-        word.find_first_not_of("ctxruvfz") == std::string_view::npos) {
+        word.find_first_not_of("ctxruvfzjJ") == std::string_view::npos) {
         const char mode = word.front();
         return mode == 'c' ? "create" : mode == 't' ? "list" : mode == 'x' ? "extract" : "add";
     }
     return {};
 }
 
-// How many letters have to be changed, added, left out or exchanged with the next.
+// How many letters have to be changed, added, dropped or swapped with the next.
 static std::size_t Distance(std::string_view from, std::string_view to) {
     std::vector<std::vector<std::size_t>> steps(from.size() + 1,
                                                 std::vector<std::size_t>(to.size() + 1));
@@ -107,6 +174,11 @@ static std::vector<std::string> Options(const CLI::App& command) {
 
 std::string SuggestWord(const CLI::App& app, const CLI::App* command, const std::string& word) {
     if (command != nullptr) {
+        for (const auto& synonym : optionSynonyms) {
+            if (synonym.option == word && command->check_name(std::string(synonym.command))) {
+                return std::string(synonym.hint);
+            }
+        }
         return word[0] == '-' ? Closest(word.substr(0, word.find('=')), Options(*command))
                               : std::string();
     }
@@ -114,7 +186,7 @@ std::string SuggestWord(const CLI::App& app, const CLI::App* command, const std:
     if (const std::string_view synonym = Synonym(word, names); !synonym.empty()) {
         return std::string(synonym);
     }
-    // Whoever gives nothing but a file wants to see what is in it.
+    // A file alone: the user wants to see what it contains.
     std::error_code ignored;
     const bool takesFiles = std::find(names.begin(), names.end(), "extract") != names.end();
     return takesFiles && std::filesystem::exists(word, ignored) ? "list " + word

@@ -5,9 +5,10 @@
 
 namespace vantry_tools {
 
-/// What somebody may have meant who gave `word`, which neither `app` nor `command` knows, if one
-/// was given before it: a command or an option that is spelled almost so, or what does under
-/// another name what the word does elsewhere. Empty when nothing comes near.
+/// Suggests what the user may have meant by an unknown word: a command or an option of similar
+/// spelling, or the one that does what the word does in other tools.
+/// @param command the command that was given before the word, or nullptr
+/// @return empty if nothing comes close
 std::string SuggestWord(const CLI::App& app, const CLI::App* command, const std::string& word);
 
 }  // namespace vantry_tools

@@ -1,15 +1,24 @@
 #include "tools/common/Tool.h"
 
+#include <sys/uio.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <iostream>
+#include <new>
+#include <sstream>
+#include <utility>
 #include <vector>
 
 #include "Vantry/VantryVersion.h"
 #include "tools/common/Suggestion.h"
+#include "tools/common/System.h"
 
 namespace vantry_tools {
 
@@ -18,13 +27,13 @@ static void FlushOutput() {
     std::cout.flush();
     const bool flushed = std::fflush(stdout) == 0;
     if (!flushed || std::ferror(stdout) != 0 || !std::cout) {
-        throw SystemFailure("cannot write", "standard output", errno != 0 ? errno : EIO);
+        throw SystemError(errno != 0 ? errno : EIO, "cannot write", "standard output");
     }
 }
 
-// The parser hands "--" in a command to the level above, where the words behind it mean nothing,
-// and it takes words in brackets apart. So it never sees such words as they are: they come with a
-// mark, which no argument can have, and each option takes that off again.
+// The parser hands "--" in a command to the level above, where the words after it mean nothing,
+// and it splits words in brackets. So such words get a mark, which no argument can contain, and
+// each option removes it again.
 static constexpr char wordMark = '\0';
 
 static std::string Unmarked(const std::string& word) {
@@ -82,7 +91,7 @@ static int UsageFailed(const CLI::App& app, const CLI::App* command, const std::
     return exitUsage;
 }
 
-// The command that was given before a word: with a later one the word has nothing to do.
+// The command that was given before a word; a later one does not concern the word.
 static const CLI::App* CommandBefore(const std::string& word, const CLI::App& app,
                                      const std::vector<std::string>& words) {
     const CLI::App* const command = GivenCommand(app);
@@ -93,12 +102,59 @@ static const CLI::App* CommandBefore(const std::string& word, const CLI::App& ap
     return isBefore ? command : nullptr;
 }
 
+static constexpr std::size_t helpWidth = 79;
+
+// Breaks a line at blanks; the further lines start with `indent` blanks.
+static std::string Broken(std::string line, std::size_t indent) {
+    std::string lines;
+    while (line.size() > helpWidth) {
+        const std::size_t cut = line.rfind(' ', helpWidth);
+        if (cut == std::string::npos || cut <= indent) {
+            break;
+        }
+        lines.append(line, 0, cut).append("\n");
+        line.replace(0, cut + 1, indent, ' ');
+    }
+    return lines + line + '\n';
+}
+
+// Fits the help to a terminal, which the parser does not. Paragraphs are filled; descriptions of
+// options and commands are broken; examples stay as they are.
+static std::string Wrapped(const std::string& help) {
+    constexpr std::size_t column = 30;  // where descriptions start
+    std::istringstream lines(help);
+    std::string wrapped;
+    std::string paragraph;
+    const auto endParagraph = [&] {
+        wrapped += paragraph.empty() ? "" : Broken(std::exchange(paragraph, {}), 0);
+    };
+    for (std::string line; std::getline(lines, line);) {
+        if (line.compare(0, 6, "Usage:") == 0) {
+            endParagraph();
+        }
+        if (!line.empty() && line[0] != ' ') {
+            paragraph += (paragraph.empty() ? "" : " ") + line;
+            continue;
+        }
+        endParagraph();
+        const bool described = line.size() > column && line[column - 1] == ' ';
+        wrapped += described ? Broken(line, column) : line + '\n';
+    }
+    endParagraph();
+    return wrapped;
+}
+
 static int ParseFailed(const CLI::App& app, const std::vector<std::string>& words,
                        const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0) {  // --help and --version come this way
-        app.exit(error);
+    if (error.get_exit_code() == 0) {  // --help or --version
+        const bool help = dynamic_cast<const CLI::CallForVersion*>(&error) == nullptr;
+        std::cout << (help ? Wrapped(app.help()) : error.what() + std::string("\n"));
         FlushOutput();
         return exitDone;
+    }
+    if (words.empty()) {
+        std::cerr << Wrapped(app.help());
+        return exitUsage;
     }
     std::string reason = error.what();
     const CLI::App* command = GivenCommand(app);
@@ -132,9 +188,26 @@ static int Run(CLI::App& app, int argc, char** argv) {
     }
 }
 
+// Lack of memory where nothing may be thrown.
+[[noreturn]] static void EndWithoutMemory() {
+    try {
+        std::rethrow_exception(std::current_exception());
+    } catch (const std::bad_alloc&) {
+        constexpr std::string_view line = ": out of memory\n";
+        iovec parts[] = {
+            {program_invocation_short_name, std::strlen(program_invocation_short_name)},
+            {const_cast<char*>(line.data()), line.size()}};
+        [[maybe_unused]] const ssize_t written = writev(STDERR_FILENO, parts, 2);
+        _exit(exitFailed);
+    } catch (...) {
+        std::abort();
+    }
+}
+
 int RunTool(CLI::App& app, int argc, char** argv, const KeyLister& keys) {
-    // A file that meets a size limit is to fail like any other write.
+    // A write beyond a size limit should fail like any other.
     std::signal(SIGXFSZ, SIG_IGN);
+    std::set_terminate(&EndWithoutMemory);
     try {
         char version[11];
         GetVantryVersion(version);

@@ -15,9 +15,9 @@ namespace vantry_tools {
 //         return RunTool(app, argc, argv, keys);
 //     }
 
-/// Gives `app` the option --version, parses the command line, runs the callbacks and turns what
-/// they throw into a line and an exit status. Output that can not be written is a failure, too.
-/// @param keys what the shells' completion offers for keys
+/// Adds the option --version to `app`, parses the command line, runs the callbacks and turns what
+/// they throw into a line and an exit status. Failing to write the output is a failure too.
+/// @param keys for the completion of keys in shells
 int RunTool(CLI::App& app, int argc, char** argv, const KeyLister& keys);
 
 }  // namespace vantry_tools

@@ -45,7 +45,7 @@ static FileDescriptor OpenInput(const std::string& path) {
     FileDescriptor file(path == "-" ? dup(STDIN_FILENO)
                                     : open(path.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC));
     if (!file) {
-        throw SystemFailure("cannot open", path, errno);
+        throw SystemError(errno, "cannot open", path);
     }
     return file;
 }
@@ -214,8 +214,10 @@ ArchiveWriter::~ArchiveWriter() {
 void ArchiveWriter::Require(int result) {
     if (result < ARCHIVE_WARN) {
         const int error = archive_errno(handle.get());
-        throw error > 0 ? SystemFailure("cannot write", shown, error)
-                        : ToolFailure("cannot write " + shown + ": " + ErrorText(handle.get()));
+        if (error > 0) {
+            throw SystemError(error, "cannot write", shown);
+        }
+        throw ToolFailure("cannot write " + shown + ": " + ErrorText(handle.get()));
     }
 }
 

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/common/FileDescriptor.h"
 #include "tools/common/LongWork.h"
+#include "tools/common/System.h"
 
 struct archive;
 struct archive_entry;

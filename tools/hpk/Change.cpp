@@ -1,8 +1,9 @@
-#include <algorithm>
 #include <vector>
 
 #include "tools/common/KeyText.h"
+#include "tools/hpk/ChangePackage.h"
 #include "tools/hpk/Commands.h"
+#include "tools/hpk/ItemStore.h"
 #include "tools/hpk/KeyArguments.h"
 #include "tools/hpk/PackageFile.h"
 
@@ -22,29 +23,26 @@ struct MoveOptions : PackageOptions {
 
 }  // namespace
 
-static bool Has(const std::vector<qtString>& keys, const qtString& key) {
-    return std::binary_search(keys.begin(), keys.end(), key);
+static std::vector<qtString> Keys(const Hpack& package) {
+    std::vector<qtString> keys;
+    package.GetIndex(keys);
+    return keys;
 }
 
 static void Remove(const RemoveOptions& options) {
-    KeyArguments words = options.words;
-    if (words.Empty()) {
+    if (options.words.Empty()) {
         throw UsageFailure("KEY is required");
     }
-    const LockedPackage original(options.package);
-    const std::vector<qtString> present = original.Keys();
-    const std::vector<qtString> keys =
-        words.TakeKeys([&]() -> const std::vector<qtString>& { return present; });
-    if (!options.force) {
+    ChangePackage(options.package, options.quiet, [&](Hpack& package, CTProgress&) {
+        KeyArguments words = options.words;
+        const std::vector<qtString> keys = words.TakeKeys([&] { return Keys(package); });
         for (const qtString& key : keys) {
-            if (!Has(present, key)) {
-                throw NoSuchItem(options.package, key);
+            if (!options.force && !package.Contains(key)) {
+                throw NoSuchItem(options.package, key, Keys(package));
             }
         }
-    }
-    ChangePackage(original, options.quiet, [&](Hpack& package, CTProgress&) {
         for (const qtString& key : keys) {
-            OnPackage(options.package, [&] { package.Delete(key); });
+            package.Delete(key);
         }
     });
 }
@@ -54,25 +52,23 @@ static void Move(const MoveOptions& options) {
     const qtString oldKey = words.TakeKey("OLD");
     const qtString newKey = words.TakeKey("NEW");
     words.RequireEnd();
-    const LockedPackage original(options.package);
-    const std::vector<qtString> present = original.Keys();
-    if (!Has(present, oldKey)) {
-        throw NoSuchItem(options.package, oldKey);
-    }
-    if (!options.force && Has(present, newKey)) {
-        throw ToolFailure(options.package + ": the item " + QuoteKey(newKey) +
-                          " is already there (--force replaces it)");
-    }
-    ChangePackage(original, options.quiet, [&](Hpack& package, CTProgress&) {
-        OnPackage(options.package, [&] { package.Rename(oldKey, newKey); });
+    ChangePackage(options.package, options.quiet, [&](Hpack& package, CTProgress&) {
+        if (!package.Contains(oldKey)) {
+            throw NoSuchItem(options.package, oldKey, Keys(package));
+        }
+        if (!options.force && package.Contains(newKey)) {
+            throw ToolFailure(options.package + ": the item " + QuoteKey(newKey) +
+                              " exists (--force replaces it)");
+        }
+        ItemStore(options.package, package).Move(oldKey, newKey);
     });
 }
 
 void AddChangeCommands(CLI::App& app) {
     const auto [removeCommand, remove] = AddPackageCommand(
-        app, "rm", "Take items out of a package",
-        "All of them or, when one is not there, none. Their bytes become dead space. A KEY may\n"
-        "be a pattern, as for list, unless there is an item with just that key.\n"
+        app, "rm", "Remove items from a package",
+        "All or nothing: if one does not exist, none is removed. Their bytes become dead space.\n"
+        "A KEY may be a pattern, as for list, unless an item has exactly that key.\n"
         "\n"
         "Examples:\n"
         "  hpk rm include.hpk stdio.h linux/types.h\n"
@@ -80,17 +76,17 @@ void AddChangeCommands(CLI::App& app) {
         &Remove);
     removeCommand.alias("delete");
     remove.words.AddTo(removeCommand, "KEY", "The items");
-    removeCommand.add_flag("-f,--force", remove.force, "Do not mind items that are not there");
+    removeCommand.add_flag("-f,--force", remove.force, "Ignore items that do not exist");
     remove.AddQuiet(removeCommand);
 
-    const auto [moveCommand, move] = AddPackageCommand(app, "mv", "Move an item to another key",
+    const auto [moveCommand, move] = AddPackageCommand(app, "mv", "Rename an item",
                                                        "Examples:\n"
                                                        "  hpk mv letters.hpk alpha a\n"
                                                        "  hpk mv letters.hpk --number 7 seven",
                                                        &Move);
     moveCommand.alias("rename");
     move.words.AddTo(moveCommand, "KEY", "OLD NEW; a --number is OLD, and a second one is NEW");
-    moveCommand.add_flag("-f,--force", move.force, "Replace an item that has the new key");
+    moveCommand.add_flag("-f,--force", move.force, "Replace an existing item NEW");
     move.AddQuiet(moveCommand);
 }
 

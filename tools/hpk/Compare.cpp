@@ -24,7 +24,7 @@ public:
         latter.RequireIndex();
     }
 
-    /// Names what differs. @return whether anything does
+    /// Prints the differences. @return whether there are any
     bool Run() {
         const std::vector<qtString> left = former.Keys();
         const std::vector<qtString> right = latter.Keys();
@@ -32,12 +32,12 @@ public:
         auto r = right.begin();
         while (l != left.end() || r != right.end()) {
             if (r == right.end() || (l != left.end() && *l < *r)) {
-                Tell("31", '-', *l++);
+                Report("31", '-', *l++);
             } else if (l == left.end() || *r < *l) {
-                Tell("32", '+', *r++);
+                Report("32", '+', *r++);
             } else {
                 if (!SameBody(*l)) {
-                    Tell("33", '~', *l);
+                    Report("33", '~', *l);
                 }
                 ++l, ++r;
             }
@@ -46,7 +46,7 @@ public:
     }
 
 private:
-    void Tell(const char* color, char what, const qtString& key) {
+    void Report(const char* color, char what, const qtString& key) {
         differs = true;
         if (!options.quiet) {
             const std::string line = std::string(1, what) + ' ' + QuoteKey(key);
@@ -90,9 +90,9 @@ static void Diff(const DiffOptions& options) {
     bool differs = false;
     try {
         differs = Comparison(options).Run();
-    } catch (const ToolFailure& failure) {
+    } catch (const std::runtime_error& failure) {
         PrintError(failure.what());
-        throw ReportedFailure{exitUsage};  // scripts take 1 for a difference
+        throw ReportedFailure{exitUsage};  // to scripts, 1 is a difference
     }
     if (differs) {
         throw ReportedFailure();
@@ -102,16 +102,16 @@ static void Diff(const DiffOptions& options) {
 void AddCompareCommands(CLI::App& app) {
     const auto [diffCommand, diff] = AddPackageCommand(
         app, "diff", "Show how the items of two packages differ",
-        "A line for each: - only in PKG, + only in OTHER, ~ another body. Where the items\n"
-        "lie, and the identity of the packages, do not matter.\n"
-        "Exit status: 0 they are the same, 1 they differ, 2 one could not be read.\n"
+        "A line for each: - only in PKG, + only in OTHER, ~ different body. Offsets and\n"
+        "identity are not compared.\n"
+        "Exit status: 0 same, 1 different, 2 a package could not be read.\n"
         "\n"
         "Example:\n"
         "  hpk diff old.hpk new.hpk",
         &Diff);
     diffCommand.alias("cmp");
-    AddPositional(diffCommand, "OTHER", diff.other, "The package to compare it with");
-    diffCommand.add_flag("-q,--quiet", diff.quiet, "Show nothing: the exit status tells");
+    AddPackageArgument(diffCommand, "OTHER", diff.other, "The package to compare with")->required();
+    diffCommand.add_flag("-q,--quiet", diff.quiet, "Print nothing; only the exit status counts");
     diff.colors.AddTo(diffCommand);
 }
 

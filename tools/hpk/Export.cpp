@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "tools/common/AtomicFile.h"
 #include "tools/common/KeyText.h"
+#include "tools/common/System.h"
 #include "tools/hpk/Archive.h"
 #include "tools/hpk/Commands.h"
 #include "tools/hpk/KeyArguments.h"

@@ -2,8 +2,8 @@
 
 #include <optional>
 
-#include "tools/common/AtomicFile.h"
 #include "tools/common/KeyText.h"
+#include "tools/common/LongWork.h"
 #include "tools/common/PrintableText.h"
 #include "tools/hpk/Commands.h"
 #include "tools/hpk/KeyArguments.h"
@@ -53,14 +53,14 @@ static bool TakesBytesDirectly(const std::string& path) {
 static void GetToFile(PackageReader& reader, const std::vector<qtString>& keys,
                       const GetOptions& options) {
     RunLongWork(options.quiet, [&](CTProgress& progress) {
-        constexpr unsigned int unit = 1024;
         AtomicFile file(options.output, AtomicFile::Existing::replace);
         for (const qtString& key : keys) {
-            StartPhase(progress, "getting", options.part.LengthIn(reader.Find(key).size) / unit);
+            StartPhase(progress, "getting", options.part.LengthIn(reader.Find(key).size),
+                       Unit::bytes);
             reader.Read(key, options.part, [&](const char* data, std::size_t count) {
                 StopIfInterrupted(progress);
                 WriteAll(file.Descriptor(), data, count, options.output);
-                progress.Increment(static_cast<unsigned int>(count / unit));
+                Advance(progress, count);
             });
         }
         file.Commit();
@@ -75,13 +75,18 @@ static void Get(const GetOptions& options) {
     PackageReader reader(options.package);
     reader.RequireIndex();
     const std::vector<qtString> keys = words.TakeKeys([&] { return reader.Keys(); });
+    for (const qtString& key : keys) {
+        if (!reader.Package().Contains(key)) {
+            throw NoSuchItem(options.package, key, reader.Keys());
+        }
+    }
     const std::string& output = options.output;
     if (output.empty() || output == "-") {
         WriteBodies(reader, keys, options.part, STDOUT_FILENO, "standard output");
     } else if (TakesBytesDirectly(output)) {
         const FileDescriptor file(open(output.c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC));
         if (!file) {
-            throw SystemFailure("cannot open", output, errno);
+            throw SystemError(errno, "cannot open", output);
         }
         WriteBodies(reader, keys, options.part, file.Get(), output);
     } else {
@@ -90,12 +95,13 @@ static void Get(const GetOptions& options) {
 }
 
 static std::optional<std::string> ExtractItem(PackageReader& reader, const qtString& key,
-                                              OutputFolder& folder, const CTProgress& progress) {
+                                              OutputFolder& folder, CTProgress& progress) {
     try {
         folder.Write(key, [&](int descriptor, const std::string& shown) {
             reader.Read(key, [&](const char* data, std::size_t count) {
                 StopIfInterrupted(progress);
                 WriteAll(descriptor, data, count, shown);
+                Advance(progress, count);
             });
         });
         return std::nullopt;
@@ -106,6 +112,17 @@ static std::optional<std::string> ExtractItem(PackageReader& reader, const qtStr
     }
 }
 
+static std::uint64_t TotalSize(PackageReader& reader, const std::vector<qtString>& keys) {
+    std::uint64_t size = 0;
+    for (const qtString& key : keys) {
+        try {
+            size += reader.Find(key).size;
+        } catch (const PackageFailure&) {  // reported when it is extracted
+        }
+    }
+    return size;
+}
+
 static void Extract(const ExtractOptions& options) {
     PackageReader reader(options.package);
     reader.RequireIndex();
@@ -114,14 +131,13 @@ static void Extract(const ExtractOptions& options) {
     const std::vector<qtString> keys = choice.Choose(reader.Keys());
     std::vector<std::string> failures;
     RunLongWork(options.quiet, [&](CTProgress& progress) {
-        StartPhase(progress, "extracting", keys.size());
+        StartPhase(progress, "extracting", TotalSize(reader, keys), Unit::bytes);
         OutputFolder folder(options.folder);
         for (const qtString& key : keys) {
             StopIfInterrupted(progress);
             if (auto failure = ExtractItem(reader, key, folder, progress)) {
                 failures.push_back(std::move(*failure));
             }
-            progress.Increment(1);
         }
     });
     for (const std::string& failure : failures) {
@@ -133,7 +149,7 @@ static void Extract(const ExtractOptions& options) {
     }
 }
 
-// The parser would take -1 for the largest number.
+// The parser would read -1 as the largest number.
 static void AddBytes(CLI::App& command, const char* name, std::uint64_t& value,
                      const char* description) {
     const CLI::Validator unsignedNumber(
@@ -150,9 +166,9 @@ static void AddBytes(CLI::App& command, const char* name, std::uint64_t& value,
 void AddGetCommands(CLI::App& app) {
     const auto [getCommand, get] =
         AddPackageCommand(app, "get", "Write the bodies of items to standard output",
-                          "They come one behind the other, as given. A KEY may be a\n"
-                          "pattern, as for list, unless there is an item with just\n"
-                          "that key.\n"
+                          "Bodies follow one another in the order given. A KEY may\n"
+                          "be a pattern, as for list, unless an item has exactly that\n"
+                          "key. On a terminal, control characters are escaped.\n"
                           "\n"
                           "Examples:\n"
                           "  hpk get include.hpk linux/types.h | less\n"
@@ -161,26 +177,26 @@ void AddGetCommands(CLI::App& app) {
                           &Get);
     getCommand.alias("cat");
     get.words.AddTo(getCommand, "KEY", "The items");
-    AddBytes(getCommand, "--offset", get.part.offset, "Leave out that many bytes of each body");
-    AddBytes(getCommand, "--length", get.part.length, "Write at most that many bytes of each");
-    getCommand.add_option("-o,--output", get.output, "Write to this file, or over it")
+    AddBytes(getCommand, "--offset", get.part.offset, "Skip that many bytes of each body");
+    AddBytes(getCommand, "--length", get.part.length, "Write at most that many bytes of each body");
+    getCommand.add_option("-o,--output", get.output, "Write to this file, or replace it")
         ->type_name("FILE");
     get.AddQuiet(getCommand);
 
     const auto [extractCommand, extract] = AddPackageCommand(
         app, "extract", "Write items to files below a folder",
-        "Keys are paths below the folder. Those that would lead out of it, by themselves or\n"
-        "over a link, are refused by name; the rest is extracted. Existing files are replaced.\n"
+        "Keys are paths below the folder. Keys that would lead out of it, directly or through\n"
+        "a link, are refused and reported; the rest is extracted. Existing files are replaced.\n"
         "\n"
         "Examples:\n"
         "  hpk extract include.hpk -C copy\n"
         "  hpk extract include.hpk 'linux/*.h'",
         &Extract);
     extractCommand.alias("x");
-    extract.choice.AddTo(extractCommand, "GLOB", "The items to extract instead of all");
+    extract.choice.AddTo(extractCommand, "GLOB", "The items to extract (default: all)");
     extractCommand
         .add_option("-C,--directory", extract.folder,
-                    "The folder, made if need be, instead of the current one")
+                    "The folder, created if missing (default: current)")
         ->type_name("DIR");
     extract.AddQuiet(extractCommand);
 }

@@ -4,6 +4,7 @@
 #include <limits>
 #include <optional>
 
+#include "tools/common/LongWork.h"
 #include "tools/hpk/Commands.h"
 #include "tools/hpk/PackageFile.h"
 
@@ -23,15 +24,17 @@ struct StateOptions : PackageOptions {
 
 }  // namespace
 
-// The few header bytes are written by one call each and where they are: there is no half of it.
+// Changes the header in place: its few bytes are written by one call, and so completely or not.
 template <class Change>
 static void ChangeHeader(const std::string& path, Change change) {
-    const LockedPackage lock(path);
-    Hpack package;
-    OnPackage(path, [&] {
-        package.Open(path, 'u');
-        change(package);
-        package.Close();
+    RunLongWork(false, [&](CTProgress& progress) {
+        const FileLock lock(path, WaitFor(progress));
+        Hpack package;
+        OnPackage(path, [&] {
+            package.Open(lock.Path(), 'u');
+            change(package);
+            package.Close();
+        });
     });
 }
 
@@ -68,8 +71,9 @@ static void ShowOrSetState(const StateOptions& options) {
 static void AddNumber(CLI::App& command, const char* name, std::optional<std::uint32_t>& value,
                       std::uint32_t largest) {
     command
-        .add_option(name, value,
-                    "A number up to " + std::to_string(largest) + ", decimal or 0x and hexadecimal")
+        .add_option(
+            name, value,
+            "A number up to " + std::to_string(largest) + ", decimal or 0x with hexadecimal digits")
         ->check(CLI::Range(std::uint32_t{0}, largest))
         ->type_name("");
 }
@@ -77,7 +81,7 @@ static void AddNumber(CLI::App& command, const char* name, std::optional<std::ui
 void AddIdentityCommands(CLI::App& app) {
     const auto [idCommand, identity] =
         AddPackageCommand(app, "id", "Show or set the identity of a package",
-                          "Shown are its three numbers: id, word and flags.\n"
+                          "The identity is three numbers: id, word and flags.\n"
                           "\n"
                           "Examples:\n"
                           "  hpk id letters.hpk\n"

@@ -4,14 +4,17 @@
 #include <cerrno>
 #include <cstdio>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "hpack/HpackFormat.h"
-#include "tools/common/AtomicFile.h"
 #include "tools/common/KeyText.h"
 #include "tools/hpk/Archive.h"
+#include "tools/hpk/ChangePackage.h"
 #include "tools/hpk/Commands.h"
+#include "tools/hpk/ItemStore.h"
 #include "tools/hpk/KeyPath.h"
+#include "tools/hpk/NewPackage.h"
 #include "tools/hpk/PackageFile.h"
 
 namespace vantry_tools {
@@ -27,14 +30,16 @@ class Import {
 public:
     explicit Import(const ImportOptions& importOptions) : options(importOptions) {}
 
-    void Run(Hpack& package, CTProgress& progress) {
+    /// @param path of the package before the import
+    void Run(const std::string& path, Hpack& package, CTProgress& progress) {
+        store.emplace(path, package);
         StartPhase(progress, "importing", 0);
         ArchiveReader archive(options.archive, progress);
         shown = archive.Shown();
         ArchiveReader::Entry entry;
         while (archive.Next(entry)) {
             Take(archive, entry, package);
-            progress.Increment(1);
+            Advance(progress, 1);
         }
         for (const std::string& folder : folders) {
             if (!folder.empty() && filled.count(folder) == 0) {
@@ -96,14 +101,14 @@ private:
             Refuse(key, reason);
         } else if (entry.kind == Kind::file) {
             ReadFile(archive, key);
-            Store(key, entry, package);
+            Store(key, entry);
         } else if (const std::string target = KeyOf(entry.linkTarget); taken.count(target) == 0) {
             Refuse(key, "a hard link to " + QuoteKey(target) + ", which is not in the archive");
         } else {
             body.size = 0;
             OnPackage(options.package, [&] { package.GetItem(target, body); });
             ++lost["hard links, now copies"];
-            Store(key, entry, package);
+            Store(key, entry);
         }
     }
 
@@ -139,13 +144,8 @@ private:
         }
     }
 
-    void Store(const std::string& key, const ArchiveReader::Entry& entry, Hpack& package) {
-        OnPackage(options.package, [&] {
-            unsigned int offset = 0;
-            unsigned int size = 0;
-            package.GetKeyInfo(key, offset, size);
-            package.AddAtOffset(key, body, body.size <= size ? offset : 0);
-        });
+    void Store(const std::string& key, const ArchiveReader::Entry& entry) {
+        OnPackage(options.package, [&] { store->Put(key, body); });
         taken.insert(key);
         FillParents(key);
         constexpr unsigned int exported = 0644;
@@ -161,6 +161,7 @@ private:
     }
 
     const ImportOptions& options;
+    std::optional<ItemStore> store;
     SegBuf body;
     std::string shown;
     std::set<std::string> taken;
@@ -177,14 +178,14 @@ private:
 static void ImportToNew(const ImportOptions& options, Import& import) {
     RunLongWork(options.quiet, [&](CTProgress& progress) {
         const std::string& path = options.package;
-        AtomicFile file(path, AtomicFile::Existing::refuse);
+        NewPackage file(path, false, progress);
         Hpack package;
         OnPackage(path, [&] {
             package.Open(file.Path(), 'w');
             package.Close();
             package.Open(file.Path(), 'u');
         });
-        import.Run(package, progress);
+        import.Run(file.Path(), package, progress);
         OnPackage(path, [&] { package.Close(); });
         StartPhase(progress, "saving", 0);
         StopIfInterrupted(progress);
@@ -198,8 +199,9 @@ static void ImportArchive(const ImportOptions& options) {
     if (stat(options.package.c_str(), &status) != 0 && errno == ENOENT) {
         ImportToNew(options, import);
     } else {
-        ChangePackage(LockedPackage(options.package), options.quiet,
-                      [&](Hpack& package, CTProgress& progress) { import.Run(package, progress); });
+        ChangePackage(options.package, options.quiet, [&](Hpack& package, CTProgress& progress) {
+            import.Run(options.package, package, progress);
+        });
     }
     import.Report();
 }

@@ -2,6 +2,7 @@
 
 #include "hpack/HpackFormat.h"
 #include "tools/common/Failures.h"
+#include "tools/common/HumanSize.h"
 #include "tools/common/JsonOutput.h"
 #include "tools/common/Terminal.h"
 #include "tools/hpk/Commands.h"
@@ -33,7 +34,6 @@ static Json Describe(PackageReader& reader, const Layout& layout) {
     bool old = false;
     reader.Package().GetFileID(id, word, flags, old);
     reader.Package().GetState(state);
-    // The class tells the dead space of packages that are open for changes; this one is only read.
     const std::uint64_t dead = layout.totals[Layout::dead].bytes;
     return {{"format", FormatName(old, flags)},
             {"id", id},
@@ -69,13 +69,13 @@ static void Info(const InfoOptions& options) {
 }
 
 void AddInfoCommands(CLI::App& app) {
-    const auto [infoCommand, info] = AddPackageCommand(
-        app, "info", "Show what a package is, and its dead space; changes nothing",
-        "live: bytes of the header, the index and the items; dead: bytes that nothing uses.\n"
-        "\n"
-        "Example:\n"
-        "  hpk info --json include.hpk",
-        &Info);
+    const auto [infoCommand, info] =
+        AddPackageCommand(app, "info", "Show properties and dead space of a package",
+                          "live: bytes of header, index and items; dead: unused bytes.\n"
+                          "\n"
+                          "Example:\n"
+                          "  hpk info --json include.hpk",
+                          &Info);
     AddHuman(infoCommand, info.human);
     infoCommand.add_flag("--json", info.json, "Show one object");
 }

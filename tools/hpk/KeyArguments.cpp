@@ -11,7 +11,7 @@
 namespace vantry_tools {
 
 void KeyArguments::AddTo(CLI::App& command, const char* name, const char* description) {
-    // Not a vector of strings: the parser would read some words as something else.
+    // Not a vector of strings: the parser would interpret some words.
     command
         .add_option(
             name,
@@ -106,7 +106,7 @@ void KeyChoice::Prepare() {
                    isWord && !raw && !key.empty() && key.back() == '/') {
             patterns.push_back({key, true});
         } else {
-            exact.emplace(key, false);
+            exact.emplace(key, Use{});
         }
     }
     for (const std::string& prefix : prefixes) {
@@ -122,7 +122,7 @@ bool KeyChoice::Pattern::Matches(const std::string& key) const {
 bool KeyChoice::Matches(const qtString& key) {
     bool matches = false;
     if (const auto found = exact.find(key); found != exact.end()) {
-        found->second = true;
+        found->second.used = true;
         matches = true;
     }
     for (Pattern& pattern : patterns) {
@@ -134,21 +134,39 @@ bool KeyChoice::Matches(const qtString& key) {
     return matches;
 }
 
-std::vector<qtString> KeyChoice::Choose(std::vector<qtString> keys) {
+std::vector<qtString> KeyChoice::Choose(const std::vector<qtString>& keys) {
     Prepare();
-    if (!exact.empty() || !patterns.empty()) {
-        keys.erase(std::remove_if(keys.begin(), keys.end(),
-                                  [this](const qtString& key) { return !Matches(key); }),
-                   keys.end());
+    if (exact.empty() && patterns.empty()) {
+        return keys;
     }
-    return keys;
+    std::vector<qtString> chosen;
+    std::copy_if(keys.begin(), keys.end(), std::back_inserter(chosen),
+                 [this](const qtString& key) { return Matches(key); });
+    for (auto& [key, use] : exact) {
+        if (!use.used) {
+            use.hint = FolderHint(keys, key);
+        }
+    }
+    return chosen;
+}
+
+std::string FolderHint(const std::vector<qtString>& keys, const std::string& key) {
+    const std::string folder = !key.empty() && key.back() == '/' ? key : key + '/';
+    const auto count = std::count_if(keys.begin(), keys.end(), [&](const qtString& other) {
+        return other.compare(0, folder.size(), folder) == 0;
+    });
+    if (count == 0) {
+        return {};
+    }
+    return "; " + std::to_string(count) + (count == 1 ? " item begins" : " items begin") +
+           " with " + QuoteKey(folder);
 }
 
 void KeyChoice::FailIfUnused(const std::string& package) const {
     std::set<std::string> unused;
-    for (const auto& [key, used] : exact) {
-        if (!used) {
-            unused.insert(QuoteKey(key));
+    for (const auto& [key, use] : exact) {
+        if (!use.used) {
+            unused.insert(QuoteKey(key) + use.hint);
         }
     }
     for (const Pattern& pattern : patterns) {

@@ -12,23 +12,28 @@
 
 namespace vantry_tools {
 
-/// The words of a command line that name items: keys as they are shown, in quotes or not; and the
-/// keys of numbers, from --number.
+/// Returns a hint, such as "; 12 items begin with sub/", for a key that does not exist but looks
+/// like a folder of others; "" if there are none.
+std::string FolderHint(const std::vector<qtString>& keys, const std::string& key);
+
+/// The words of a command line that name items: keys as the tools show them, and the keys of
+/// numbers, from --number.
 class KeyArguments {
 public:
-    /// Adds the words, whose name in the help is `name`, and the options to `command`.
+    /// Adds the words, which the help calls `name`, and the options to `command`.
     void AddTo(CLI::App& command, const char* name, const char* description);
 
     bool Empty() const { return words.empty() && numbers.empty(); }
-    /// Takes the next key: that of a number, as long as there are any, then that of a word.
-    /// @throws UsageFailure when there is none; the text says that `name` is missing
+    /// Removes and returns the next key: first those of numbers, then those of words.
+    /// @throws UsageFailure "NAME is required" if there is none
     qtString TakeKey(const char* name);
-    /// Takes the next word as it is, "" when there is none.
+    /// Removes and returns the next word, or "" if there is none.
     std::string TakeWord();
-    /// All keys that are left, in the order given. A word that is a pattern and no key gives what
-    /// it matches among the keys that `present` returns; itself when it matches nothing.
+    /// Removes and returns all remaining keys in the order given. A pattern that is not itself a
+    /// key stands for the keys that it matches, or for itself if it matches none.
+    /// @param present returns the keys of the package, ascending
     std::vector<qtString> TakeKeys(const std::function<std::vector<qtString>()>& present);
-    /// @throws UsageFailure when a word is left
+    /// @throws UsageFailure if a word or number remains
     void RequireEnd() const;
 
 protected:
@@ -39,16 +44,16 @@ protected:
     bool raw = false;
 };
 
-/// Words that choose among the items of a package: keys, globs that match them, and beginnings: a
-/// word that ends in a slash stands for all that is below it.
+/// Words that select items of a package: keys, globs that match them, and prefixes, which are words
+/// that end in a slash.
 class KeyChoice : public KeyArguments {
 public:
-    /// Adds the option --prefix, too.
+    /// Adds the words and the options, --prefix among them.
     void AddTo(CLI::App& command, const char* name, const char* description);
 
-    /// The keys that are chosen, in order; all when there is no word.
-    std::vector<qtString> Choose(std::vector<qtString> keys);
-    /// @throws ReportedFailure, once each word that chose nothing has been named
+    /// Returns the selected ones of `keys`, in order; all if there are no words.
+    std::vector<qtString> Choose(const std::vector<qtString>& keys);
+    /// Reports each word that selected nothing. @throws ReportedFailure if there is one
     void FailIfUnused(const std::string& package) const;
 
 private:
@@ -63,7 +68,12 @@ private:
     void Prepare();
     bool Matches(const qtString& key);
 
-    std::unordered_map<std::string, bool> exact;  // and whether it was used
+    struct Use {
+        bool used = false;
+        std::string hint;
+    };
+
+    std::unordered_map<std::string, Use> exact;
     std::vector<Pattern> patterns;
     std::vector<std::string> prefixes;
 };

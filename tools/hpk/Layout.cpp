@@ -47,10 +47,10 @@ void Layout::Collect(PackageReader& reader) {
     }
 }
 
-// Where damage makes regions overlap, the first one has the bytes.
+// Where damage makes regions overlap, bytes belong to the first one.
 void Layout::FillGaps(std::uint64_t size) {
-    std::vector<Region> whole;
-    whole.reserve(regions.size());
+    std::vector<Region> filled;
+    filled.reserve(regions.size());
     std::uint64_t end = 0;
     for (Region& region : regions) {
         region.end = std::min(region.end, size);
@@ -59,15 +59,15 @@ void Layout::FillGaps(std::uint64_t size) {
             continue;
         }
         if (region.begin > end) {
-            whole.push_back({end, region.begin, dead, {}});
+            filled.push_back({end, region.begin, dead, {}});
         }
         end = region.end;
-        whole.push_back(std::move(region));
+        filled.push_back(std::move(region));
     }
     if (end < size) {
-        whole.push_back({end, size, dead, {}});
+        filled.push_back({end, size, dead, {}});
     }
-    regions = std::move(whole);
+    regions = std::move(filled);
 }
 
 }  // namespace vantry_tools

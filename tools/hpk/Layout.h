@@ -10,9 +10,9 @@
 
 namespace vantry_tools {
 
-/// What the bytes of a package are, from its first to its last.
+/// What each byte of a package belongs to, from the first to the last.
 struct Layout {
-    /// Items are told apart by the size of their records.
+    /// Items are classified by the size of their records.
     enum Kind : std::uint8_t { header, index, smallItem, mediumItem, largeItem, dead };
     static constexpr std::size_t kindCount = 6;
     static constexpr std::uint64_t smallSize = std::uint64_t{1} << 10;
@@ -24,7 +24,7 @@ struct Layout {
         std::uint64_t begin;
         std::uint64_t end;
         Kind kind;
-        std::string name;  ///< the key as it is shown; empty for what is no item
+        std::string name;  ///< the key as it is shown; empty unless an item
 
         std::uint64_t Size() const { return end - begin; }
     };
@@ -34,13 +34,13 @@ struct Layout {
         std::uint64_t bytes = 0;
     };
 
-    /// @throws PackageFailure; items that are damaged are named on standard error and left to the
-    ///         dead space
+    /// Damaged items are reported on standard error and count as dead space.
+    /// @throws PackageFailure
     explicit Layout(PackageReader& reader);
 
     std::uint64_t Size() const { return regions.empty() ? 0 : regions.back().end; }
 
-    std::vector<Region> regions;  ///< one behind the other, without gaps
+    std::vector<Region> regions;  ///< ascending, without gaps
     std::array<Total, kindCount> totals;
     bool damaged = false;
 

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "tools/common/HumanSize.h"
 #include "tools/common/JsonOutput.h"
 #include "tools/common/KeyText.h"
 #include "tools/common/Terminal.h"

@@ -1,6 +1,6 @@
 
-#include "tools/common/AtomicFile.h"
 #include "tools/common/PrintableText.h"
+#include "tools/common/System.h"
 #include "tools/hpk/Commands.h"
 #include "tools/hpk/MapPicture.h"
 
@@ -51,19 +51,18 @@ static void Map(const MapOptions& options) {
 
 void AddMapCommands(CLI::App& app) {
     const auto [mapCommand, map] = AddPackageCommand(
-        app, "map", "Draw what lies where in a package",
-        "The bytes from the first to the last, row by row: header, items by size, index\n"
-        "and dead space; below that how many there are, their bytes and their share.\n"
+        app, "map", "Draw the layout of a package",
+        "All bytes in rows: header, items by size, index and dead space; below that their\n"
+        "numbers, bytes and shares.\n"
         "\n"
         "Examples:\n"
         "  hpk map include.hpk\n"
         "  hpk map include.hpk --svg include.svg",
         &Map);
     mapCommand
-        .add_option("--svg", map.svg,
-                    "Write a picture with the items' names; - for standard output")
+        .add_option("--svg", map.svg, "Write a picture with item names; - is standard output")
         ->type_name("FILE");
-    mapCommand.add_option("--width", map.width, "Columns to draw in instead of the terminal's")
+    mapCommand.add_option("--width", map.width, "Columns (default: the terminal's)")
         ->type_name("N");
     map.colors.AddTo(mapCommand);
 }

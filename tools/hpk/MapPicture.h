@@ -8,11 +8,11 @@
 
 namespace vantry_tools {
 
-/// Draws a package on standard output in lines of `width` columns: coloured blocks, or letters.
+/// Draws a package on standard output in lines of `width` columns: colored blocks, or letters.
 void DrawMapAsText(const Layout& layout, const std::string& title, const Colors& colors,
                    unsigned int width);
 
-/// Draws a package as an SVG picture; the names of items come up where the pointer rests.
+/// Draws a package as an SVG picture; the pointer shows the names of items.
 std::string DrawMapAsSvg(const Layout& layout, const std::string& title);
 
 }  // namespace vantry_tools

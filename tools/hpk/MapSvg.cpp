@@ -19,7 +19,7 @@ constexpr double rowStep = 28;
 constexpr std::uint64_t mostRows = 20;
 constexpr std::uint64_t leastRowBytes = 64;
 
-/// Neighbours that are drawn as one, as each of them would be too small to be seen.
+/// Neighbors that are drawn as one because each would be too small to see.
 struct Block {
     std::uint64_t begin;
     std::uint64_t end;
@@ -49,7 +49,7 @@ static std::string Escape(std::string_view text) {
     std::string out;
     for (std::size_t at = 0; at < text.size(); ++at) {
         const char c = text[at];
-        // Two characters that may be in no XML, though they are in UTF-8.
+        // Two characters that XML does not allow.
         const std::string_view three = text.substr(at, 3);
         if (three == "\xef\xbf\xbe" || three == "\xef\xbf\xbf") {
             out += "&#xfffd;";
@@ -86,12 +86,12 @@ static std::string TitleOf(const Layout::Region& region) {
            std::to_string(region.Size()) + " bytes at " + std::to_string(region.begin);
 }
 
-// Header and index are always seen, and by themselves.
+// Header and index are always visible, and by themselves.
 static bool StandsAlone(const Layout::Region& region, std::uint64_t least) {
     return region.Size() >= least || region.kind == Layout::header || region.kind == Layout::index;
 }
 
-// Takes neighbours from `at` on until they are at least `least` bytes wide.
+// Collects neighbors from `at` on until they have at least `least` bytes.
 static Block TakeBlock(const std::vector<Layout::Region>& regions, std::size_t& at,
                        std::uint64_t least) {
     const Layout::Region& first = regions[at];
@@ -112,7 +112,7 @@ static Block TakeBlock(const std::vector<Layout::Region>& regions, std::size_t& 
     return {first.begin, end, largest->kind, title};
 }
 
-// A block is cut where the rows end.
+// A block is divided at the ends of rows.
 static std::string DrawBlock(const Block& block, std::uint64_t rowBytes) {
     std::string drawn;
     const double scale = rowWidth / static_cast<double>(rowBytes);
@@ -122,7 +122,7 @@ static std::string DrawBlock(const Block& block, std::uint64_t rowBytes) {
         const std::uint64_t row = begin / rowBytes;
         const std::uint64_t end = std::min(block.end, (row + 1) * rowBytes);
         const double width = std::max(leastWidth, scale * static_cast<double>(end - begin));
-        // What is widened still ends within its row.
+        // A widened block still ends within its row.
         const double at =
             std::min(scale * static_cast<double>(begin - row * rowBytes), rowWidth - width);
         drawn += Rectangle(left + at, top + rowStep * static_cast<double>(row), width, block.kind,
@@ -168,7 +168,7 @@ std::string DrawMapAsSvg(const Layout& layout, const std::string& title) {
                     std::to_string(row * rowBytes));
     }
     const std::uint64_t least = std::max<std::uint64_t>(1, rowBytes / 440);
-    std::string above;  // what is widened lies over its neighbours
+    std::string above;  // widened blocks cover their neighbors
     for (std::size_t at = 0; at < layout.regions.size();) {
         const Block block = TakeBlock(layout.regions, at, least);
         (block.kind == Layout::header || block.kind == Layout::index ? above : svg) +=

@@ -9,12 +9,12 @@
 namespace vantry_tools {
 
 static constexpr char letters[Layout::kindCount + 1] = "HI.oO-";
-// Backgrounds out of 256 colours that stand off a light terminal as well as a dark one.
+// Backgrounds from the 256-color palette with contrast on light and dark terminals.
 static constexpr const char* backgrounds[Layout::kindCount] = {"48;5;162", "48;5;208", "48;5;117",
                                                                "48;5;39",  "48;5;25",  "48;5;245"};
 
-// One cell for each equal share of the bytes, of the kind that most of them have. The header and
-// the index are always seen, however small they are.
+// One cell for each equal share of the bytes, of the kind that most of them have. Header and index
+// always get one, however small they are.
 static std::vector<Layout::Kind> Cells(const Layout& layout, std::uint64_t count) {
     const std::uint64_t size = layout.Size();
     std::vector<Layout::Kind> cells;

@@ -4,43 +4,31 @@
 #include <string>
 #include <string_view>
 
-#include "tools/common/Failures.h"
-#include "tools/common/FileDescriptor.h"
+#include "tools/hpk/ConfinedFolder.h"
 
 namespace vantry_tools {
 
-/// A key does not become a file; the text says why.
-class RefusedPath : public ToolFailure {
-public:
-    using ToolFailure::ToolFailure;
-};
-
-/// A folder that keys become files in, and never beside it: each step on the way down is made on
-/// an open folder and follows no link, whatever others do in there meanwhile.
+/// A folder in which keys become files, and never outside of it.
 class OutputFolder {
 public:
     using Writer = std::function<void(int descriptor, const std::string& shown)>;
 
-    /// Makes the folder, and those above it, where they are not there.
+    /// Creates the folder, and those above it, where they are missing.
     explicit OutputFolder(const std::string& path);
 
-    /// Has `write` write the file that `key` names. It appears, or replaces a regular file, when
-    /// it is whole; whatever `write` throws passes through and leaves what was there.
-    /// @throws RefusedPath for keys that are no paths below the folder, and where something is in
-    ///         the way
+    /// Has `write` write the file that `key` names. The file appears, or replaces a regular file,
+    /// once it is complete. Whatever `write` throws is passed on; the existing file then remains.
+    /// @throws RefusedPath if the key is no path below the folder or something is in the way
     void Write(const std::string& key, const Writer& write);
 
 private:
-    class Temporary;
-
     void Enter(std::string_view folder);
-    FileDescriptor Step(int folder, const std::string& name) const;
 
     const std::string root;
-    FileDescriptor rootFolder;
-    // The folder of the last file: keys come in order, so the next one is often in it, too.
+    ConfinedFolder folders;
     std::string currentPath;
-    FileDescriptor currentFolder;
+    int current = -1;
+    bool hasLeftovers = false;  // of killed processes, in the current folder
 };
 
 }  // namespace vantry_tools

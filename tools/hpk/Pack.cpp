@@ -1,8 +1,11 @@
-#include <cstdio>
+#include <cerrno>
+#include <functional>
 
-#include "tools/common/AtomicFile.h"
+#include "tools/hpk/ChangePackage.h"
 #include "tools/hpk/Commands.h"
+#include "tools/hpk/ItemStore.h"
 #include "tools/hpk/KeyArguments.h"
+#include "tools/hpk/NewPackage.h"
 #include "tools/hpk/PackageFile.h"
 #include "tools/hpk/Sources.h"
 
@@ -21,26 +24,15 @@ struct PutOptions : PackageOptions {
 
 }  // namespace
 
-// Adds an item or replaces it, in its place where it fits.
-static void Store(Hpack& package, const std::string& shown, const qtString& key,
-                  const SegBuf& body) {
-    OnPackage(shown, [&] {
-        unsigned int offset = 0;
-        unsigned int size = 0;
-        package.GetKeyInfo(key, offset, size);
-        package.AddAtOffset(key, body, body.size <= size ? offset : 0);
-    });
-}
-
-static void StoreAll(Hpack& package, const std::string& shown, Sources& sources,
-                     CTProgress& progress) {
-    StartPhase(progress, "packing", sources.Files().size());
+static void Pack(Sources& sources, CTProgress& progress,
+                 const std::function<void(const qtString& key, const SegBuf& body)>& store) {
+    StartPhase(progress, "packing", sources.TotalSize(), Unit::bytes);
     SegBuf body;
     for (const Source& source : sources.Files()) {
-        if (sources.Read(source, body, progress)) {
-            Store(package, shown, source.key, body);
+        if (const FileDescriptor file = sources.Open(source)) {
+            ReadBody(file.Get(), source.path, body, progress);
+            store(source.key, body);
         }
-        progress.Increment(1);
     }
 }
 
@@ -52,26 +44,20 @@ static void ReportSkipped(const Sources& sources, bool quiet) {
     }
 }
 
-// The package that --force replaces may lie in a folder that is packed.
-static void LeaveOutFormer(Sources& sources, const std::string& path) {
-    const FileDescriptor former(open(path.c_str(), O_PATH | O_CLOEXEC));
-    if (former) {
-        sources.Exclude(former.Get());
-    }
-}
-
 static void Create(const PackOptions& options) {
     Sources sources;
     RunLongWork(options.quiet, [&](CTProgress& progress) {
-        // Before there is a new file, which may lie in a folder that is packed.
-        sources.Collect(options.paths, progress);
         const std::string& path = options.package;
-        AtomicFile file(
-            path, options.force ? AtomicFile::Existing::replace : AtomicFile::Existing::refuse);
-        LeaveOutFormer(sources, path);
+        sources.Collect(options.paths, progress);
+        NewPackage file(path, options.force, progress);
+        if (file.Former() >= 0) {
+            sources.Exclude(file.Former());
+        }
         Hpack package;
         OnPackage(path, [&] { package.Open(file.Path(), 'w'); });
-        StoreAll(package, path, sources, progress);
+        Pack(sources, progress, [&](const qtString& key, const SegBuf& body) {
+            OnPackage(path, [&] { package.AddAtOffset(key, body, 0); });
+        });
         OnPackage(path, [&] { package.Close(); });
         StartPhase(progress, "saving", 0);
         StopIfInterrupted(progress);
@@ -82,27 +68,26 @@ static void Create(const PackOptions& options) {
 
 static void Add(const PackOptions& options) {
     Sources sources;
-    const LockedPackage original(options.package);
-    sources.Exclude(original.Descriptor());
-    // Before there is a copy, which may lie in a folder that is packed.
-    RunLongWork(options.quiet,
-                [&](CTProgress& progress) { sources.Collect(options.paths, progress); });
-    ChangePackage(original, options.quiet, [&](Hpack& package, CTProgress& progress) {
-        StoreAll(package, options.package, sources, progress);
+    ChangePackage(options.package, options.quiet, [&](Hpack& package, CTProgress& progress) {
+        sources.Exclude(OpenRegular(options.package, O_RDONLY).Get());
+        sources.Collect(options.paths, progress);
+        ItemStore store(options.package, package);
+        Pack(sources, progress,
+             [&](const qtString& key, const SegBuf& body) { store.Put(key, body); });
     });
     ReportSkipped(sources, options.quiet);
 }
 
 static void ReadInput(const std::string& path, SegBuf& body) {
-    const CTProgress never;
+    CTProgress never;
     if (path.empty() || path == "-") {
         ReadBody(STDIN_FILENO, "standard input", body, never);
         return;
     }
-    // What is named may be anything that can be read.
+    // Unlike a package, it may be anything that can be read.
     const FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC));
     if (!file) {
-        throw SystemFailure("cannot open", path, errno);
+        throw SystemError(errno, "cannot open", path);
     }
     ReadBody(file.Get(), path, body, never);
 }
@@ -112,11 +97,13 @@ static void Put(const PutOptions& options) {
     const qtString key = words.TakeKey("KEY");
     const std::string file = words.TakeWord();
     words.RequireEnd();
-    // First of all, while Ctrl-C still ends even a read that waits: nothing has been begun.
+    // Before anything else: a body that takes long to arrive must not lock the package, and Ctrl-C
+    // still ends a read that waits.
     SegBuf body;
     ReadInput(file, body);
-    ChangePackage(LockedPackage(options.package), options.quiet,
-                  [&](Hpack& package, CTProgress&) { Store(package, options.package, key, body); });
+    ChangePackage(options.package, options.quiet, [&](Hpack& package, CTProgress&) {
+        ItemStore(options.package, package).Put(key, body);
+    });
 }
 
 static CLI::Option& AddPaths(CLI::App& command, PackOptions& options) {
@@ -126,10 +113,10 @@ static CLI::Option& AddPaths(CLI::App& command, PackOptions& options) {
 
 void AddPackCommands(CLI::App& app) {
     const auto [createCommand, create] = AddPackageCommand(
-        app, "create", "Make a package of the files in folders",
-        "A folder gives keys relative to itself (stdio.h, linux/types.h), a file gives its name.\n"
-        "Only regular files go in; what is skipped is said. The package appears when it is whole.\n"
-        "Without a PATH it is empty.\n"
+        app, "create", "Create a package from files",
+        "Keys are paths relative to the folder PATH (stdio.h, linux/types.h), or the file's name.\n"
+        "Only regular files are packed; skipped files are reported. Creation is atomic. Without\n"
+        "a PATH the package is empty.\n"
         "\n"
         "Examples:\n"
         "  hpk create include.hpk /usr/include\n"
@@ -140,9 +127,9 @@ void AddPackCommands(CLI::App& app) {
     createCommand.add_flag("-f,--force", create.force, "Replace an existing file");
 
     const auto [addCommand, add] = AddPackageCommand(
-        app, "add", "Add files to a package, or replace them in it",
-        "Keys are made as by create. The work is done on a copy, which takes the package's place\n"
-        "at the end; links to the package by other names keep the old one.\n"
+        app, "add", "Add or replace files in a package",
+        "Keys are as for create. The change is made in a copy, which then replaces the package;\n"
+        "other hard links to it keep the former version.\n"
         "\n"
         "Example:\n"
         "  hpk add include.hpk /usr/local/include",
@@ -151,7 +138,7 @@ void AddPackCommands(CLI::App& app) {
 
     const auto [putCommand, put] = AddPackageCommand(
         app, "put", "Add or replace one item",
-        "The body comes from FILE, without it from standard input. The package must exist.\n"
+        "The body is read from FILE, or else from standard input. The package must exist.\n"
         "\n"
         "Examples:\n"
         "  hpk put letters.hpk alpha alpha.txt\n"

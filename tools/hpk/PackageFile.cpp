@@ -1,14 +1,12 @@
 #include "tools/hpk/PackageFile.h"
 
-#include <sys/file.h>
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cstring>
 
 #include "hpack/HpackFormat.h"
-#include "tools/common/AtomicFile.h"
 #include "tools/common/KeyText.h"
+#include "tools/common/System.h"
+#include "tools/hpk/KeyArguments.h"
 
 namespace vantry_tools {
 
@@ -28,7 +26,7 @@ std::string TooLarge() {
     return "no package can have more than " + std::to_string(HpackFormat::maxStreamSize) + " bytes";
 }
 
-// The system has not failed: the stream or the package has refused by itself.
+// The stream or the package has refused without a failed system call.
 static std::string OwnReason(int number) {
     switch (number) {
         case HioErrors::write:
@@ -61,8 +59,10 @@ PackageFailure Explain(const qtX<Hpack>& error, const std::string& shown) {
     return PackageFailure(shown + ": " + error.Text());
 }
 
-PackageFailure NoSuchItem(const std::string& shown, const qtString& key) {
-    return PackageFailure(shown + ": " + HpackErrors::missingKey + QuoteKey(key));
+PackageFailure NoSuchItem(const std::string& shown, const qtString& key,
+                          const std::vector<qtString>& keys) {
+    return PackageFailure(shown + ": " + HpackErrors::missingKey + QuoteKey(key) +
+                          FolderHint(keys, key));
 }
 
 PackageReader::PackageReader(const std::string& packagePath)
@@ -153,70 +153,6 @@ void PackageReader::Read(const qtString& key, Part part,
         take(piece.data(), count);
         left -= count;
     }
-}
-
-static bool SameFile(int descriptor, const std::string& path) {
-    struct stat opened;
-    struct stat named;
-    return fstat(descriptor, &opened) == 0 && stat(path.c_str(), &named) == 0 &&
-           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
-}
-
-LockedPackage::LockedPackage(const std::string& packagePath) : path(packagePath) {
-    // Whoever had the lock may have put another file in its place.
-    do {
-        file = OpenRegular(path, O_RDWR);
-        if (flock(file.Get(), LOCK_EX) != 0) {
-            return;  // a file system without locks: nothing is worse than without this
-        }
-    } while (!SameFile(file.Get(), path));
-}
-
-void LockedPackage::CopyTo(int descriptor, CTProgress& progress) const {
-    struct stat status;
-    if (fstat(file.Get(), &status) != 0) {
-        throw SystemFailure("cannot read", path, errno);
-    }
-    if (status.st_size > off_t{HpackFormat::maxStreamSize}) {
-        throw PackageFailure("cannot change " + path + ": " + TooLarge());
-    }
-    constexpr std::size_t pieceSize = std::size_t{4} << 20;
-    StartPhase(progress, "copying", static_cast<std::size_t>(status.st_size) / pieceSize);
-    for (;; progress.Increment(1)) {
-        StopIfInterrupted(progress);
-        const ssize_t copied =
-            copy_file_range(file.Get(), nullptr, descriptor, nullptr, pieceSize, 0);
-        if (copied == 0) {
-            break;
-        }
-        if (copied < 0) {
-            if (errno == ENOSPC || errno == EIO || errno == EFBIG || errno == EDQUOT) {
-                throw SystemFailure("cannot write", path, errno);
-            }
-            break;  // not every file system can
-        }
-    }
-    // What is left, which is everything or nothing.
-    std::vector<char> piece(pieceSize / 16);
-    while (const std::size_t count = ReadSome(file.Get(), piece.data(), piece.size(), path)) {
-        StopIfInterrupted(progress);
-        WriteAll(descriptor, piece.data(), count, path);
-    }
-}
-
-void ChangePackage(const LockedPackage& original, bool quiet, const PackageChange& change) {
-    RunLongWork(quiet, [&](CTProgress& progress) {
-        const std::string& path = original.Path();
-        AtomicFile copy(path, AtomicFile::Existing::replace);
-        original.CopyTo(copy.Descriptor(), progress);
-        Hpack package;
-        OnPackage(path, [&] { package.Open(copy.Path(), 'u'); });
-        change(package, progress);
-        OnPackage(path, [&] { package.Close(); });
-        StartPhase(progress, "saving", 0);
-        StopIfInterrupted(progress);
-        copy.Commit();
-    });
 }
 
 }  // namespace vantry_tools

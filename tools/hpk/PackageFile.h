@@ -12,26 +12,28 @@
 #include "hpack/Hfile32.h"
 #include "hpack/Hpack.h"
 #include "tools/common/Failures.h"
-#include "tools/common/FileDescriptor.h"
-#include "tools/common/LongWork.h"
+#include "tools/common/System.h"
 
 namespace vantry_tools {
 
-/// What a package or its stream has thrown, in words for people.
+/// An error of a package or its stream, described for users.
 class PackageFailure : public ToolFailure {
 public:
     using ToolFailure::ToolFailure;
 };
 
-/// @param shown the package as the user knows it, whatever the file that was really open
+/// @param shown the package as the user knows it, whatever file was open
+/// @param systemError errno after the failure, or 0
 PackageFailure Explain(const qtX<HioErr>& error, const std::string& shown, int systemError);
 PackageFailure Explain(const qtX<Hpack>& error, const std::string& shown);
-PackageFailure NoSuchItem(const std::string& shown, const qtString& key);
+/// @param keys of the package, for a hint
+PackageFailure NoSuchItem(const std::string& shown, const qtString& key,
+                          const std::vector<qtString>& keys);
 
-/// The reason why something fits into no package.
+/// Returns the reason "no package can have more than N bytes".
 std::string TooLarge();
 
-/// Calls the library. @throws PackageFailure that names `shown` for what the library throws
+/// Calls the library and translates its errors. @throws PackageFailure that names `shown`
 template <class Work>
 auto OnPackage(const std::string& shown, Work work) {
     errno = 0;
@@ -44,10 +46,10 @@ auto OnPackage(const std::string& shown, Work work) {
     }
 }
 
-/// A package that is only read, of which the bodies never have to be in memory whole.
+/// A package that is open for reading, and its bodies in pieces.
 class PackageReader {
 public:
-    /// Where an item's record is, and the length of its body. An item that is not there has 0, 0.
+    /// The offset of an item's record, and the length of its body; 0 and 0 if it does not exist.
     struct Place {
         unsigned int offset = 0;
         unsigned int size = 0;
@@ -57,7 +59,7 @@ public:
 
     std::vector<qtString> Keys() const;
     Place Find(const qtString& key);
-    /// A part of a body, as much of it as there is.
+    /// A range of a body, cut to the body's length.
     struct Part {
         std::uint64_t offset = 0;
         std::uint64_t length = std::numeric_limits<std::uint64_t>::max();
@@ -94,28 +96,5 @@ private:
     Hpack package;
     std::vector<char> piece;
 };
-
-/// An existing package, locked against other changes by this tool for as long as the object lives.
-class LockedPackage {
-public:
-    /// Waits for whoever changes the package now.
-    explicit LockedPackage(const std::string& path);
-
-    const std::string& Path() const { return path; }
-    int Descriptor() const { return file.Get(); }
-    std::vector<qtString> Keys() const { return PackageReader(path).Keys(); }
-    void CopyTo(int descriptor, CTProgress& progress) const;
-
-private:
-    const std::string path;
-    FileDescriptor file;
-};
-
-using PackageChange = std::function<void(Hpack&, CTProgress&)>;
-
-/// Changes an existing package: `change` works on a copy beside it, which then takes its place. So
-/// whatever fails, and whenever the tool is stopped or killed, the package is as it was or as it is
-/// to be. Where the file system can share the bytes of the copy, they are not even read.
-void ChangePackage(const LockedPackage& package, bool quiet, const PackageChange& change);
 
 }  // namespace vantry_tools

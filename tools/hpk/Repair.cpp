@@ -1,15 +1,15 @@
 #include <cinttypes>
 #include <cstdio>
-#include <optional>
 
 #include "hpack/HpackCheck.h"
 #include "hpack/HpackCompact.h"
 #include "hpack/HpackRecover.h"
-#include "tools/common/AtomicFile.h"
 #include "tools/common/JsonOutput.h"
 #include "tools/common/KeyText.h"
 #include "tools/common/PrintableText.h"
+#include "tools/common/System.h"
 #include "tools/hpk/Commands.h"
+#include "tools/hpk/NewPackage.h"
 #include "tools/hpk/PackageFile.h"
 
 namespace vantry_tools {
@@ -121,17 +121,13 @@ static void PrintReport(const RecoverOptions& options, const HpackRecoverReport&
                 package.c_str(), report.items, report.listed, report.superseded);
 }
 
-static AtomicFile::Existing Target(bool force) {
-    return force ? AtomicFile::Existing::replace : AtomicFile::Existing::refuse;
-}
-
 static HpackStep ShowSteps(CTProgress& progress, const char* status) {
     return [&progress, status](std::size_t item, std::size_t count) {
         StopIfInterrupted(progress);
         if (item == 0) {
             StartPhase(progress, status, count);
         }
-        progress.Increment(1);
+        Advance(progress, 1);
     };
 }
 
@@ -140,7 +136,7 @@ static void Recover(const RecoverOptions& options) {
     OpenAnything(file, options.package);
     HpackRecoverReport report;
     RunLongWork(options.quiet, [&](CTProgress& progress) {
-        AtomicFile output(options.output, Target(options.force));
+        NewPackage output(options.output, options.force, progress);
         Hpack target;
         HpackRecoverOptions how;
         how.unlisted = options.all;
@@ -161,8 +157,8 @@ static void Recover(const RecoverOptions& options) {
     }
 }
 
-// What was written is read back and compared before it gets the name.
-static void CompactTo(AtomicFile& output, const CompactOptions& options, CTProgress& progress) {
+// Reads the new file back and compares before it replaces anything.
+static void CompactTo(NewPackage& output, const CompactOptions& options, CTProgress& progress) {
     const HpackOrder order = options.order == "key" ? HpackOrder::key : HpackOrder::offset;
     PackageReader reader(options.package);
     reader.RequireIndex();
@@ -184,21 +180,17 @@ static void CompactTo(AtomicFile& output, const CompactOptions& options, CTProgr
 static void Compact(const CompactOptions& options) {
     RunLongWork(options.quiet, [&](CTProgress& progress) {
         const bool inPlace = options.output.empty();
-        std::optional<LockedPackage> lock;
-        if (inPlace) {
-            lock.emplace(options.package);
-        }
-        AtomicFile output(inPlace ? options.package : options.output,
-                          Target(inPlace || options.force));
+        NewPackage output(inPlace ? options.package : options.output, inPlace || options.force,
+                          progress);
         CompactTo(output, options, progress);
     });
 }
 
 void AddRepairCommands(CLI::App& app) {
     const auto [checkCommand, check] = AddPackageCommand(
-        app, "check", "Read all of a package and say what is wrong with it",
-        "A line for each fault; nothing, and exit status 0, when there is none. Works on files\n"
-        "that do not open. Bodies have no checksum: changed bytes in one are not seen.\n"
+        app, "check", "Read the entire package and report each fault",
+        "A line for each fault; no output, and exit status 0, if there is none. Works on files\n"
+        "that do not open. Bodies have no checksum: changed bytes in them go unnoticed.\n"
         "\n"
         "Examples:\n"
         "  hpk check letters.hpk\n"
@@ -221,9 +213,9 @@ void AddRepairCommands(CLI::App& app) {
     recover.AddQuiet(recoverCommand);
 
     const auto [compactCommand, compact] = AddPackageCommand(
-        app, "compact", "Write a package anew without its dead space",
-        "Same items, identity and state. The new file takes the package's place, or that of\n"
-        "OUT, once it has been read back and compared.\n"
+        app, "compact", "Rewrite a package without dead space",
+        "Items, identity and state stay the same. The new file is read back and compared\n"
+        "before it replaces the package, or OUT.\n"
         "\n"
         "Examples:\n"
         "  hpk compact letters.hpk\n"

@@ -9,14 +9,27 @@
 #include <tuple>
 
 #include "hpack/HpackFormat.h"
-#include "tools/common/Failures.h"
 #include "tools/common/KeyText.h"
 #include "tools/hpk/PackageFile.h"
 
 namespace vantry_tools {
 
-static unsigned char EntryType(const struct stat& status) {
-    return static_cast<unsigned char>(IFTODT(status.st_mode));
+static std::pair<dev_t, ino_t> Identity(const struct stat& status) {
+    return {status.st_dev, status.st_ino};
+}
+
+static struct stat StatusOf(int descriptor, const std::string& shown) {
+    struct stat status;
+    if (fstat(descriptor, &status) != 0) {
+        throw SystemError(errno, "cannot read", shown);
+    }
+    return status;
+}
+
+static void RequireRoomFor(std::uint64_t size, const std::string& shown) {
+    if (size > HpackFormat::maxStreamSize) {
+        throw ToolFailure("cannot pack " + shown + ": " + TooLarge());
+    }
 }
 
 void Sources::Collect(const std::vector<std::string>& paths, CTProgress& progress) {
@@ -24,69 +37,107 @@ void Sources::Collect(const std::vector<std::string>& paths, CTProgress& progres
     for (const std::string& path : paths) {
         struct stat status;
         if (stat(path.c_str(), &status) != 0) {
-            throw SystemFailure("cannot open", path, errno);
+            throw SystemError(errno, "cannot open", path);
         }
         if (S_ISDIR(status.st_mode)) {
-            Walk(path.back() == '/' ? path : path + '/', "", progress);
+            roots.push_back({path.back() == '/' ? path : path + '/', true, Identity(status)});
+            Walk("", progress);
+        } else if (S_ISREG(status.st_mode)) {
+            const auto size = static_cast<std::uint64_t>(status.st_size);
+            RequireRoomFor(size, path);
+            files.push_back({path.substr(path.rfind('/') + 1), path, size, roots.size()});
+            roots.push_back({path, false, {}});
         } else {
-            Take(path, path.substr(path.rfind('/') + 1), EntryType(status), progress);
+            Skip(path, "not a regular file");
         }
     }
     std::sort(files.begin(), files.end(), [](const Source& left, const Source& right) {
         return std::tie(left.key, left.path) < std::tie(right.key, right.path);
     });
     RejectDuplicates();
+    RequireRoomFor(TotalSize(), std::to_string(files.size()) + " files");
 }
 
-// `folder` and `keyPrefix` end with a slash, or are empty.
-void Sources::Walk(const std::string& folder, const std::string& keyPrefix,
-                   const CTProgress& progress) {
+std::uint64_t Sources::TotalSize() const {
+    std::uint64_t size = 0;
+    for (const Source& source : files) {
+        size += source.size;
+    }
+    return size;
+}
+
+// Opens a folder below a root. A folder that was exchanged since it was found is another's.
+int Sources::Enter(std::size_t root, const std::string& folder) {
+    const Root& from = roots[root];
+    if (entered != root) {
+        FileDescriptor opened(open(from.path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!opened) {
+            throw SystemError(errno, "cannot read", from.path);
+        }
+        if (Identity(StatusOf(opened.Get(), from.path)) != from.identity) {
+            throw ToolFailure("cannot read " + from.path + ": it was replaced meanwhile");
+        }
+        folders = ConfinedFolder(std::move(opened), ConfinedFolder::Missing::fail);
+        entered = root;
+    }
+    return folders.Enter(folder);
+}
+
+// `folder` is below the last root, and ends with a slash or is empty.
+void Sources::Walk(const std::string& folder, const CTProgress& progress) {
     StopIfInterrupted(progress);
+    const std::string shown = roots.back().path + folder;
     // Read to the end before going deeper, so that the depth does not use up open files.
-    std::vector<std::pair<std::string, unsigned char>> entries;
-    {
-        const std::unique_ptr<DIR, int (*)(DIR*)> opened(opendir(folder.c_str()), &closedir);
-        errno = opened ? 0 : errno;
-        while (const dirent* const entry = opened ? readdir(opened.get()) : nullptr) {
-            const std::string name = entry->d_name;
-            if (name != "." && name != "..") {
-                entries.emplace_back(name, entry->d_type);
-            }
+    std::vector<std::string> names;
+    try {
+        const int opened =
+            openat(Enter(roots.size() - 1, folder), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        const std::unique_ptr<DIR, int (*)(DIR*)> entries(fdopendir(opened), &closedir);
+        errno = entries ? 0 : errno;
+        while (const dirent* const entry = entries ? readdir(entries.get()) : nullptr) {
+            names.emplace_back(entry->d_name);
         }
         if (errno != 0) {
-            throw SystemFailure("cannot read", folder, errno);
+            throw SystemError(errno, "cannot read", shown);
         }
+    } catch (const RefusedPath& refusal) {
+        if (refusal.Number() != ELOOP) {
+            throw SystemError(refusal.Number(), "cannot read", shown);
+        }
+        Skip(shown, refusal.what());
     }
-    for (const auto& [name, type] : entries) {
-        Take(folder + name, keyPrefix + name, type, progress);
+    for (const std::string& name : names) {
+        if (name != "." && name != "..") {
+            Take(Enter(roots.size() - 1, folder), folder + name, progress);
+        }
     }
 }
 
-void Sources::Take(const std::string& path, std::string key, unsigned char type,
-                   const CTProgress& progress) {
-    if (type == DT_UNKNOWN) {
-        struct stat status;
-        if (lstat(path.c_str(), &status) != 0) {
-            throw SystemFailure("cannot open", path, errno);
-        }
-        type = EntryType(status);
+// @param folder the open one that has the entry
+// @param below the path below the last root
+void Sources::Take(int folder, const std::string& below, const CTProgress& progress) {
+    const std::string path = roots.back().path + below;
+    const std::string name = below.substr(below.rfind('/') + 1);
+    struct stat status;
+    if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        throw SystemError(errno, "cannot open", path);
     }
-    switch (type) {
-        case DT_REG:
-            files.push_back({std::move(key), path});
-            break;
-        case DT_DIR:
-            Walk(path + '/', key + '/', progress);
-            break;
-        case DT_LNK:
-            Skip(path, "a symbolic link");
-            break;
-        default:
-            Skip(path, "not a regular file");
+    if (S_ISDIR(status.st_mode)) {
+        Walk(below + '/', progress);
+    } else if (S_ISLNK(status.st_mode)) {
+        Skip(path, "a symbolic link");
+    } else if (!S_ISREG(status.st_mode)) {
+        Skip(path, "not a regular file");
+    } else if (AtomicFile::IsTemporaryName(name)) {
+        Skip(path, "a temporary file");
+    } else {
+        const auto size = static_cast<std::uint64_t>(status.st_size);
+        RequireRoomFor(size, path);
+        files.push_back({below, path, size, roots.size() - 1});
     }
 }
 
-void Sources::Skip(const std::string& path, const char* why) {
+void Sources::Skip(const std::string& path, const std::string& why) {
     skipped.push_back("skipped " + path + ": " + why);
 }
 
@@ -100,45 +151,66 @@ void Sources::RejectDuplicates() const {
     }
 }
 
-static std::pair<dev_t, ino_t> Identity(int descriptor) {
-    struct stat status;
-    if (fstat(descriptor, &status) != 0) {
-        return {};
-    }
-    return {status.st_dev, status.st_ino};
-}
-
 void Sources::Exclude(int descriptor) {
-    leftOut.push_back(Identity(descriptor));
+    excluded.push_back(Identity(StatusOf(descriptor, "the package")));
 }
 
-bool Sources::Read(const Source& source, SegBuf& body, const CTProgress& progress) {
-    const FileDescriptor file = OpenRegular(source.path, O_RDONLY);
-    const auto identity = Identity(file.Get());
-    if (std::find(leftOut.begin(), leftOut.end(), identity) != leftOut.end()) {
-        Skip(source.path, "the package itself");
-        return false;
+FileDescriptor Sources::Open(const Source& source) {
+    const Root& root = roots[source.root];
+    FileDescriptor file;
+    try {
+        if (root.isFolder) {
+            const std::string below = source.path.substr(root.path.size());
+            const std::size_t nameAt = below.rfind('/') + 1;
+            file = OpenRegularAt(Enter(source.root, below.substr(0, nameAt)), below.substr(nameAt),
+                                 O_RDONLY | O_NOFOLLOW, source.path);
+        } else {
+            file = OpenRegular(source.path, O_RDONLY);
+        }
+    } catch (const RefusedPath& refusal) {
+        if (refusal.Number() != ELOOP) {
+            throw SystemError(refusal.Number(), "cannot open", source.path);
+        }
+        Skip(source.path, refusal.what());
+        return FileDescriptor();
+    } catch (const SystemError& error) {
+        if (error.Number() != ELOOP) {
+            throw;
+        }
+        Skip(source.path, "a symbolic link");
+        return FileDescriptor();
     }
-    ReadBody(file.Get(), source.path, body, progress);
-    return true;
+    const auto identity = Identity(StatusOf(file.Get(), source.path));
+    if (std::find(excluded.begin(), excluded.end(), identity) != excluded.end()) {
+        Skip(source.path, "the package itself");
+        return FileDescriptor();
+    }
+    return file;
 }
 
-void ReadBody(int descriptor, const std::string& shown, SegBuf& body, const CTProgress& progress) {
-    constexpr unsigned int limit = HpackFormat::maxStreamSize;
+void RequireRoom(int descriptor, const std::string& shown) {
+    const struct stat status = StatusOf(descriptor, shown);
+    const off_t at = S_ISREG(status.st_mode) ? lseek(descriptor, 0, SEEK_CUR) : -1;
+    if (at >= 0 && status.st_size > at) {
+        RequireRoomFor(static_cast<std::uint64_t>(status.st_size - at), shown);
+    }
+}
+
+void ReadBody(int descriptor, const std::string& shown, SegBuf& body, CTProgress& progress) {
+    RequireRoom(descriptor, shown);
     unsigned int length = 0;
     for (std::size_t count = 1; count != 0; length += static_cast<unsigned int>(count)) {
         StopIfInterrupted(progress);
-        if (length > limit) {
-            throw ToolFailure("cannot pack " + shown + ": " + TooLarge());
-        }
+        RequireRoomFor(length, shown);
         body.size = length;
         body.Grow(length + 1);
-        // All of the last segment is there.
+        // All of the last segment can be filled.
         body.size = static_cast<unsigned int>(body.segments.size()) * SegBuf::segmentSize;
         char* where = nullptr;
         unsigned int room = 0;
         body.Locate(length, body.size, where, room);
         count = ReadSome(descriptor, where, room, shown);
+        Advance(progress, count);
     }
     body.size = length;
 }

@@ -2,55 +2,74 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "QtInclude/SegBuf.h"
-#include "tools/common/FileDescriptor.h"
 #include "tools/common/LongWork.h"
+#include "tools/hpk/ConfinedFolder.h"
 
 namespace vantry_tools {
 
 /// A file that becomes an item.
 struct Source {
     std::string key;
-    std::string path;
+    std::string path;    ///< as the user knows it
+    std::uint64_t size;  ///< when it was found
+    std::size_t root;    ///< of Sources::roots
 };
 
-/// The regular files that a command's paths name, in key order. A folder gives all files below it,
-/// with keys relative to it; a file gives its own name. Links are followed only where a path itself
-/// is one.
+/// The regular files that a command's paths name, in key order. A folder stands for all files below
+/// it, with keys relative to it; a file for itself, by its name. Only the paths themselves may be
+/// links. Below them no link is followed, not even one that appears while the files are read.
 class Sources {
 public:
-    /// @throws ToolFailure for what can not be read, and for two files with the same key
+    /// @throws SystemError for what cannot be read
+    /// @throws ToolFailure for two files with one key, and for files that no package can hold
     void Collect(const std::vector<std::string>& paths, CTProgress& progress);
 
-    /// A file that is not to be packed, though it may lie in a folder that is.
+    /// Leaves a file out that may be found all the same: the package itself.
     void Exclude(int descriptor);
 
     const std::vector<Source>& Files() const { return files; }
+    std::uint64_t TotalSize() const;
 
-    /// Reads a file into `body`, replacing it. @return false when the file is left out
-    bool Read(const Source& source, SegBuf& body, const CTProgress& progress);
+    /// Opens a file. @return no file if it is to be skipped, which has then been noted
+    FileDescriptor Open(const Source& source);
 
-    /// What was not packed, and why: a line each.
+    /// One line for each file that was not packed, with the reason.
     const std::vector<std::string>& Skipped() const { return skipped; }
 
 private:
-    void Walk(const std::string& folder, const std::string& keyPrefix, const CTProgress& progress);
-    void Take(const std::string& path, std::string key, unsigned char type,
-              const CTProgress& progress);
-    void Skip(const std::string& path, const char* why);
+    struct Root {
+        std::string path;
+        bool isFolder;
+        std::pair<dev_t, ino_t> identity;
+    };
+
+    void Walk(const std::string& folder, const CTProgress& progress);
+    void Take(int folder, const std::string& below, const CTProgress& progress);
+    int Enter(std::size_t root, const std::string& folder);
+    void Skip(const std::string& path, const std::string& why);
     void RejectDuplicates() const;
 
+    std::vector<Root> roots;
     std::vector<Source> files;
     std::vector<std::string> skipped;
-    std::vector<std::pair<dev_t, ino_t>> leftOut;
+    std::vector<std::pair<dev_t, ino_t>> excluded;
+    ConfinedFolder folders;  // of one root
+    std::size_t entered = SIZE_MAX;
 };
 
-/// Reads everything that comes from `descriptor` into `body`, replacing it.
-/// @throws ToolFailure that names `shown`, also for what is too large for any package
-void ReadBody(int descriptor, const std::string& shown, SegBuf& body, const CTProgress& progress);
+/// Refuses a file that is too large for any package, before it is read.
+/// @throws ToolFailure that names `shown`
+void RequireRoom(int descriptor, const std::string& shown);
+
+/// Reads up to the end of the file into `body`, replacing it.
+/// @throws ToolFailure that names `shown` once there is more than any package can hold
+void ReadBody(int descriptor, const std::string& shown, SegBuf& body, CTProgress& progress);
 
 }  // namespace vantry_tools

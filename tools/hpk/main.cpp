@@ -14,10 +14,10 @@ static std::vector<std::string> ShownKeys(const std::vector<std::string>& words)
 }
 
 int main(int argc, char** argv) {
-    CLI::App app("Works with packages: files that hold named items.", "hpk");
+    CLI::App app("Works with packages: files of named items.", "hpk");
     app.require_subcommand(1);
     app.footer(
-        "Keys are any bytes. One that is not printable is shown, and may be given, in quotes:\n"
+        "Keys are any bytes. Keys that are not printable are shown, and entered, in quotes:\n"
         "  hpk get a.hpk '\"line\\nend\"'\n"
         "\n"
         "Examples:\n"
@@ -26,7 +26,7 @@ int main(int argc, char** argv) {
         "  hpk get a.hpk linux/types.h\n"
         "  hpk create --help\n"
         "\n"
-        "Exit status: 0 done, 1 the operation failed, 2 the command line makes no sense.");
+        "Exit status: 0 success, 1 failure, 2 usage error.");
     AddPackCommands(app);
     AddListCommands(app);
     AddInfoCommands(app);

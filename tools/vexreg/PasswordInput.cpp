@@ -9,6 +9,7 @@
 
 #include "basekit/qtEncryptor.h"
 #include "tools/common/Failures.h"
+#include "tools/common/System.h"
 
 namespace vantry_tools {
 
@@ -85,7 +86,7 @@ static void Append(qtString& text, char byte) {
 static bool ReadByte(char& byte) {
     const ssize_t count = read(STDIN_FILENO, &byte, 1);
     if (count < 0) {
-        throw SystemFailure("cannot read", "standard input", errno);
+        throw SystemError(errno, "cannot read", "standard input");
     }
     return count == 1;
 }

@@ -8,15 +8,12 @@
 
 #include "VexUnix/VexRegistryUnix.h"
 #include "basekit/files.h"
-#include "system/AtomicFile.h"
 #include "tools/common/Failures.h"
 #include "tools/common/KeyText.h"
 #include "tools/common/PrintableText.h"
+#include "tools/common/System.h"
 
 namespace vantry_tools {
-
-using vantry_internal::AtomicFile;
-using vantry_internal::FileDescriptor;
 
 void OpenExisting(UnixRegistry& store, bool readWrite) {
     // Opening for reading creates nothing.
@@ -112,7 +109,7 @@ static void PrintAll(const std::function<void()>& print, const std::string& show
     errno = 0;
     print();
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        throw SystemFailure("cannot write", shown, errno != 0 ? errno : EIO);
+        throw SystemError(errno != 0 ? errno : EIO, "cannot write", shown);
     }
 }
 
@@ -132,7 +129,7 @@ void PrintTo(const std::string& file, const std::function<void()>& print, unsign
 std::string ReadAll(const std::string& file) {
     qtString content;
     if (const int error = qtStringRead(content, file == "-" ? "/dev/stdin" : file)) {
-        throw SystemFailure("cannot read", file, -error);
+        throw SystemError(-error, "cannot read", file);
     }
     return std::move(content);
 }

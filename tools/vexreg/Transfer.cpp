@@ -11,15 +11,13 @@
 #include <system_error>
 
 #include "VexUnix/VexRegistryUnix.h"
-#include "system/FileDescriptor.h"
 #include "tools/common/Failures.h"
 #include "tools/common/KeyText.h"
+#include "tools/common/System.h"
 #include "tools/vexreg/Commands.h"
 #include "tools/vexreg/Records.h"
 
 namespace vantry_tools {
-
-using vantry_internal::FileDescriptor;
 
 namespace {
 
@@ -44,7 +42,7 @@ public:
         const FileDescriptor end(ends[0]);
         lifeline = FileDescriptor(ends[1]);
         if (!made) {
-            throw SystemFailure("cannot create", path, error);
+            throw SystemError(error, "cannot create", path);
         }
         remover = fork();
         if (remover == 0) {
