@@ -11,7 +11,6 @@
 #include <system_error>
 
 #include "VexUnix/VexRegistryUnix.h"
-#include "tools/common/Failures.h"
 #include "tools/common/KeyText.h"
 #include "tools/common/System.h"
 #include "tools/vexreg/Commands.h"
