@@ -10,12 +10,13 @@ namespace HpackErrors {
 /// What qtX<Hpack>::Number() is.
 enum Number : int {
     noIndex = 0,          ///< opening for update what has no index; argument: stream
-    indexUnreadable = 1,  ///< the index can not be read; argument: stream
+    indexUnreadable = 1,  ///< the index cannot be read; argument: stream
     mode = 2,             ///< an open mode other than 'r', 'w', 'u'; no argument
     format = 3,           ///< not a package; argument: stream
     key = 4,              ///< an item that is missing or damaged; arguments: stream, key
     notUpdating = 5,      ///< the package is not open in mode 'u'; argument: stream
     oldFormat = 6,        ///< an old header has no room for it; argument: stream
+    shard = 7,            ///< a set of shards is incomplete or mixed; argument: file
 };
 
 /// Number 0.
@@ -38,5 +39,11 @@ inline constexpr const char* notOpenForUpdate = "File is not open in update mode
 inline constexpr const char* oldFormatID = "Old file format - ID cannot be set";
 /// Number 6.
 inline constexpr const char* oldFormatState = "Old file format - state cannot be set";
+/// Number 7; the set's name or pattern follows.
+inline constexpr const char* noShards = "No shards: ";
+/// Number 7; the file's name follows.
+inline constexpr const char* missingShard = "Missing shard: ";
+/// Number 7; the file's name follows: it belongs to another set or has another number.
+inline constexpr const char* foreignShard = "Foreign shard: ";
 
 }  // namespace HpackErrors

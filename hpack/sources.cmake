@@ -10,6 +10,7 @@ vantry_sources(
         HpackIndex.cpp
         HpackRecover.cpp
         HpackUpdate.cpp
+        HpackShards.cpp
         HpackView.cpp
         IndexSearch.cpp
         KeySlots.cpp
@@ -32,6 +33,7 @@ vantry_sources(
         HpackFormat.h
         HpackRecover.h
         HpackUpdate.h
+        HpackShards.h
         HpackView.h
         qtPackDiet.h
         qtPtrLight.h)
