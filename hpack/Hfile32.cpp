@@ -27,7 +27,7 @@ constexpr std::int64_t nothingFetched = -1;
 
 // The open file and its two buffers. Where the system fails, functions return false or a smaller
 // count; Hfile32 knows which error that is.
-class Hfile32::Impl {
+class VANTRY_LOCAL Hfile32::Impl {
 public:
     ~Impl() { Close(); }
 

@@ -70,7 +70,7 @@ public:
     void Close() override;
 
 private:
-    class Impl;
+    class VANTRY_LOCAL Impl;
 
     [[noreturn]] VANTRY_LOCAL void FailNamed(HioErrors::Number number, const char* text) const;
 

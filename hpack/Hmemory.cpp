@@ -7,7 +7,7 @@
 static constexpr std::uint64_t maxSize = UINT32_MAX;
 static constexpr std::uint64_t firstGrowth = 2000;
 
-struct Hmemory::Impl {
+struct VANTRY_LOCAL Hmemory::Impl {
     bool readOnly = true;
     qtBuffer* buffer = nullptr;
     unsigned int position = 0;

@@ -55,7 +55,7 @@ public:
     void Close() override;
 
 private:
-    struct Impl;
+    struct VANTRY_LOCAL Impl;
 
     VANTRY_LOCAL void Trim();
 
