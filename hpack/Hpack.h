@@ -267,7 +267,7 @@ public:
     /// @}
 
 private:
-    friend class HpackItemWriter;
+    friend class vantry_internal::PackageCore;
 
     VANTRY_LOCAL vantry_internal::PackageCore& Core() const;
 

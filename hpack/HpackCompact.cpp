@@ -1,12 +1,14 @@
 #include "hpack/HpackCompact.h"
 
 #include <algorithm>
-#include <cstring>
+#include <string_view>
 #include <tuple>
 #include <utility>
 #include <vector>
 
-#include "hpack/HpackFormat.h"
+#include "hpack/PackageCore.h"
+
+using namespace vantry_internal;
 
 namespace {
 
@@ -57,39 +59,74 @@ static std::vector<qtString> Keys(Hpack& package, HpackOrder order) {
     return keys;
 }
 
-// A larger buffer would keep its size.
-static void Read(Hpack& package, const qtString& key, SegBuf& body) {
-    body.size = 0;
-    package.GetItem(key, body);
-}
-
-void HpackCompact(Hpack& source, Hpack& target, HpackOrder order, const HpackStep& step) {
-    const std::vector<qtString> keys = Keys(source, order);
-    SetIdentity(target, Identity(source));
-    SegBuf body;
+// Calls step() before each item, then work(key), until that returns false. @return whether it did
+// not
+template <class Work>
+static bool ForEachItem(const std::vector<qtString>& keys, const HpackStep& step, Work work) {
     for (std::size_t i = 0; i < keys.size(); ++i) {
         if (step) {
             step(i, keys.size());
         }
-        Read(source, keys[i], body);
-        target.AddAtOffset(keys[i], body, 0);
-    }
-}
-
-static bool SameBytes(const SegBuf& left, const SegBuf& right) {
-    if (left.size != right.size) {
-        return false;
-    }
-    for (unsigned int at = 0, run = 0; at < left.size; at += run) {
-        char* a = nullptr;
-        char* b = nullptr;
-        left.Locate(at, left.size, a, run);
-        right.Locate(at, right.size, b, run);
-        if (std::memcmp(a, b, run) != 0) {
+        if (!work(keys[i])) {
             return false;
         }
     }
     return true;
+}
+
+namespace {
+
+// Reads the body of one item after the other in pieces.
+class BodyReader {
+public:
+    explicit BodyReader(Hpack& package) : core(PackageCore::Of(package)), piece(pieceSize) {}
+
+    // @return the length of the body. @throws as Hpack::GetItem(), also if the body is cut
+    std::uint32_t Find(const qtString& key) {
+        record = core.FindBody(key);
+        if (!core.Holds(record.End())) {
+            core.FailRead();
+        }
+        done = 0;
+        return record.bodyLength;
+    }
+
+    // @return the next piece, an empty one at the end
+    std::string_view Next() {
+        const auto count = std::min<std::uint32_t>(record.bodyLength - done, pieceSize);
+        core.SeekTo(record.BodyAt() + done);
+        core.Read(piece.data(), count);
+        done += count;
+        return {piece.data(), count};
+    }
+
+private:
+    static constexpr std::uint32_t pieceSize = 262144;
+
+    PackageCore& core;
+    std::vector<char> piece;
+    HpackRecord record;
+    std::uint32_t done = 0;
+};
+
+}  // namespace
+
+void HpackCompact(Hpack& source, Hpack& target, HpackOrder order, const HpackStep& step) {
+    const std::vector<qtString> keys = Keys(source, order);
+    SetIdentity(target, Identity(source));
+    PackageCore& written = PackageCore::Of(target);
+    BodyReader body(source);
+    ForEachItem(keys, step, [&](const qtString& key) {
+        const std::uint32_t length = body.Find(key);
+        written.WriteRecord({key, length, 0}, [&] {
+            for (std::uint64_t left = length; left != 0;) {
+                const std::string_view piece = body.Next();
+                written.Write(piece.data(), piece.size());
+                left -= piece.size();
+            }
+        });
+        return true;
+    });
 }
 
 bool HpackSame(Hpack& left, Hpack& right, const HpackStep& step) {
@@ -97,17 +134,20 @@ bool HpackSame(Hpack& left, Hpack& right, const HpackStep& step) {
     if (!(Identity(left) == Identity(right)) || keys != Keys(right, HpackOrder::key)) {
         return false;
     }
-    SegBuf a;
-    SegBuf b;
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-        if (step) {
-            step(i, keys.size());
-        }
-        Read(left, keys[i], a);
-        Read(right, keys[i], b);
-        if (!SameBytes(a, b)) {
+    BodyReader a(left);
+    BodyReader b(right);
+    return ForEachItem(keys, step, [&](const qtString& key) {
+        const std::uint32_t length = a.Find(key);
+        if (b.Find(key) != length) {
             return false;
         }
-    }
-    return true;
+        for (std::uint64_t compared = 0; compared < length;) {
+            const std::string_view piece = a.Next();
+            if (b.Next() != piece) {
+                return false;
+            }
+            compared += piece.size();
+        }
+        return true;
+    });
 }

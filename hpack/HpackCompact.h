@@ -12,14 +12,14 @@
 /// The order of the records in a package.
 enum class HpackOrder {
     key,     ///< as the keys ascend
-    offset,  ///< as they lay in the source
+    offset,  ///< as their records lie in the source
 };
 
-/// Called before each item, with its number, from 0, and how many there are. It may throw to end
-/// the work.
+/// Called before each item with its number, from 0, and the number of items. It may throw to end
+/// the work; what it throws is passed on.
 using HpackStep = std::function<void(std::size_t item, std::size_t count)>;
 
-/// Copies items, identity and state, and nothing else: no dead space.
+/// Copies items, identity and state, but no dead space.
 ///
 ///     Hpack source, target;
 ///     source.Open("letters.hpk", 'r');
@@ -29,16 +29,20 @@ using HpackStep = std::function<void(std::size_t item, std::size_t count)>;
 ///     target.Open("letters.new", 'r');
 ///     HpackSame(source, target);        // read back; then sync, and rename over the old one
 ///
-/// An old header becomes an old header again; 8 bytes behind it are then dead. One body at a time
-/// is in memory.
+/// An old header becomes an old header again; the 8 bytes after it are then dead. Bodies are copied
+/// in pieces: apart from the keys, memory use does not depend on the package.
 ///
 /// @param source open in mode 'r' or 'u'; it is only read
 /// @param target open in mode 'w', empty; the caller closes it
-/// @throws what reading the source and writing the target throw; the target is then to be dropped
+/// @param order of the records in the target
+/// @param step called before each item, if it is not empty
+/// @throws what reading the source and writing the target throw; the caller then discards the
+///         target
 VANTRY_EXPORT void HpackCompact(Hpack& source, Hpack& target, HpackOrder order = HpackOrder::key,
                                 const HpackStep& step = {});
 
 /// Whether two packages, open in mode 'r' or 'u', have the same items, byte for byte, the same kind
-/// of header, identity and state. Where records lie makes no difference.
+/// of header, identity and state. The offsets of records make no difference.
+/// @param step called before each item, if it is not empty
 /// @throws what reading an item throws
 VANTRY_EXPORT bool HpackSame(Hpack& left, Hpack& right, const HpackStep& step = {});

@@ -123,40 +123,74 @@ void PackageCore::Read(char* data, std::size_t count) {
 }
 
 std::uint64_t PackageCore::BeginRecord(const NewRecord& record) {
-    const std::uint64_t size = RecordHeadSize(record.key.size()) + record.bodyLength;
-    std::uint64_t at = record.offset;
-    if (at == 0) {
-        at = Size();
-        // A save that failed may have reserved what the record is to fill; the index then moves.
-        const bool takesReservation =
-            at >= header.indexOffset && at - header.indexOffset < indexSpace;
-        RequireRoom(record, at + size, takesReservation);
-        if (takesReservation) {
-            indexSpace = 0;
-        }
-    } else {
-        // With a new key the index grows and may have to move to the end.
-        const std::uint64_t end = index.Find(record.key) ? 0 : Size();
-        RequireRoom(record, std::max(end, at + size), false);
-        SeekTo(at);
-        if (at < headerSize || (at < savedAt + savedSize && at + size > savedAt)) {
-            savedAt = 0;
-        }
-    }
-    recordHead.resize(RecordHeadSize(record.key.size()));
-    EncodeRecordHead(record.key, static_cast<std::uint32_t>(record.bodyLength), recordHead.data());
-    Write(recordHead.data(), recordHead.size());
+    const std::uint64_t at = PositionForRecord(record);
+    WriteHead(record);
     return at;
 }
 
 void PackageCore::EndRecord(const NewRecord& record, std::uint64_t at) {
-    const std::uint64_t end = at + RecordHeadSize(record.key.size()) + record.bodyLength;
-    if (io.stream->Tell() != end) {
-        RefuseWrite();  // the stream has dropped it
+    RequireWrittenTo(at + RecordHeadSize(record.key.size()) + record.bodyLength);
+    EnterRecord(record, at);
+}
+
+// A head without the marker: whoever looks for records finds none until it is complete.
+std::uint64_t PackageCore::ReserveRecord(const NewRecord& record) {
+    const std::uint64_t at = PositionForRecord(record);
+    recordHead.assign(RecordHeadSize(record.key.size()), '\0');
+    Write(recordHead.data(), recordHead.size());
+    RequireWrittenTo(at + recordHead.size());
+    return at;
+}
+
+void PackageCore::CompleteRecord(const NewRecord& record, std::uint64_t at) {
+    index.Prepare(record.key);
+    SeekTo(at);
+    WriteHead(record);
+    RequireWrittenTo(at + RecordHeadSize(record.key.size()));
+    EnterRecord(record, at);
+}
+
+// Makes sure that the record has room. @return its offset, where the stream then stands
+std::uint64_t PackageCore::PositionForRecord(const NewRecord& record) {
+    const std::uint64_t size = RecordHeadSize(record.key.size()) + record.bodyLength;
+    const std::uint64_t at = record.offset;
+    if (at == 0) {
+        const std::uint64_t end = Size();
+        // A save that failed may have reserved what the record is to fill; the index then moves.
+        const bool takesReservation =
+            end >= header.indexOffset && end - header.indexOffset < indexSpace;
+        RequireRoom(record, end + size, takesReservation);
+        if (takesReservation) {
+            indexSpace = 0;
+        }
+        return end;
     }
+    // With a new key the index grows and may have to move to the end.
+    const std::uint64_t end = index.Find(record.key) ? 0 : Size();
+    RequireRoom(record, std::max(end, at + size), false);
+    SeekTo(at);
+    if (at < headerSize || (at < savedAt + savedSize && at + size > savedAt)) {
+        savedAt = 0;
+    }
+    return at;
+}
+
+void PackageCore::WriteHead(const NewRecord& record) {
+    recordHead.resize(RecordHeadSize(record.key.size()));
+    EncodeRecordHead(record.key, static_cast<std::uint32_t>(record.bodyLength), recordHead.data());
+    Write(recordHead.data(), recordHead.size());
+}
+
+void PackageCore::EnterRecord(const NewRecord& record, std::uint64_t at) {
     index.Set(record.key, static_cast<std::uint32_t>(at));
     modified = true;
-    knownSize = std::max(knownSize, end);
+    knownSize = std::max(knownSize, at + RecordHeadSize(record.key.size()) + record.bodyLength);
+}
+
+void PackageCore::RequireWrittenTo(std::uint64_t end) const {
+    if (io.stream->Tell() != end) {
+        RefuseWrite();
+    }
 }
 
 void PackageCore::RequireRoom(const NewRecord& record, std::uint64_t end, bool reservationLost) {
@@ -230,9 +264,7 @@ void PackageCore::WriteIndexAt(std::uint64_t at) {
     EncodeBlockStart({IndexMagic, index.Count()}, start);
     Write(start, sizeof start);
     index.Write(*io.stream);
-    if (io.stream->Tell() != at + IndexSize()) {
-        RefuseWrite();  // the stream has dropped it
-    }
+    RequireWrittenTo(at + IndexSize());
     // Last of all, so that the header never leads to an incomplete block. Positioning makes a file
     // stream write out what it has buffered: before the header, and the header itself.
     SeekTo(indexOffsetAt);

@@ -8,6 +8,7 @@
 #include "basekit/qtPtr.h"
 #include "basekit/qtString.h"
 #include "hpack/Hio.h"
+#include "hpack/Hpack.h"
 #include "hpack/HpackCodec.h"
 #include "hpack/HpackErrors.h"
 #include "hpack/HpackIndex.h"
@@ -18,6 +19,8 @@ namespace vantry_internal {
 /// record, writing one, saving the index. Their contracts are those of hpack/Hpack.h.
 class PackageCore {
 public:
+    static PackageCore& Of(const Hpack& package) { return package.Core(); }
+
     /// Closed, on a closed stream: every operation then fails as the stream does.
     PackageCore();
 
@@ -74,6 +77,12 @@ public:
     std::uint64_t BeginRecord(const NewRecord& record);
     /// Enters the key, once the record is complete.
     void EndRecord(const NewRecord& record, std::uint64_t at);
+    /// Appends the room for a head, without marking a record there. @return its offset
+    std::uint64_t ReserveRecord(const NewRecord& record);
+    /// Writes the head into that room, once the body is complete, and enters the key.
+    void CompleteRecord(const NewRecord& record, std::uint64_t at);
+    /// Refuses what the stream has not written up to `end`: it drops writes.
+    void RequireWrittenTo(std::uint64_t end) const;
     /// Refuses a record that ends at `end` if the index then does not fit below the last offset.
     /// @param reservationLost the index may no longer go where it was reserved
     void RequireRoom(const NewRecord& record, std::uint64_t end, bool reservationLost);
@@ -129,6 +138,9 @@ public:
     qtPtr<qtBuffer> sharedBuffer;
 
 private:
+    std::uint64_t PositionForRecord(const NewRecord& record);
+    void EnterRecord(const NewRecord& record, std::uint64_t at);
+    void WriteHead(const NewRecord& record);
     bool IsIndexSaved();
     bool SaveMovesIndex() const;
     [[noreturn]] void FailAsStream(HioErrors::Number number, const char* ofBuffer,

@@ -8,6 +8,7 @@ vantry_sources(
         HpackCheck.cpp
         HpackCompact.cpp
         HpackIndex.cpp
+        HpackItemWriter.cpp
         HpackRecover.cpp
         HpackUpdate.cpp
         HpackShards.cpp
@@ -31,6 +32,7 @@ vantry_sources(
         HpackCompact.h
         HpackErrors.h
         HpackFormat.h
+        HpackItemWriter.h
         HpackRecover.h
         HpackUpdate.h
         HpackShards.h
