@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "QtInclude/Poly_Hash.h"
-#include "Vantry/VantryVersion.h"
 #include "lpstring/LpString.h"
 #include "lpstring/LpStringHash.h"
 #include "python/Convert.h"
@@ -83,9 +82,5 @@ PYBIND11_MODULE(_vantry, module) {
             py::arg("data"), "The hash of bytes.");
     module.def("tokenize", &Tokens, tokenizeText, py::arg("text"),
                py::arg("separators") = py::none());
-    module.def("version", [] {
-        char text[11];
-        GetVantryVersion(text);
-        return std::string(text);
-    });
+    module.attr("version") = VANTRY_VERSION;
 }

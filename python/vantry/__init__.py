@@ -21,7 +21,12 @@ object wait for each other, and other threads run during long ones.
 
 from typing import List
 
-from . import _vantry
+from .mismatch import explain as _explain
+
+try:
+    from . import _vantry
+except ImportError as error:
+    raise _explain(error) from None
 from ._vantry import PolyHash, decrypt, encrypt, tokenize
 from .errors import (BusyError, EncryptionError, Error, ForbiddenError, HashError, MissingFileError,
                      MissingKeyError, PackageError, RegistryError, StreamError)
@@ -37,7 +42,7 @@ __all__ = ["Buffer", "BusyError", "EncryptionError", "Error", "Fault", "Forbidde
            "PackageError", "PolyHash", "Range", "Recovery", "Registry", "RegistryError", "Shards",
            "StreamError", "Text", "check", "compact", "create_shards", "decrypt", "encrypt", "open",
            "open_shards", "recover", "shard_name", "shard_of", "text", "tokenize"]
-__version__ = _vantry.version()
+__version__ = _vantry.version
 
 
 def __dir__() -> List[str]:

@@ -1,4 +1,5 @@
-"""Tests of the Python module; the argument names a class of tests, or `doctests`, or `types`."""
+"""Tests of the Python module; the argument names a class of tests, or `doctests`, `pages`
+or `types`."""
 
 import array
 import concurrent.futures
@@ -7,6 +8,7 @@ import errno
 import fcntl
 import http.server
 import importlib
+import importlib.metadata
 import importlib.util
 import io
 import mmap
@@ -15,6 +17,7 @@ import os
 import pathlib
 import pickle
 import random
+import re
 import shutil
 import signal
 import subprocess
@@ -30,6 +33,8 @@ import vantry
 import vantry.errors
 import vantry.places
 import vantry.repair
+
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 
 
 class Packages(unittest.TestCase):
@@ -223,7 +228,7 @@ class Packages(unittest.TestCase):
         error = self.fails(vantry.StreamError, 0, vantry.open, ".", "w")
         self.assertEqual(error.errno, errno.EISDIR)
         package = vantry.open("/dev/full", "w")
-        self.assertEqual(self.fails(vantry.StreamError, 4, package.close).errno, errno.ENOSPC)
+        self.assertEqual(self.fails(vantry.StreamError, 2, package.close).errno, errno.ENOSPC)
         package.discard()
         pathlib.Path("cut.hpk").write_bytes(b"J[lf\0\0")
         self.assertIsNone(self.fails(vantry.StreamError, 3, vantry.open, "cut.hpk").errno)
@@ -429,6 +434,21 @@ class Packages(unittest.TestCase):
 
     def test_names_that_are_offered(self):
         self.assertEqual({name for name in dir(vantry) if name[0] != "_"}, set(vantry.__all__))
+
+    def test_installation(self):
+        self.assertEqual(importlib.metadata.version("vantry"), vantry.__version__)
+        shutil.copytree(os.path.dirname(vantry.__file__), "other/vantry",
+                        ignore_dangling_symlinks=True)
+        extension = next(pathlib.Path("other/vantry").glob("_vantry.*.so"))
+        program = [sys.executable, "-c", "import vantry"]
+        for name, text in (("_vantry.cpython-27-any.so", b"vantry is built for Python 2.7; this is"),
+                           (extension.name, b"file too short")):
+            extension.unlink()
+            extension = extension.with_name(name)
+            extension.touch()
+            run = subprocess.run(program, env=dict(os.environ, PYTHONPATH="other"),
+                                 stderr=subprocess.PIPE)
+            self.assertIn(text, run.stderr)
 
     def test_hash_and_tokens(self):
         hash = vantry.PolyHash()
@@ -788,6 +808,35 @@ def doctests():
     return int(any(result.failed for result in results) or bool(unused + silent))
 
 
+def pages():
+    """The guide's snippets."""
+    page = os.path.join(ROOT, "doc", "coming-from.md")
+    result = doctest.testfile(page, module_relative=False, parser=PageParser())
+    return int(result.failed > 0 or result.attempted < 20)
+
+
+class PageParser(doctest.DocTestParser):
+    """Only the blocks of Python: the text between them is no expected output."""
+
+    def parse(self, text, name="<page>"):
+        return super().parse("\n".join(re.findall(r"```python\n(.*?)```", text, re.DOTALL)), name)
+
+
+class Examples(unittest.TestCase):
+    def test_programs(self):
+        for name, needed, printed in (
+                ("zarr_store", "zarr", "(1000, 1000) 1050000 101\n"),
+                ("map_dataset", "vantry", "1000 sample/0007 450000\n"),
+                ("package_files", "fsspec",
+                 "['en/farewell', 'en/greeting'] ['de/greeting', 'en/greeting']\nHallo b'ye'\n")):
+            if not importlib.util.find_spec(needed):
+                print(f"{name} is skipped: python3-{needed} is not installed")
+                continue
+            program = os.path.join(ROOT, "examples", name + ".py")
+            run = subprocess.run([sys.executable, program], stdout=subprocess.PIPE, text=True)
+            self.assertEqual((run.stdout, run.returncode), (printed, 0))
+
+
 RIGHT_AND_WRONG = """
 from typing import MutableMapping
 import io
@@ -854,6 +903,6 @@ if __name__ == "__main__":
     with tempfile.TemporaryDirectory() as folder:
         os.chdir(folder)
         os.environ["BASEKIT_REGISTRY"] = os.path.join(folder, "registry")
-        if sys.argv[1] in ("doctests", "types"):
+        if sys.argv[1] in ("doctests", "pages", "types"):
             sys.exit(globals()[sys.argv[1]]())
         unittest.main(argv=sys.argv[:1] + sys.argv[1:])
