@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <typeinfo>
 #include <vector>
 
@@ -63,6 +64,9 @@ public:
 
     /// The name that the platform's run-time type information gives `T`: "5Hpack", "6HioErr".
     const char* BaseString() const override { return typeid(T).name(); }
+    qtString ErrorString() const override {
+        return this->ErrorLine("number " + std::to_string(number));
+    }
 
     /// What went wrong, by the numbers of the family.
     int Number() const { return number; }

@@ -1,5 +1,9 @@
 #include "basekit/qtxAll.h"
 
+#include <algorithm>
+#include <cstring>
+#include <system_error>
+
 qtxAll::qtxAll(unsigned long code, const char* text, unsigned long level)
     : errorCode(static_cast<std::uint32_t>(code)),
       errorLevel(static_cast<std::uint32_t>(level)),
@@ -41,22 +45,35 @@ const char* qtxAll::LevelString() const {
 }
 
 qtString qtxAll::ErrorString() const {
-    qtString line(BaseString());
+    return ErrorLine("");
+}
+
+// Run-time type information puts the length before a name: "5Hpack".
+static const char* WithoutLength(const char* name) {
+    const char* const start = name + std::strspn(name, "0123456789");
+    return *start == '\0' ? name : start;
+}
+
+qtString qtxAll::ErrorLine(const qtString& identity) const {
+    qtString line(WithoutLength(BaseString()));
     line += ": ";
     line += LevelString();
-    line += " (code " + std::to_string(errorCode) + ", level " + std::to_string(errorLevel) + ")";
-    const char* const text = SpecificString();
-    if (*text != '\0') {
-        line += ": ";
-        line += text;
+    line += " (" + identity + (identity.empty() ? "" : ", ") + "code " + std::to_string(errorCode) +
+            ", level " + std::to_string(errorLevel) + ")";
+    // Texts may end in a line feed, and file names may have one inside.
+    qtString text(SpecificString());
+    text.TrimWhiteSpace();
+    if (!text.empty()) {
+        line += ": " + text;
+    }
+    if (systemNumber != 0) {
+        line += ": " + std::generic_category().message(systemNumber);
     }
     if (!fileName.empty()) {
         line += " [" + fileName + ":" + std::to_string(fileLine) + "]";
     }
-    // Texts may end in a line feed or hold a file name that has one; this is one line.
-    for (std::size_t at; (at = line.find_first_of("\r\n")) != qtString::npos;) {
-        line.replace(at, 1, at + 1 == line.size() ? "" : " ");
-    }
+    std::replace_if(
+        line.begin(), line.end(), [](char byte) { return byte == '\r' || byte == '\n'; }, ' ');
     return line;
 }
 

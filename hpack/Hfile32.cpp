@@ -44,6 +44,8 @@ public:
 
     bool readOnly = true;
     bool writeFailed = false;
+    // The error number of the system call that made the last operation fail; 0 if there is none.
+    mutable int failure = 0;
 
 private:
     bool Flush();
@@ -74,8 +76,10 @@ bool Hfile32::Impl::Open(const char* path, char mode) {
     const int flags = mode == 'r' ? O_RDONLY : mode == 'u' ? O_RDWR : O_WRONLY | O_CREAT | O_TRUNC;
     descriptor = open(path, flags | O_CLOEXEC, 0666);
     if (descriptor < 0) {
+        failure = errno;
         return false;
     }
+    failure = 0;
     seekable = lseek(descriptor, 0, SEEK_CUR) >= 0;
     readOnly = mode == 'r';
     position = 0;
@@ -91,6 +95,9 @@ bool Hfile32::Impl::Close() {
     }
     const bool flushed = Flush();
     const bool closed = close(std::exchange(descriptor, -1)) == 0;
+    if (!closed && flushed) {
+        failure = errno;
+    }
     readOnly = true;
     pending = 0;
     writeBuffer.reset();
@@ -113,6 +120,9 @@ bool Hfile32::Impl::MoveTo(std::int64_t offset) {
 bool Hfile32::Impl::MoveToEnd() {
     if (!atEnd) {
         const off_t end = Flush() ? lseek(descriptor, 0, SEEK_END) : -1;
+        if (end < 0 && pending == 0) {
+            failure = errno;
+        }
         if (end < 0 || end > std::int64_t{UINT32_MAX}) {
             return false;
         }
@@ -178,6 +188,7 @@ std::size_t Hfile32::Impl::WriteAt(const char* data, std::size_t count, std::int
         if (length > 0) {
             done += static_cast<std::size_t>(length);
         } else if (length == 0 || errno != EINTR) {
+            failure = length == 0 ? 0 : errno;
             break;
         }
     }
@@ -253,6 +264,7 @@ std::size_t Hfile32::Impl::ReadAt(char* data, std::size_t count) const {
         length =
             seekable ? pread(descriptor, data, count, position) : read(descriptor, data, count);
     } while (length < 0 && errno == EINTR);
+    failure = length < 0 ? errno : 0;
     return static_cast<std::size_t>(std::max<ssize_t>(length, 0));
 }
 
@@ -338,5 +350,7 @@ void Hfile32::Close() {
 }
 
 void Hfile32::FailNamed(HioErrors::Number number, const char* text) const {
-    Fail(number, (text + name).c_str());
+    qtX<HioErr> error((text + name).c_str(), number, name);
+    error.SystemNumber(std::exchange(impl->failure, 0));
+    throw error;
 }

@@ -334,6 +334,47 @@ TEST_F(UnixRegistryTest, NothingInPlaceOfTheDatabaseStopsTheProgram) {
     }
 }
 
+// A database as ndbm makes it has no checksums: whatever its first page says is believed.
+TEST_F(UnixRegistryTest, RandomFirstPagesStopNoProgram) {
+    fs::create_directories(database.parent_path());
+    DBM* const dbm =
+        dbm_open(fs::path(database).replace_extension().c_str(), O_RDWR | O_CREAT, 0600);
+    for (int i = 0; i < 300; ++i) {
+        std::string text = std::to_string(i);
+        const datum key{text.data(), static_cast<int>(text.size())};
+        ASSERT_EQ(dbm_store(dbm, key, key, DBM_REPLACE), 0);
+    }
+    dbm_close(dbm);
+    const std::string good = FileBytes(database);
+    const int rounds = Rounds("VANTRY_DAMAGE_ROUNDS", 10);
+    for (int round = 0; round < rounds; ++round) {
+        const int status = End(Start([&] {
+            std::mt19937 random(static_cast<unsigned>(round));
+            for (int i = 0; i < 20; ++i) {
+                alarm(20);
+                std::string bad = good;
+                for (auto edits = 1 + random() % 3; edits != 0; --edits) {
+                    const std::uint32_t values[] = {
+                        0, 1, 2, 0x7fffffff, 0xffffffff, static_cast<std::uint32_t>(random())};
+                    const std::size_t at = random() % 2 == 0 ? random() % 512 : 8 + random() % 120;
+                    const std::size_t count = random() % 2 == 0 ? 1 : 4;
+                    bad.replace(at, count, reinterpret_cast<const char*>(&values[random() % 6]),
+                                count);
+                }
+                bad.resize(good.size());
+                WriteFile(database, bad);
+                UnixRegistry store;
+                if (store.Open(true) &&
+                    store.ForEach([](const qtString&, const char*, unsigned) {})) {
+                    Get(store, "7");
+                    Set(store, "new", "value");
+                }
+            }
+        }));
+        EXPECT_FALSE(WIFSIGNALED(status)) << "round " << round << ", signal " << WTERMSIG(status);
+    }
+}
+
 TEST_F(UnixRegistryTest, AFailedChangeFailsTheUpdate) {
     ASSERT_TRUE(Set("a", std::string(600, 'b')));
     UnixRegistry store;

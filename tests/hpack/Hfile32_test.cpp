@@ -193,6 +193,28 @@ TEST_F(Hfile32Test, PositioningThatCannotWrite) {
     EXPECT_EQ(FileBytes(name), "01234567abcdefg");
 }
 
+TEST_F(Hfile32Test, ErrorsHaveTheReasonOfTheSystem) {
+    const auto line = [](auto action) {
+        try {
+            action();
+        } catch (const qtxAll& error) {
+            return error.ErrorString();
+        }
+        return qtString();
+    };
+    EXPECT_EQ(line([&] { stream.Open(name, 'r'); }),
+              "HioErr: error (number 0, code 2, level 1): Cannot open file: " + name +
+                  ": No such file or directory");
+    stream.Open("/dev/full", 'w');
+    EXPECT_EQ(line([&] { Write(stream, qtString(1000000, 'x')); }),
+              "HioErr: error (number 4, code 2, level 1): Write error in file /dev/full: "
+              "No space left on device");
+    stream.Open(name, 'w');
+    stream.Open(name, 'r');
+    EXPECT_EQ(line([&] { Read(stream, 1); }),
+              "HioErr: error (number 3, code 2, level 1): Read error in file " + name);
+}
+
 // /dev/full accepts what fits into a buffer and fails when that is written out.
 TEST_F(Hfile32Test, OneFaultGivesOneException) {
     name = "/dev/full";
