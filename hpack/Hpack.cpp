@@ -195,7 +195,10 @@ unsigned int Hpack::Count() const {
 void Hpack::GetIndex(std::vector<qtString>& keys) const {
     keys.clear();
     keys.reserve(Count());
-    ForEach([&](std::string_view key) { keys.emplace_back(key); });
+    Core().index.Walk({}, [&](std::string_view key, std::uint32_t) {
+        keys.emplace_back(key);
+        return true;
+    });
 }
 
 void Hpack::ForEach(const KeyVisit& visit) const {
@@ -257,8 +260,9 @@ static void WriteBody(PackageCore& core, const SegBuf& body) {
 }
 
 template <class Body>
-static void AddBody(PackageCore& core, const qtString& key, const Body& body, unsigned int offset) {
-    core.WriteRecord({key, BodyLength(body), offset}, [&] { WriteBody(core, body); });
+static void AddBody(PackageCore& core, const qtString& key, const Body& body, unsigned int offset,
+                    bool keepsEntry) {
+    core.WriteRecord({key, BodyLength(body), offset, keepsEntry}, [&] { WriteBody(core, body); });
 }
 
 template <class Body>
@@ -266,19 +270,20 @@ static void AddOrUpdateBody(Hpack& package, const qtString& key, const Body& bod
     unsigned int offset = 0;
     unsigned int size = 0;
     package.GetKeyInfo(key, offset, size);
-    package.AddAtOffset(key, body, BodyLength(body) <= size ? offset : 0);
+    const bool fits = offset != 0 && BodyLength(body) <= size;
+    AddBody(PackageCore::Of(package), key, body, fits ? offset : 0, fits);
 }
 
 void Hpack::AddAtOffset(const qtString& key, const qtBuffer& data, unsigned int offset) {
-    AddBody(Core(), key, data, offset);
+    AddBody(Core(), key, data, offset, false);
 }
 
 void Hpack::AddAtOffset(const qtString& key, const qtString& data, unsigned int offset) {
-    AddBody(Core(), key, data, offset);
+    AddBody(Core(), key, data, offset, false);
 }
 
 void Hpack::AddAtOffset(const qtString& key, const SegBuf& data, unsigned int offset) {
-    AddBody(Core(), key, data, offset);
+    AddBody(Core(), key, data, offset, false);
 }
 
 void Hpack::AddOrUpdate(const qtString& key, const qtString& data) {
@@ -311,7 +316,7 @@ void Hpack::Rename(const qtString& oldKey, const qtString& newKey) {
     core->index.Prepare(newKey);
     const bool same = oldKey == newKey;
     const bool fits = newKey.size() <= oldKey.size();
-    const PackageCore::NewRecord renamed{newKey, record.bodyLength, fits ? record.offset : 0,
+    const PackageCore::NewRecord renamed{newKey, record.bodyLength, fits ? record.offset : 0, same,
                                          same ? 0 : IndexEntrySize(oldKey.size())};
     core->WriteRecord(renamed, [&] { core->CopyBody(record, start); });
     if (!same) {

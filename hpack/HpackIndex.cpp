@@ -139,13 +139,14 @@ void HpackIndex::AcceptEntries(std::uint32_t loaded, std::uint32_t expected) {
     std::string_view last = order.empty() ? std::string_view() : At(order.back()).key;
     bool ascending = sorted == order.size();
     std::uint32_t at = used;
-    HpackIndexEntry entry = {};
-    while (order.size() < expected && DecodeIndexEntry(start + at, loaded - at, entry)) {
+    for (HpackIndexEntry entry = {}; order.size() < expected; last = entry.key) {
+        if (!DecodeIndexEntry(start + at, loaded - at, entry)) {
+            break;
+        }
         ascending = ascending && (order.empty() || Ascend(last, entry.key));
         sorted += ascending ? 1 : 0;
         order.push_back(at);
         at += static_cast<std::uint32_t>(IndexEntrySize(entry.key.size()));
-        last = entry.key;
     }
     used = at;
 }
@@ -194,10 +195,11 @@ void HpackIndex::Write(Generic32& stream) {
 
 std::optional<std::uint32_t> HpackIndex::Find(std::string_view key) {
     const std::optional<std::uint32_t> position = EntryPosition(key);
-    if (!position || At(*position).deleted) {
+    if (!position) {
         return std::nullopt;
     }
-    return At(*position).offset;
+    const Entry entry = At(*position);
+    return entry.deleted ? std::nullopt : std::optional(entry.offset);
 }
 
 void HpackIndex::Set(std::string_view key, std::uint32_t offset) {
@@ -380,11 +382,12 @@ void HpackIndex::Pack() {
     std::size_t kept = 0;
     std::size_t keptSorted = 0;
     for (std::size_t i = 0; i < order.size(); ++i) {
-        const Entry entry = At(order[i]);
-        if (!entry.deleted) {
+        const char* const entry = entries.Data() + order[i];
+        const std::uint64_t size = IndexEntrySize(Word(entry));
+        if ((Word(entry) & deletedMark) == 0) {
             order[kept++] = static_cast<std::uint32_t>(out - packed.Data());
             keptSorted += i < sorted ? 1 : 0;
-            out = EncodeIndexEntry({entry.key, entry.offset}, out);
+            out = std::copy_n(entry, size, out);
         }
     }
     order.resize(kept);

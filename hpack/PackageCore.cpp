@@ -1,6 +1,7 @@
 #include "hpack/PackageCore.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "hpack/Hfile32.h"
@@ -82,12 +83,27 @@ void PackageCore::PositionOnKey(const qtString& key) {
 }
 
 HpackRecord PackageCore::FindBody(const qtString& key) {
-    PositionOnKey(key);
     HpackRecord record;
     record.keyLength = static_cast<std::uint32_t>(key.size());
+    const std::size_t headSize = RecordHeadSize(key.size());
+    const std::optional<std::uint32_t> offset = index.Find(key);
+    // One read, if the record is what it should be. Otherwise PositionOnKey() reports why not.
+    if (offset && Holds(*offset + headSize)) {
+        SeekTo(*offset);
+        recordHead.resize(headSize);
+        io.stream->Read(recordHead.data(), static_cast<unsigned int>(headSize));
+        const char* const head = recordHead.data();
+        const HpackBlockStart start = DecodeBlockStart(head);
+        if (start.magic == ItemMagic && start.count == key.size() &&
+            std::memcmp(head + recordKeyAt, key.data(), key.size()) == 0) {
+            record.offset = *offset;
+            record.bodyLength = Word(head + recordKeyAt + key.size());
+            return record;
+        }
+    }
+    PositionOnKey(key);
     record.bodyLength = io.Get<unsigned int>();
-    record.offset =
-        io.stream->Tell() - static_cast<std::uint32_t>(RecordHeadSize(record.keyLength));
+    record.offset = io.stream->Tell() - static_cast<std::uint32_t>(headSize);
     return record;
 }
 
@@ -166,7 +182,7 @@ std::uint64_t PackageCore::PositionForRecord(const NewRecord& record) {
         return end;
     }
     // With a new key the index grows and may have to move to the end.
-    const std::uint64_t end = index.Find(record.key) ? 0 : Size();
+    const std::uint64_t end = record.keepsEntry || index.Find(record.key) ? 0 : Size();
     RequireRoom(record, std::max(end, at + size), false);
     SeekTo(at);
     if (at < headerSize || (at < savedAt + savedSize && at + size > savedAt)) {

@@ -59,6 +59,7 @@ public:
         const qtString& key;
         std::uint64_t bodyLength;
         unsigned int offset;           ///< 0: at the end
+        bool keepsEntry = false;       ///< known to have an entry in the index
         std::uint64_t freedIndex = 0;  ///< what the same change removes from the index, in bytes
     };
     /// Writes a record: the head, then what writeBody() writes. Then the index has its key.
