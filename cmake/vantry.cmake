@@ -27,5 +27,8 @@ if(VANTRY_PROCESSOR MATCHES "^(x86|x86_64|amd64|i[3-6]86)$")
 endif()
 
 foreach(folder cpu QtInclude hpack lpstring VexUnix Vantry vantry)
+    if(folder STREQUAL VexUnix AND NOT VANTRY_REGISTRY)
+        continue()
+    endif()
     include(${folder}/sources.cmake)
 endforeach()

@@ -4,6 +4,18 @@ set(outside ${CMAKE_CURRENT_LIST_DIR}/outside)
 file(REMOVE_RECURSE ${build})
 file(MAKE_DIRECTORY ${build})
 
+set(options_of_way "")
+if(way STREQUAL no_registry)
+    # A machine without Berkeley DB and libsodium: CMake finds neither, and their headers fail.
+    set(way subproject)
+    foreach(header db.h db_cxx.h ndbm.h sodium.h)
+        file(WRITE ${build}/missing/${header} "#error ${header} is missing\n")
+    endforeach()
+    string(APPEND flags " -isystem ${build}/missing")
+    set(options_of_way -D VANTRY_REGISTRY=OFF -D BERKELEY_DB_LIBRARY=BERKELEY_DB_LIBRARY-NOTFOUND
+        -D SODIUM_LIBRARY=SODIUM_LIBRARY-NOTFOUND -D CMAKE_IGNORE_PATH=/usr/include)
+endif()
+
 if(way STREQUAL pkg-config)
     find_program(pkg_config pkg-config)
     if(NOT pkg_config)
@@ -29,7 +41,7 @@ else()
         COMMAND ${CMAKE_COMMAND} -G Ninja -S ${outside} -B ${build}
             -D way=${way} -D source=${source} -D CMAKE_PREFIX_PATH=${prefix}
             -D CMAKE_CXX_COMPILER=${compiler} "-DCMAKE_CXX_FLAGS=${flags}" "-DCMAKE_C_FLAGS=${flags}"
-            -D CMAKE_LIBRARY_ARCHITECTURE=${architecture} -D CMAKE_INSTALL_LIBDIR=${libdir}
+            ${options_of_way} -D CMAKE_LIBRARY_ARCHITECTURE=${architecture} -D CMAKE_INSTALL_LIBDIR=${libdir}
         COMMAND_ERROR_IS_FATAL ANY)
     execute_process(COMMAND ${CMAKE_COMMAND} --build ${build} COMMAND_ERROR_IS_FATAL ANY)
 endif()
