@@ -4,34 +4,50 @@
 #include <string_view>
 #include <utility>
 
-#include "hpack/HpackFormat.h"
-#include "hpack/KindText.h"
 #include "hpack/RawPackage.h"
 
 using namespace HpackFormat;
 
+namespace vantry_internal {
 namespace {
 
-// In the order of HpackFault::Kind.
-constexpr KindText kindTexts[] = {
-    {"header-cut", "too short for a header"},
-    {"header-magic", "does not begin as a package does"},
-    {"too-long", "has more bytes than a package can have"},
-    {"no-index", "has no index: it was created and never closed"},
-    {"index-offset", "the header leads to a place where no index can be"},
-    {"index-marker", "there is no index where the header leads"},
-    {"index-cut", "the index has fewer entries than it counts"},
-    {"key-order", "its entry in the index is out of order"},
-    {"key-twice", "the index has it again"},
-    {"record-offset", "its entry leads beyond the end"},
-    {"record-marker", "there is no record where its entry leads"},
-    {"record-key", "the record where its entry leads has another key"},
-    {"record-cut", "its record reaches beyond the end"},
-    {"overlaps-header", "lies over the header"},
-    {"overlaps-index", "its record lies over the index"},
-    {"overlaps-item", "its record lies over that of another item"},
-    {"unreadable", "can not be read"},
+struct KindText {
+    HpackFault::Kind kind;
+    const char* name;
+    const char* text;
 };
+
+constexpr KindText kindTexts[] = {
+    {HpackFault::headerCut, "header-cut", "too short for a header"},
+    {HpackFault::headerMagic, "header-magic", "bad magic: not a package"},
+    {HpackFault::tooLong, "too-long", "longer than a package can be"},
+    {HpackFault::noIndex, "no-index", "has no index: it was created but never closed"},
+    {HpackFault::indexOffset, "index-offset",
+     "the header leads to an offset where no index can be"},
+    {HpackFault::indexMarker, "index-marker", "there is no index where the header leads"},
+    {HpackFault::indexCut, "index-cut", "the index has fewer entries than it counts"},
+    {HpackFault::keyOrder, "key-order", "its entry in the index is out of order"},
+    {HpackFault::keyTwice, "key-twice", "the index has it again"},
+    {HpackFault::recordOffset, "record-offset", "its entry leads beyond the end"},
+    {HpackFault::recordMarker, "record-marker", "there is no record where its entry leads"},
+    {HpackFault::recordKey, "record-key", "the record where its entry leads has another key"},
+    {HpackFault::recordCut, "record-cut", "its record reaches beyond the end"},
+    {HpackFault::overlapsHeader, "overlaps-header", "overlaps the header"},
+    {HpackFault::overlapsIndex, "overlaps-index", "its record overlaps the index"},
+    {HpackFault::overlapsItem, "overlaps-item", "its record overlaps that of another item"},
+    {HpackFault::unreadable, "unreadable", "cannot be read"},
+};
+
+constexpr bool InOrderOfKinds() {
+    int kind = 0;
+    for (const KindText& row : kindTexts) {
+        if (row.kind != kind++) {
+            return false;
+        }
+    }
+    return kind == HpackFault::unreadable + 1;
+}
+static_assert(InOrderOfKinds());
 
 class Check {
 public:
@@ -40,16 +56,15 @@ public:
     HpackCheckReport Run();
 
 private:
-    void AddFault(HpackFault::Kind kind, std::uint32_t offset) {
-        report.faults.push_back({kind, offset, false, {}, {}});
-    }
+    void Add(HpackFault::Kind kind, std::uint32_t offset, bool ofItem, std::string_view key,
+             std::string_view other);
+    void AddFault(HpackFault::Kind kind, std::uint32_t offset) { Add(kind, offset, false, {}, {}); }
     void AddItemFault(HpackFault::Kind kind, const RawPackage::Entry& entry,
                       std::string_view other = {}) {
-        report.faults.push_back(
-            {kind, entry.offset, true, qtString(index.Key(entry)), qtString(other)});
+        Add(kind, entry.offset, true, index.Key(entry), other);
     }
 
-    // A header and an index begin with two words.
+    // A header and an index start with two words.
     HpackFault::Kind IfReadable(std::uint32_t offset, HpackFault::Kind kind) {
         char words[2 * wordSize];
         return package.Read(offset, words, sizeof words) ? kind : HpackFault::unreadable;
@@ -68,23 +83,17 @@ private:
     RawPackage::Header header;
     RawPackage::Index index;
     HpackCheckReport report;
+    std::size_t faultCount = 0;
+    std::uint64_t keyBytes = 0;              // in report.faults
     std::vector<RawPackage::Entry> entries;  // those that count, by offset
-    std::uint64_t readTo = 0;                // bodies up to here have been read
-    // The record that reaches furthest of those before.
+    std::uint64_t readTo = 0;                // end of the bodies that have been read
+    // The record before that reaches furthest.
     const RawPackage::Entry* furthest = nullptr;
     std::uint64_t furthestEnd = 0;
     std::vector<char> piece;
 };
 
 }  // namespace
-
-const char* HpackFault::Name(Kind kind) {
-    return kindTexts[kind].name;
-}
-
-const char* HpackFault::Text(Kind kind) {
-    return kindTexts[kind].text;
-}
 
 HpackCheckReport Check::Run() {
     report.size = package.Size();
@@ -98,9 +107,24 @@ HpackCheckReport Check::Run() {
     return std::move(report);
 }
 
+// One key may overlap with a million others, and each fault would have a copy of it.
+void Check::Add(HpackFault::Kind kind, std::uint32_t offset, bool ofItem, std::string_view key,
+                std::string_view other) {
+    constexpr std::size_t maxFaults = 65536;
+    constexpr std::uint64_t leastRoom = 1 << 16;
+    ++faultCount;
+    const std::uint64_t room = std::max<std::uint64_t>(package.Size(), leastRoom);
+    if (report.faults.size() == maxFaults || keyBytes + key.size() + other.size() > room) {
+        ++report.unlisted;
+        return;
+    }
+    keyBytes += key.size() + other.size();
+    report.faults.push_back({kind, offset, ofItem, qtString(key), qtString(other)});
+}
+
 bool Check::CheckHeader() {
     header = package.ReadHeader();
-    if (header.whole) {
+    if ((header.size != 0)) {
         return true;
     }
     const bool cut = package.Size() < oldHeaderSize || header.magic == PackMagic;
@@ -132,14 +156,14 @@ bool Check::CheckIndex() {
     return true;
 }
 
-// Whether what is behind the entries that could be read is within the stream.
+// Whether the stream has as many bytes as the entry after those that could be read.
 bool Check::NextEntryFits() {
     std::uint32_t keyLength = 0;
     package.Word(index.end, keyLength);
     return std::uint64_t{index.end} + entryOverhead + keyLength <= package.Size();
 }
 
-// Of several entries with one key the last one counts.
+// Of several entries with one key, lookups use the last.
 void Check::CheckOrder() {
     const auto before = [this](const RawPackage::Entry& left, const RawPackage::Entry& right) {
         const int compared = index.Key(left).compare(index.Key(right));
@@ -176,18 +200,18 @@ void Check::CheckRecords() {
         if (!CheckRecord(entry, record)) {
             continue;
         }
-        const std::size_t before = report.faults.size();
+        const std::size_t before = faultCount;
         if (!ReadBody(record)) {
             AddItemFault(HpackFault::unreadable, entry);
         }
         CheckOverlap(entry, record);
-        report.wholeItems += report.faults.size() == before ? 1 : 0;
+        report.wholeItems += faultCount == before ? 1 : 0;
     }
 }
 
 bool Check::CheckRecord(const RawPackage::Entry& entry, RawPackage::Record& record) {
     switch (package.Look(entry.offset, index.Key(entry), record)) {
-        case RawPackage::State::whole:
+        case RawPackage::State::complete:
             return true;
         case RawPackage::State::beyondEnd:
             AddItemFault(HpackFault::recordOffset, entry);
@@ -208,7 +232,7 @@ bool Check::CheckRecord(const RawPackage::Entry& entry, RawPackage::Record& reco
     return false;
 }
 
-// Records come by offset, so what has been read for one that this lies over is not read again.
+// Records come by offset, so bytes that an overlapping record shares with it are read once.
 bool Check::ReadBody(const RawPackage::Record& record) {
     constexpr std::uint32_t pieceSize = 65536;
     piece.resize(pieceSize);
@@ -241,6 +265,16 @@ void Check::CheckOverlap(const RawPackage::Entry& entry, const RawPackage::Recor
     }
 }
 
+}  // namespace vantry_internal
+
+const char* HpackFault::Name(Kind kind) {
+    return vantry_internal::kindTexts[kind].name;
+}
+
+const char* HpackFault::Text(Kind kind) {
+    return vantry_internal::kindTexts[kind].text;
+}
+
 HpackCheckReport HpackCheck(Generic32& stream) {
-    return Check(stream).Run();
+    return vantry_internal::Check(stream).Run();
 }

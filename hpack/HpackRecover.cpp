@@ -2,339 +2,303 @@
 
 #include <algorithm>
 #include <functional>
-#include <map>
+#include <string_view>
+#include <tuple>
 #include <utility>
 
 #include "hpack/Hpack.h"
-#include "hpack/HpackFormat.h"
-#include "hpack/IndexSearch.h"
-#include "hpack/KindText.h"
-#include "hpack/PackageMarks.h"
 #include "hpack/RawPackage.h"
+#include "hpack/RecoverDecide.h"
+#include "hpack/RecoverLocate.h"
+#include "hpack/RecoverScan.h"
 
-using namespace HpackFormat;
+// The plan, a step each:
+//
+// 1. Scan: find all magics in the stream, and measure the records (RecoverScan).
+// 2. Locate: find the index among the blocks, and mark the records that it leads to and those of
+//    packages within bodies (RecoverLocate).
+// 3. Weigh: rate how likely each record is an item, from the offsets alone (RecoverDecide).
+// 4. Number the keys, so that equal keys have equal numbers.
+// 5. Decide: choose a version for each key (RecoverDecide).
+// 6. Copy the chosen records, and report the rest.
+//
+// Steps 1, 2 and 4 read the stream; each reads it a fixed number of times at most.
 
+namespace vantry_internal {
 namespace {
 
-// In the order of HpackRecoverNote::Kind.
+struct KindText {
+    HpackRecoverNote::Kind kind;
+    const char* name;
+    const char* text;
+};
+
 constexpr KindText kindTexts[] = {
-    {"lost", "dropped: no whole record of it is there"},
-    {"cut", "dropped: its record begins here and does not end"},
-    {"unreadable", "dropped: its body can not be read"},
-    {"older", "taken in another version: the one in the index is damaged"},
-    {"doubtful", "taken, but its length may be wrong, or it is part of another item"},
-    {"crowded", "dropped: its length is doubtful, and there are too many such bytes"},
-    {"unlisted", "not in the index: deleted, or never saved"},
+    {HpackRecoverNote::lost, "lost", "dropped: no complete record of it exists"},
+    {HpackRecoverNote::cut, "cut", "dropped: its record begins here and does not end"},
+    {HpackRecoverNote::unreadable, "unreadable", "dropped: it cannot be read"},
+    {HpackRecoverNote::older, "older", "taken in another version: the record in the index is lost"},
+    {HpackRecoverNote::doubtful, "doubtful",
+     "taken, but its length may be wrong, or it is part of another item"},
+    {HpackRecoverNote::crowded, "crowded",
+     "dropped: its length is doubtful, and too many such records overlap"},
+    {HpackRecoverNote::unlisted, "unlisted", "not in the index: deleted, or never saved"},
+    {HpackRecoverNote::renamed, "renamed", "taken: the index lists this record under another key"},
+    {HpackRecoverNote::setAside, "set-aside",
+     "taken, with .recovered- and the offset appended to the key: it may be the newer version"},
 };
 
-using Record = RawPackage::Record;
-
-/// How much speaks for a version of an item; the higher wins, of equals the later in the stream.
-enum Rank { nothing, inDoubt, scanned, ledTo, newer };
-
-struct Choice {
-    Record record;  // of a listed item without any: where its entry leads
-    Rank rank = nothing;
-    std::uint32_t age = 0;    // of equals the higher wins
-    bool listed = false;      // the index has the key
-    bool vouched = false;     // and its entry leads to `record`
-    std::uint32_t entry = 0;  // the number of that entry
-};
+constexpr bool InOrderOfKinds() {
+    int kind = 0;
+    for (const KindText& row : kindTexts) {
+        if (row.kind != kind++) {
+            return false;
+        }
+    }
+    return kind == HpackRecoverNote::setAside + 1;
+}
+static_assert(InOrderOfKinds());
 
 class Recovery {
 public:
-    Recovery(Generic32& damaged, Hpack& target, const HpackRecoverOptions& options)
-        : package(damaged), out(target), chosenBy(options) {}
+    Recovery(Generic32& damaged, Hpack& target, const HpackRecoverOptions& recoverOptions)
+        : package(damaged, Poll(recoverOptions.poll)), out(target), options(recoverOptions) {}
 
     HpackRecoverReport Run();
 
 private:
-    using Extent = std::pair<std::uint64_t, std::uint64_t>;  // begin, end
-    using Choices = std::map<qtString, Choice, std::less<>>;
+    struct NumberedKey {
+        std::size_t hash;
+        std::uint32_t length;
+        std::uint32_t source;  // the number of a candidate, or after those of a missing record
+    };
 
-    void TakeIndex();
-    void Scan();
-    void ScanRecord(std::uint32_t offset, std::uint64_t gapEnd);
-    bool EndsWell(std::uint64_t end, std::uint64_t gapEnd) const;
-    bool HoldsMark(const Record& record) const;
-    bool HoldsRecord(const Record& record) const;
-    void NoteCut(const Record& record);
-    bool InZeros(std::uint32_t offset);
-    void Offer(const Record& record, bool doubtful);
+    void NumberKeys();
+    bool ReadSource(std::uint32_t source, qtString& key);
+    std::uint32_t& NumberOf(std::uint32_t source);
     void Decide();
-    bool Wanted(const qtString& key, const Choice& choice);
-    void Copy();
-    bool ReadBody(const Record& record, SegBuf& body);
+    void NoteCutRecords();
     void SetIdentity();
-    void Note(HpackRecoverNote::Kind kind, std::uint32_t offset, const qtString& key) {
-        report.notes.push_back({kind, offset, key});
-    }
+    void Copy();
+    qtString KeyInTarget(const RecoverCandidate& candidate, const qtString& key) const;
+    bool ReadBody(const RecoverCandidate& candidate, SegBuf& body);
+    void Note(HpackRecoverNote::Kind kind, std::uint32_t offset, const qtString& key);
+    void NoteRecord(HpackRecoverNote::Kind kind, const HpackRecord& record);
 
     RawPackage package;
     Hpack& out;
-    const HpackRecoverOptions& chosenBy;
+    const HpackRecoverOptions& options;
     const RawPackage::Header header = package.ReadHeader();
-    const PackageMarks marks{package};
-    const IndexSearch search{package, header, marks};
+    RecoverScan scan{package};
+    RecoverLocate located{package, header, scan};
+    std::vector<RecoverCandidate>& candidates = scan.Records();
+    std::vector<MissingRecord> missing;
     HpackRecoverReport report;
-    std::vector<Extent> taken;                // extents known for sure, sorted
-    std::vector<std::uint32_t> entryOffsets;  // of the index, sorted
-    Choices choices;
-    std::vector<Choices::const_iterator> chosen;
-    std::uint64_t doubtfulBytes = 0;
-
-    // Where the scan is.
-    std::uint64_t skipTo = 0;
-    std::uint64_t chainedAt = 0;   // what begins here is no part of a body
-    std::uint64_t holderEnd = 0;   // of a record whose length may be wrong
-    bool packageInHolder = false;  // its body seems to hold a package
+    std::uint64_t notedBytes = 0;  // of keys
 };
 
 }  // namespace
 
-const char* HpackRecoverNote::Name(Kind kind) {
-    return kindTexts[kind].name;
-}
-
-const char* HpackRecoverNote::Text(Kind kind) {
-    return kindTexts[kind].text;
-}
-
 HpackRecoverReport Recovery::Run() {
-    report.header = header.whole;
-    report.index = search.State();
-    TakeIndex();
-    Scan();
+    report.header = header.size != 0;
+    report.index = located.Layout().state;
+    WeighCandidates(candidates, located.Layout(), package.Polled());
+    NumberKeys();
     Decide();
+    NoteCutRecords();
     SetIdentity();
     Copy();
-    std::stable_sort(report.notes.begin(), report.notes.end(),
-                     [](const HpackRecoverNote& left, const HpackRecoverNote& right) {
-                         return left.offset < right.offset;
-                     });
+    std::sort(report.notes.begin(), report.notes.end(),
+              [](const HpackRecoverNote& left, const HpackRecoverNote& right) {
+                  return std::tie(left.offset, left.kind, left.key) <
+                         std::tie(right.offset, right.kind, right.key);
+              });
     return std::move(report);
 }
 
-// A record that reaches into the start of another one, or into the index, has a wrong length. An
-// index that is not in order may itself reach anywhere.
-void Recovery::TakeIndex() {
-    const RawPackage::Index& index = search.Index();
-    const IndexSearch::Judgement& judgement = search.IndexJudgement();
-    for (std::uint32_t number = 0; number < index.entries.size(); ++number) {
-        const RawPackage::Entry& entry = index.entries[number];
-        Choice& choice = choices[qtString(index.Key(entry))];
-        choice.listed = true;
-        choice.entry = number;  // of equal keys the last one counts
-        choice.record.offset = entry.offset;
-        entryOffsets.push_back(entry.offset);
+// Keys are compared by their hashes first. The keys of records in each other's keys are together
+// quadratic in the length of the stream, so none is stored.
+void Recovery::NumberKeys() {
+    for (const RawPackage::Entry& entry : located.Missing()) {
+        missing.push_back({0, entry.offset});
     }
-    std::sort(entryOffsets.begin(), entryOffsets.end());
-    std::uint64_t nextStart = package.Size();
-    for (std::size_t i = judgement.vouched.size(); i-- > 0;) {
-        const auto& [number, record] = judgement.vouched[i];
-        const bool intoIndex =
-            index.marked && record.offset < index.offset && record.End() > index.offset;
-        const bool inIndex =
-            judgement.inOrder && record.offset >= index.offset && record.offset < index.end;
-        const bool apart =
-            !intoIndex && !inIndex && record.offset >= header.size && record.End() <= nextStart;
-        nextStart = record.offset;
-        Choice& choice = choices.find(index.Key(index.entries[number]))->second;
-        if (apart && choice.entry == number) {
-            choice.record = record;
-            choice.rank = ledTo;
-            choice.vouched = true;
-            taken.emplace_back(record.offset, record.End());
-        }
-    }
-    if (report.index == HpackRecoverReport::good) {
-        taken.emplace_back(index.offset, index.end);
-    }
-    std::sort(taken.begin(), taken.end());
-}
-
-void Recovery::Scan() {
-    skipTo = header.size;
-    chainedAt = header.size;
-    auto behind = taken.begin();
-    for (const PackageMarks::Mark& mark : marks) {
-        while (behind != taken.end() && behind->second <= mark.offset) {
-            chainedAt = behind->second;
-            ++behind;
-        }
-        const std::uint64_t gapEnd = behind != taken.end() ? behind->first : package.Size();
-        if (mark.offset < skipTo || gapEnd <= mark.offset) {
+    std::vector<NumberedKey> keys;
+    qtString key;
+    const std::size_t sources = candidates.size() + missing.size();
+    for (std::uint32_t source = 0; source < sources; ++source) {
+        package.Polled()();
+        const bool isCandidate = source < candidates.size();
+        if (isCandidate && (candidates[source].confidence == Confidence::none ||
+                            candidates[source].verdict == Verdict::crowded)) {
             continue;
         }
-        if (mark.magic == ItemMagic) {
-            ScanRecord(mark.offset, gapEnd);
-        } else if (mark.magic != IndexMagic && mark.offset < holderEnd) {
-            packageInHolder = true;
+        if (!ReadSource(source, key)) {
+            candidates[source].confidence = Confidence::none;
+            Note(HpackRecoverNote::unreadable, candidates[source].offset, {});
+            continue;
         }
+        keys.push_back(
+            {std::hash<std::string_view>()(key), static_cast<std::uint32_t>(key.size()), source});
     }
-}
-
-void Recovery::ScanRecord(std::uint32_t offset, std::uint64_t gapEnd) {
-    const bool held =
-        InZeros(offset) || (offset != chainedAt &&
-                            ((offset < holderEnd && packageInHolder) || search.InForeign(offset)));
-    Record record;
-    const bool whole = package.Measure(offset, record) && record.End() <= gapEnd;
-    if (whole && EndsWell(record.End(), gapEnd) && !HoldsMark(record)) {
-        Offer(record, held);
-        skipTo = record.End();
-        chainedAt = held ? chainedAt : skipTo;
-        return;
-    }
-    if (whole) {
-        Offer(record, held || HoldsMark(record) || HoldsRecord(record));
-    } else {
-        NoteCut(record);
-    }
-    if (!held) {
-        holderEnd = std::min(record.End(), gapEnd);
-        packageInHolder = false;
-    }
-}
-
-// A marker with nothing but zeros behind it is more likely damage than an empty item.
-bool Recovery::InZeros(std::uint32_t offset) {
-    constexpr char zeros[recordOverhead] = {};
-    return package.HasKey(std::uint64_t{offset} + wordSize, std::string_view(zeros, sizeof zeros));
-}
-
-bool Recovery::EndsWell(std::uint64_t end, std::uint64_t gapEnd) const {
-    if (end == gapEnd) {
-        return true;
-    }
-    const auto mark = marks.At(end);
-    return mark != marks.end() && (mark->magic == ItemMagic || mark->magic == IndexMagic);
-}
-
-// Whether something is marked in its key: then the length of the key is wrong.
-bool Recovery::HoldsMark(const Record& record) const {
-    const auto mark = marks.From(std::uint64_t{record.offset} + recordKeyAt);
-    return mark != marks.end() && mark->offset + std::uint64_t{wordSize} <= record.BodyAt();
-}
-
-// Whether a record begins in its body, and no package before that: then one of the two is wrong.
-bool Recovery::HoldsRecord(const Record& record) const {
-    const auto telling = marks.TellingFrom(record.BodyAt());
-    return telling != marks.end() && telling->magic == ItemMagic && telling->offset < record.End();
-}
-
-void Recovery::NoteCut(const Record& record) {
-    qtString key;
-    package.ReadKey(record, key);
-    Note(HpackRecoverNote::cut, record.offset, key);
-}
-
-void Recovery::Offer(const Record& record, bool doubtful) {
-    qtString key;
-    if (!package.ReadKey(record, key)) {
-        Note(HpackRecoverNote::unreadable, record.offset, key);
-        return;
-    }
-    const bool led = std::binary_search(entryOffsets.begin(), entryOffsets.end(), record.offset);
-    Choice& choice = choices[key];
-    // Of a strayed index it is not known whether it is the latest. What lies behind it may be
-    // newer, and so is what it leads to by a former key.
-    const bool strayed = report.index == HpackRecoverReport::strayed;
-    const bool later = strayed && (led || record.offset > search.IndexJudgement().knows);
-    const Rank rank = doubtful ? inDoubt : later ? newer : led ? ledTo : scanned;
-    report.superseded += choice.rank == nothing ? 0 : 1;
-    const std::uint32_t age = search.AgeOf(record.offset);
-    if (rank > choice.rank || (rank == choice.rank && !choice.vouched && age > choice.age)) {
-        choice.record = record;
-        choice.age = age;
-        choice.rank = rank;
-        choice.vouched = false;
-    }
-}
-
-void Recovery::Decide() {
-    for (auto item = choices.cbegin(); item != choices.cend(); ++item) {
-        if (Wanted(item->first, item->second)) {
-            chosen.push_back(item);
-        }
-    }
-    std::sort(chosen.begin(), chosen.end(), [](const auto& left, const auto& right) {
-        return left->second.record.offset < right->second.record.offset;
+    std::sort(keys.begin(), keys.end(), [&](const NumberedKey& left, const NumberedKey& right) {
+        package.Polled()();
+        return std::tie(left.hash, left.length, left.source) <
+               std::tie(right.hash, right.length, right.source);
     });
+    std::uint32_t number = 0;
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        qtString former;
+        std::swap(former, key);
+        const bool readable = ReadSource(keys[i].source, key);
+        number += i == 0 || !readable || key != former ? 1 : 0;
+        NumberOf(keys[i].source) = number;
+    }
 }
 
-bool Recovery::Wanted(const qtString& key, const Choice& choice) {
-    const Record& record = choice.record;
-    if (choice.rank == nothing) {
-        Note(HpackRecoverNote::lost, record.offset, key);
-        return false;
+bool Recovery::ReadSource(std::uint32_t source, qtString& key) {
+    if (source < candidates.size()) {
+        return package.ReadKey(candidates[source], key);
     }
-    if (choice.vouched) {
-        ++report.listed;
-        return true;
-    }
-    const bool indexTells =
-        report.index == HpackRecoverReport::good || (report.index == HpackRecoverReport::strayed &&
-                                                     record.offset < search.IndexJudgement().knows);
-    if (!choice.listed && choice.rank != ledTo && indexTells) {
-        Note(HpackRecoverNote::unlisted, record.offset, key);
-        if (!chosenBy.unlisted) {
-            return false;
-        }
-    } else if (choice.listed && choice.rank != newer) {
-        Note(HpackRecoverNote::older, record.offset, key);
-    }
-    if (choice.rank == inDoubt) {
-        // Such records may lie in one another; others never do.
-        doubtfulBytes += record.End() - record.offset;
-        const bool fits = doubtfulBytes <= package.Size();
-        Note(fits ? HpackRecoverNote::doubtful : HpackRecoverNote::crowded, record.offset, key);
-        return fits;
-    }
+    key = qtString(located.Index().Key(located.Missing()[source - candidates.size()]));
     return true;
 }
 
+std::uint32_t& Recovery::NumberOf(std::uint32_t source) {
+    return source < candidates.size() ? candidates[source].key
+                                      : missing[source - candidates.size()].key;
+}
+
+void Recovery::Decide() {
+    const std::vector<RecoverRemark> remarks =
+        DecideCandidates(candidates, missing, located.Layout(), options.unlisted, package.Polled());
+    for (const RecoverRemark& remark : remarks) {
+        if (remark.kind == HpackRecoverNote::lost) {
+            const RawPackage::Entry& entry = located.Missing()[remark.number];
+            Note(remark.kind, entry.offset, qtString(located.Index().Key(entry)));
+        } else {
+            NoteRecord(remark.kind, candidates[remark.number]);
+        }
+    }
+    for (const RecoverCandidate& candidate : candidates) {
+        report.superseded += candidate.verdict == Verdict::superseded ? 1 : 0;
+    }
+}
+
+// Markers in the index and in the bodies of items are not reported.
+void Recovery::NoteCutRecords() {
+    const auto& [indexStart, indexEnd] = located.Layout().index;
+    auto next = candidates.cbegin();
+    std::uint64_t itemsEnd = located.Layout().headerSize;
+    for (const RecoverScan::Mark& mark : scan.Marks()) {
+        package.Polled()();
+        for (; next != candidates.cend() && next->offset <= mark.offset; ++next) {
+            if (next->confidence >= Confidence::sound && !next->overlaps) {
+                itemsEnd = std::max(itemsEnd, next->End());
+            }
+        }
+        const bool complete = next != candidates.cbegin() && std::prev(next)->offset == mark.offset;
+        const bool inIndex = mark.offset >= indexStart && mark.offset < indexEnd;
+        if (mark.magic == HpackFormat::ItemMagic && !complete && !inIndex &&
+            mark.offset >= itemsEnd) {
+            HpackRecord record;
+            package.Measure(mark.offset, record);
+            NoteRecord(HpackRecoverNote::cut, record);
+        }
+    }
+}
+
 void Recovery::SetIdentity() {
-    if (header.current) {
+    if (header.size != 0 && header.IsCurrent()) {
         out.SetFileID(header.fileID, header.fileIDWord, header.fileIDFlags);
         out.SetState(header.state);
-    } else if (header.whole) {
-        out.SetOldID(header.magic == OldUnicodeMagic);
+    } else if (header.size != 0) {
+        out.SetOldID(header.magic == HpackFormat::OldUnicodeMagic);
     }
 }
 
+// Items that are set aside come last: their keys must differ from those of all others.
 void Recovery::Copy() {
+    std::vector<const RecoverCandidate*> chosen;
+    for (const Verdict verdict : {Verdict::taken, Verdict::setAside}) {
+        for (const RecoverCandidate& candidate : candidates) {
+            if (candidate.verdict == verdict) {
+                chosen.push_back(&candidate);
+            }
+        }
+    }
+    qtString key;
     SegBuf body;
     for (std::size_t i = 0; i < chosen.size(); ++i) {
-        const auto& [key, choice] = *chosen[i];
-        if (chosenBy.beforeItem) {
-            chosenBy.beforeItem(i, chosen.size());
+        const RecoverCandidate& candidate = *chosen[i];
+        if (options.beforeItem) {
+            options.beforeItem(i, chosen.size());
         }
-        if (ReadBody(choice.record, body)) {
-            out.AddAtOffset(key, body, 0);
+        if (package.ReadKey(candidate, key) && ReadBody(candidate, body)) {
+            out.AddAtOffset(KeyInTarget(candidate, key), body, 0);
             ++report.items;
+            report.listed += candidate.confidence == Confidence::listed ? 1 : 0;
         } else {
-            Note(HpackRecoverNote::unreadable, choice.record.offset, key);
-            report.listed -= choice.vouched ? 1 : 0;
+            NoteRecord(HpackRecoverNote::unreadable, candidate);
         }
     }
 }
 
-bool Recovery::ReadBody(const Record& record, SegBuf& body) {
-    const std::uint32_t length = record.bodyLength;
+qtString Recovery::KeyInTarget(const RecoverCandidate& candidate, const qtString& key) const {
+    if (candidate.verdict != Verdict::setAside) {
+        return key;
+    }
+    qtString name = key + ".recovered-" + std::to_string(candidate.offset);
+    while (out.Contains(name)) {
+        name += '-';
+    }
+    return name;
+}
+
+bool Recovery::ReadBody(const RecoverCandidate& candidate, SegBuf& body) {
+    const std::uint32_t length = candidate.bodyLength;
     body.Grow(length);
     body.size = length;
     for (std::uint32_t at = 0, run = 0; at < length; at += run) {
         char* where = nullptr;
         body.Locate(at, length, where, run);
-        if (!package.Read(record.BodyAt() + at, where, run)) {
+        if (!package.Read(candidate.BodyAt() + at, where, run)) {
             return false;
         }
     }
     return true;
 }
 
+// The keys of overlapping records could fill the memory.
+void Recovery::NoteRecord(HpackRecoverNote::Kind kind, const HpackRecord& record) {
+    constexpr std::uint64_t leastRoom = 1 << 16;
+    qtString key;
+    if (notedBytes + record.keyLength <= std::max<std::uint64_t>(package.Size(), leastRoom)) {
+        package.ReadKey(record, key);
+    }
+    Note(kind, record.offset, key);
+}
+
+void Recovery::Note(HpackRecoverNote::Kind kind, std::uint32_t offset, const qtString& key) {
+    constexpr std::size_t maxNotes = 65536;
+    if (report.notes.size() >= maxNotes && kind != HpackRecoverNote::lost) {
+        ++report.unnoted;
+        return;
+    }
+    notedBytes += key.size();
+    report.notes.push_back({kind, offset, key});
+}
+
+}  // namespace vantry_internal
+
+const char* HpackRecoverNote::Name(Kind kind) {
+    return vantry_internal::kindTexts[kind].name;
+}
+
+const char* HpackRecoverNote::Text(Kind kind) {
+    return vantry_internal::kindTexts[kind].text;
+}
+
 HpackRecoverReport HpackRecover(Generic32& damaged, Hpack& target,
                                 const HpackRecoverOptions& options) {
-    return Recovery(damaged, target, options).Run();
+    return vantry_internal::Recovery(damaged, target, options).Run();
 }

@@ -3,24 +3,26 @@
 #include <algorithm>
 #include <cstring>
 
-#include "hpack/HpackFormat.h"
+#include "hpack/HioErrors.h"
 
 using namespace HpackFormat;
 
-static constexpr std::uint32_t windowSize = 16384;
+namespace vantry_internal {
+
+static constexpr std::uint32_t pageSize = 4096;
+static constexpr std::uint32_t maxPages = 64;
 static constexpr std::uint32_t sectorSize = 512;
 
-std::uint64_t RawPackage::Record::BodyAt() const {
-    return std::uint64_t{offset} + recordOverhead + keyLength;
-}
-
-RawPackage::RawPackage(Generic32& package) : stream(package), window(windowSize) {
+RawPackage::RawPackage(Generic32& package, Poll polled) : stream(package), poll(std::move(polled)) {
     const std::uint32_t length = stream.SeekEnd();
     tooLong = length > maxStreamSize;
     size = std::min(length, maxStreamSize);
+    pageNumbers.assign(std::min(maxPages, size / pageSize + 1), noPage);
+    pages.resize(pageNumbers.size() * pageSize);
 }
 
 bool RawPackage::ReadDirectly(std::uint32_t offset, char* data, std::uint32_t count) {
+    poll(pageSize / 8 + count / 8);
     try {
         stream.Seek(static_cast<int>(offset));
         stream.Read(data, count);
@@ -30,23 +32,41 @@ bool RawPackage::ReadDirectly(std::uint32_t offset, char* data, std::uint32_t co
     }
 }
 
+// @return the bytes of a page, or nullptr if they cannot be read
+const char* RawPackage::Page(std::uint32_t number) {
+    const std::size_t slot = number % pageNumbers.size();
+    char* const bytes = pages.data() + slot * pageSize;
+    if (pageNumbers[slot] != number) {
+        pageNumbers[slot] = noPage;
+        const std::uint32_t start = number * pageSize;
+        if (!ReadDirectly(start, bytes, std::min(pageSize, size - start))) {
+            return nullptr;
+        }
+        pageNumbers[slot] = number;
+    }
+    return bytes;
+}
+
 bool RawPackage::Read(std::uint64_t offset, char* data, std::uint32_t count) {
     if (offset + count > size) {
         return false;
     }
-    const auto at = static_cast<std::uint32_t>(offset);
-    if (count > windowSize) {
+    auto at = static_cast<std::uint32_t>(offset);
+    if (count > pageSize) {
         return ReadDirectly(at, data, count);
     }
-    if (at < windowStart || at + count > windowStart + windowLength) {
-        windowStart = at;
-        windowLength = std::min(windowSize, size - at);
-        if (!ReadDirectly(windowStart, window.data(), windowLength)) {
-            windowLength = 0;
-            return ReadDirectly(at, data, count);
+    while (count != 0) {
+        const std::uint32_t skipped = at % pageSize;
+        const std::uint32_t length = std::min(count, pageSize - skipped);
+        if (const char* const page = Page(at / pageSize)) {
+            std::memcpy(data, page + skipped, length);
+        } else if (!ReadDirectly(at, data, length)) {
+            return false;
         }
+        at += length;
+        data += length;
+        count -= length;
     }
-    std::memcpy(data, window.data() + (at - windowStart), count);
     return true;
 }
 
@@ -71,7 +91,7 @@ bool RawPackage::ReadText(std::uint64_t offset, std::uint32_t length, qtString& 
 }
 
 bool RawPackage::ReadKey(const Record& record, qtString& key) {
-    return ReadText(std::uint64_t{record.offset} + recordKeyAt, record.keyLength, key);
+    return ReadText(record.KeyAt(), record.keyLength, key);
 }
 
 void RawPackage::ReadOrZero(std::uint32_t offset, char* data, std::uint32_t count) {
@@ -88,23 +108,17 @@ void RawPackage::ReadOrZero(std::uint32_t offset, char* data, std::uint32_t coun
 
 RawPackage::Header RawPackage::ReadHeader() {
     Header header;
-    if (!Word(0, header.magic) || !Word(indexOffsetAt, header.indexOffset)) {
+    char bytes[headerSize];
+    header.magic = 0;
+    if (!Read(0, bytes, oldHeaderSize)) {
         return header;
     }
-    if (header.magic == OldUnicodeMagic || header.magic == OldAsciiMagic) {
-        header.whole = true;
-        header.size = oldHeaderSize;
-        header.fileIDFlags = header.magic == OldUnicodeMagic ? oldUnicodeFlags : 0;
-    }
-    char bytes[headerSize];
-    if (header.magic == PackMagic && Read(0, bytes, sizeof bytes)) {
-        header.whole = true;
-        header.current = true;
-        header.size = headerSize;
-        header.fileID = HpackFormat::Word(bytes + fileIDAt);
-        header.fileIDFlags = static_cast<std::uint8_t>(bytes[fileIDFlagsAt]);
-        header.state = static_cast<std::uint8_t>(bytes[stateAt]);
-        qtUnpackUssDiet(header.fileIDWord, bytes + fileIDWordAt);
+    static_cast<HpackHeader&>(header) = DecodeHeaderStart(bytes);
+    if (header.IsOld()) {
+        header.size = header.Size();
+    } else if (header.IsCurrent() && Read(fileIDAt, bytes, identitySize)) {
+        DecodeIdentity(bytes, header);
+        header.size = header.Size();
     }
     return header;
 }
@@ -113,15 +127,16 @@ RawPackage::Index RawPackage::ReadIndex(std::uint32_t offset) {
     Index index;
     index.offset = offset;
     index.end = offset;
-    std::uint32_t magic = 0;
-    std::uint32_t count = 0;
-    if (!Word(offset, magic) || !Word(std::uint64_t{offset} + wordSize, count)) {
+    char start[indexOverhead];
+    if (!Read(offset, start, sizeof start)) {
         return index;
     }
-    index.marked = magic == IndexMagic;
+    const HpackBlockStart block = DecodeBlockStart(start);
+    index.marked = block.magic == IndexMagic;
     std::uint64_t at = std::uint64_t{offset} + indexOverhead;
-    std::uint32_t left = count;
+    std::uint32_t left = block.count;
     for (; left != 0; --left) {
+        poll();
         Entry entry = {static_cast<std::uint32_t>(index.keys.size()), 0, 0};
         if (!Word(at, entry.keyLength) || !Word(at + wordSize + entry.keyLength, entry.offset)) {
             break;
@@ -132,7 +147,7 @@ RawPackage::Index RawPackage::ReadIndex(std::uint32_t offset) {
             break;
         }
         index.entries.push_back(entry);
-        at += entryOverhead + entry.keyLength;
+        at += IndexEntrySize(entry.keyLength);
     }
     index.complete = left == 0;
     index.end = static_cast<std::uint32_t>(at);
@@ -152,11 +167,11 @@ bool RawPackage::HasKey(std::uint64_t keyAt, std::string_view key) {
 }
 
 bool RawPackage::Measure(std::uint32_t offset, Record& record) {
+    poll();
     record = {};
     record.offset = offset;
     return Word(std::uint64_t{offset} + wordSize, record.keyLength) &&
-           Word(std::uint64_t{offset} + recordKeyAt + record.keyLength, record.bodyLength) &&
-           record.End() <= size;
+           Word(record.BodyLengthAt(), record.bodyLength) && record.End() <= size;
 }
 
 RawPackage::State RawPackage::Look(std::uint32_t offset, std::string_view key, Record& record) {
@@ -175,9 +190,10 @@ RawPackage::State RawPackage::Look(std::uint32_t offset, std::string_view key, R
     if (record.keyLength != key.size()) {
         return measured ? State::otherKey : State::cut;
     }
-    const std::uint64_t keyAt = std::uint64_t{offset} + recordKeyAt;
-    if (keyAt + key.size() <= size && !HasKey(keyAt, key)) {
+    if (record.KeyAt() + key.size() <= size && !HasKey(record.KeyAt(), key)) {
         return State::otherKey;
     }
-    return measured ? State::whole : State::cut;
+    return measured ? State::complete : State::cut;
 }
+
+}  // namespace vantry_internal

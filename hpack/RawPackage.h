@@ -1,39 +1,53 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "basekit/qtString.h"
 #include "hpack/Generic32.h"
+#include "hpack/HpackCodec.h"
 
-/// The bytes of a package, looked at without any trust: lengths and offsets are compared with what
-/// the stream has before anything is read or allocated. What can not be read is told, not thrown;
-/// only lack of memory throws.
+namespace vantry_internal {
+
+/// Calls the user's function once per `interval` units of work, so that long work can be canceled.
+/// A unit is about a comparison, or a few bytes read.
+class Poll {
+public:
+    explicit Poll(std::function<void()> userFunction = {}) : function(std::move(userFunction)) {}
+
+    void operator()(std::uint64_t cost = 1) {
+        work += cost;
+        if (work >= interval) {
+            work = 0;
+            if (function) {
+                function();
+            }
+        }
+    }
+
+private:
+    static constexpr std::uint64_t interval = 1 << 18;
+
+    std::function<void()> function;
+    std::uint64_t work = 0;
+};
+
+/// Reads the bytes of a package without trusting them: lengths and offsets are compared with the
+/// stream's length before anything is read or allocated. Unreadable bytes are reported, not thrown;
+/// only std::bad_alloc and the exceptions of `Poll` are thrown.
 class RawPackage {
 public:
-    struct Header {
-        bool whole = false;  ///< all its bytes are there and the magic is one of the three
-        bool current = false;
-        std::uint32_t magic = 0;
-        std::uint32_t size = 0;         ///< of the header; 0 when it is not whole
-        std::uint32_t indexOffset = 0;  ///< also of a header with another magic
-        std::uint32_t fileID = 0;
-        std::uint16_t fileIDWord = 0;
-        std::uint8_t fileIDFlags = 0;
-        std::uint8_t state = 0;
+    struct Header : HpackHeader {
+        /// The size in bytes; 0 if the header is cut or its magic is unknown. The index offset is
+        /// set nevertheless.
+        std::uint32_t size = 0;
     };
 
     /// A record whose lengths stay within the stream.
-    struct Record {
-        std::uint32_t offset = 0;
-        std::uint32_t keyLength = 0;
-        std::uint32_t bodyLength = 0;
-
-        std::uint64_t BodyAt() const;
-        std::uint64_t End() const { return BodyAt() + bodyLength; }
-    };
+    using Record = HpackRecord;
 
     struct Entry {
         std::uint32_t keyAt;  ///< in Index::keys
@@ -41,55 +55,62 @@ public:
         std::uint32_t offset;
     };
 
-    /// As many entries of an index block as are there.
+    /// The entries of an index block, as many as can be read.
     struct Index {
         std::string_view Key(const Entry& entry) const {
             return std::string_view(keys).substr(entry.keyAt, entry.keyLength);
         }
 
         bool marked = false;    ///< it begins with the marker
-        bool complete = false;  ///< all entries that it counts are there
+        bool complete = false;  ///< it has as many entries as it counts
         std::uint32_t offset = 0;
-        std::uint32_t end = 0;  ///< behind the last entry
+        std::uint32_t end = 0;  ///< the offset after the last entry
         std::string keys;
         std::vector<Entry> entries;
     };
 
-    enum class State { whole, beyondEnd, noMarker, otherKey, cut, unreadable };
+    enum class State { complete, beyondEnd, noMarker, otherKey, cut, unreadable };
 
-    /// The stream must outlive the object. @throws what SeekEnd() of the stream throws
-    explicit RawPackage(Generic32& stream);
+    /// The stream must outlive the object.
+    /// @throws what SeekEnd() of the stream throws
+    explicit RawPackage(Generic32& stream, Poll poll = Poll());
 
-    /// The stream's length, but never more than a package can have.
+    /// The stream's length, limited to that of the largest package.
     std::uint32_t Size() const { return size; }
     bool TooLong() const { return tooLong; }
+    Poll& Polled() { return poll; }
 
-    /// @return false when the bytes are not there, or can not be read
+    /// @return false if the bytes do not exist or cannot be read
     bool Read(std::uint64_t offset, char* data, std::uint32_t count);
     bool Word(std::uint64_t offset, std::uint32_t& word);
-    /// `text` is empty where it can not be read.
+    /// Sets `text` to nothing if it cannot be read.
     bool ReadText(std::uint64_t offset, std::uint32_t length, qtString& text);
     bool ReadKey(const Record& record, qtString& key);
-    /// Reads what can be read and puts zeros for the rest; the bytes must be there.
+    /// Reads what it can and sets unreadable sectors to zeros. The bytes must exist.
     void ReadOrZero(std::uint32_t offset, char* data, std::uint32_t count);
 
     Header ReadHeader();
-    /// Reads a block, marked or not.
+    /// Reads a block, whether it has its marker or not.
     Index ReadIndex(std::uint32_t offset);
-    /// Looks at the record with this key. `record` is set when it is whole, and then and for
-    /// `otherKey` has the offset and the length of the key.
+    /// Examines the record of `key` at `offset`. `record` is set if the record is complete; for
+    /// `otherKey` its offset and key length are.
     State Look(std::uint32_t offset, std::string_view key, Record& record);
-    /// The lengths of the record that is marked at `offset`. @return false when it is cut
+    /// Reads the lengths of the record that is marked at `offset`. @return false if it is cut
     bool Measure(std::uint32_t offset, Record& record);
     bool HasKey(std::uint64_t keyAt, std::string_view key);
 
 private:
     bool ReadDirectly(std::uint32_t offset, char* data, std::uint32_t count);
+    const char* Page(std::uint32_t number);
+
+    static constexpr std::uint32_t noPage = 0xffffffff;
 
     Generic32& stream;
+    Poll poll;
     std::uint32_t size = 0;
     bool tooLong = false;
-    std::vector<char> window;  // the latest bytes, for reads of a few
-    std::uint32_t windowStart = 0;
-    std::uint32_t windowLength = 0;
+    std::vector<char> pages;                 // direct-mapped: hostile lengths lead anywhere
+    std::vector<std::uint32_t> pageNumbers;  // of each slot, or noPage
 };
+
+}  // namespace vantry_internal

@@ -13,12 +13,13 @@ vantry_sources(
         HpackUpdate.cpp
         HpackShards.cpp
         HpackView.cpp
-        IndexSearch.cpp
         KeySlots.cpp
         PackageCore.cpp
-        PackageMarks.cpp
         RawPackage.cpp
         ReadPastEnd.cpp
+        RecoverDecide.cpp
+        RecoverLocate.cpp
+        RecoverScan.cpp
         SortedEntries.cpp
         qtPtrLight.cpp
     HEADERS

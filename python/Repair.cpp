@@ -59,7 +59,7 @@ void StopIfInterrupted() {
     }
 }
 
-// Ctrl-C is answered between items, not at each: the interpreter's lock may be long in coming.
+// Small items take less time than waiting for the interpreter's lock.
 void StopBetweenItems(std::size_t item, std::size_t /*count*/) {
     constexpr std::size_t interval = 1024;
     if (item % interval == interval - 1) {
@@ -110,7 +110,7 @@ Recovery Recover(const qtString& name, const qtString& out, bool unlisted) {
     file.Open(name, 'r');
     HpackRecoverReport report;
     const auto recover = [&](Hpack& target) {
-        report = HpackRecover(file, target, {unlisted, &StopBetweenItems});
+        report = HpackRecover(file, target, {unlisted, {}, &StopIfInterrupted});
         if (report.items == 0 && !report.header) {
             throw qtX<Hpack>((HpackErrors::notExpectedFormat + name).c_str(), HpackErrors::format,
                              name);
@@ -122,7 +122,7 @@ Recovery Recover(const qtString& name, const qtString& out, bool unlisted) {
         notes.emplace_back(HpackRecoverNote::Name(note.kind), HpackRecoverNote::Text(note.kind),
                            note.offset, note.key);
     }
-    static constexpr const char* states[] = {"none", "damaged", "strayed", "good"};
+    static constexpr const char* states[] = {"none", "damaged", "displaced", "good"};
     return {states[report.index], report.header,     report.items,
             report.listed,        report.superseded, std::move(notes)};
 }

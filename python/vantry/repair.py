@@ -45,12 +45,13 @@ class Note(NamedTuple):
 
 
 class Recovery(NamedTuple):
-    """What recover() found.
+    """The result of recover().
 
-    index_state: "good"; "strayed", found where the header does not say; "damaged" or "none": what
-    was deleted may be back then. header: identity and state could be read. items: in the new
-    package; listed: of them, those by the index. superseded: other versions of items, left out.
-    notes: what was dropped, is doubtful or can not be decided, by offset.
+    index_state: "good"; "displaced" if the header does not lead to the index; "damaged" or "none":
+    deleted items may have reappeared. header: whether identity and state could be read. items: the
+    number of items in the new package; listed: of them, those that the index led to. superseded:
+    complete records left out because another version was taken. notes: records that were dropped,
+    are doubtful, or could not be decided, by offset.
     """
 
     index_state: str
@@ -76,6 +77,8 @@ def recover(source: Path, out: Path, *, unlisted: bool = False) -> Recovery:
     {b'alpha': b'first', b'beta': b'second'}
 
     unlisted: also recovers what a valid index does not list, because it was deleted or never saved.
+    Where the newest version of an item cannot be determined, several are kept: one under the key,
+    others with ".recovered-OFFSET" appended to it.
     The new file appears when it is complete; an existing one is a FileExistsError. A file without
     any package data is a PackageError with number 3.
     """

@@ -538,7 +538,8 @@ TEST_F(HpkToolTest, DamagedPackages) {
          "'kind': 'record-key', 'offset': 45, 'key': 'c\\n', 'key_hex': '630a'\n");
     Done("hpk recover bad good",
          "bad: b, at 30: not in the index: deleted, or never saved\n"
-         "bad: \"c\\n\", at 45: dropped: no whole record of it is there\n"
+         "bad: \"c\\n\", at 45: dropped: no complete record of it exists\n"
+         "bad: \"d\\n\", at 45: taken: the index lists this record under another key\n"
          "bad: the index is in order\n"
          "bad: 2 items recovered, 1 by the index; 1 other versions left out\n");
     Done("hpk check good; hpk list good; hpk recover -qf --all bad good; hpk list good",

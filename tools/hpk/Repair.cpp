@@ -86,6 +86,10 @@ static void Check(const CheckOptions& options) {
         for (const HpackFault& fault : report.faults) {
             PrintFault(options.package, fault);
         }
+        if (report.unlisted != 0) {
+            std::printf("%s: %" PRIu32 " more faults\n", PrintableText(options.package).c_str(),
+                        report.unlisted);
+        }
     }
     if (!report.Good()) {
         throw ReportedFailure();
@@ -96,12 +100,12 @@ static const char* IndexText(HpackRecoverReport::Index index) {
     switch (index) {
         case HpackRecoverReport::good:
             return "the index is in order";
-        case HpackRecoverReport::strayed:
+        case HpackRecoverReport::displaced:
             return "the header has lost the index, which was found elsewhere";
         case HpackRecoverReport::damaged:
-            return "the index is damaged: what was deleted may be back";
+            return "the index is damaged: deleted items may reappear";
         default:
-            return "there is no index: what was deleted may be back";
+            return "there is no index: deleted items may reappear";
     }
 }
 
@@ -111,6 +115,9 @@ static void PrintReport(const RecoverOptions& options, const HpackRecoverReport&
         const bool nowTaken = note.kind == HpackRecoverNote::unlisted && options.all;
         std::printf("%s: %s, at %" PRIu32 ": %s%s\n", package.c_str(), QuoteKey(note.key).c_str(),
                     note.offset, HpackRecoverNote::Text(note.kind), nowTaken ? "; taken" : "");
+    }
+    if (report.unnoted != 0) {
+        std::printf("%s: %" PRIu32 " more records not shown\n", package.c_str(), report.unnoted);
     }
     std::printf("%s: %s\n", package.c_str(), IndexText(report.index));
     if (!report.header) {
@@ -141,6 +148,7 @@ static void Recover(const RecoverOptions& options) {
         HpackRecoverOptions how;
         how.unlisted = options.all;
         how.beforeItem = ShowSteps(progress, "copying");
+        how.poll = [&] { StopIfInterrupted(progress); };
         StartPhase(progress, "searching", 0);
         OnPackage(options.package, [&] {
             target.Open(output.Path(), 'w');
