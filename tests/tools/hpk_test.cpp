@@ -519,6 +519,17 @@ TEST_F(HpkToolTest, DamageCostsNoNeighbor) {
     Done("hpk put p k1 long; hpk get p k1; hpk check p", FileBytes("long"));
 }
 
+TEST_F(HpkToolTest, LargeItemsNeedLittleMemory) {
+    // 24 MB in 20, of which a thread's stack takes 8.
+    Done(
+        "head -c 24000000 /dev/zero >big; printf end >>big; mkdir tree; ln big tree/t; ulimit -d "
+        "20000;"
+        "hpk create p tree; hpk put p k big; cat big | hpk put p k; hpk add p tree; hpk mv p k l;"
+        "hpk mv p l longer; hpk compact p; hpk get p t longer -o copy; cat big big | cmp - copy;"
+        "hpk check p; stat -c %s p",
+        "48000084\n");
+}
+
 TEST_F(HpkToolTest, DamagedPackages) {
     MakePackage({{"a", "1"}, {"b", "22"}, {"c\n", "3"}});
     Done("chmod 640 p; hpk check p");

@@ -7,7 +7,6 @@
 #include <optional>
 #include <set>
 
-#include "hpack/HpackFormat.h"
 #include "tools/common/KeyText.h"
 #include "tools/hpk/Archive.h"
 #include "tools/hpk/ChangePackage.h"
@@ -38,7 +37,7 @@ public:
         shown = archive.Shown();
         ArchiveReader::Entry entry;
         while (archive.Next(entry)) {
-            Take(archive, entry, package);
+            Take(archive, entry);
             Advance(progress, 1);
         }
         for (const std::string& folder : folders) {
@@ -78,7 +77,7 @@ private:
         return name == "." ? "" : name;
     }
 
-    void Take(ArchiveReader& archive, const ArchiveReader::Entry& entry, Hpack& package) {
+    void Take(ArchiveReader& archive, const ArchiveReader::Entry& entry) {
         const std::string key = KeyOf(entry.name);
         using Kind = ArchiveReader::Kind;
         switch (entry.kind) {
@@ -100,37 +99,22 @@ private:
         if (const char* const reason = WhyNotPath(key)) {
             Refuse(key, reason);
         } else if (entry.kind == Kind::file) {
-            ReadFile(archive, key);
-            Store(key, entry);
+            OnPackage(options.package, [&] {
+                store->Put(
+                    key, [&](char* data, std::size_t count) { return archive.Read(data, count); });
+            });
+            Stored(key, entry);
         } else if (const std::string target = KeyOf(entry.linkTarget); taken.count(target) == 0) {
             Refuse(key, "a hard link to " + QuoteKey(target) + ", which is not in the archive");
         } else {
-            body.size = 0;
-            OnPackage(options.package, [&] { package.GetItem(target, body); });
+            OnPackage(options.package, [&] { store->Copy(target, key); });
             ++lost["hard links, now copies"];
-            Store(key, entry);
+            Stored(key, entry);
         }
     }
 
     void Refuse(const std::string& key, const std::string& reason) {
         refused.push_back("not imported: " + QuoteKey(key) + ": " + reason);
-    }
-
-    void ReadFile(ArchiveReader& archive, const std::string& key) {
-        unsigned int length = 0;
-        for (std::size_t count = 1; count != 0; length += static_cast<unsigned int>(count)) {
-            if (length > HpackFormat::maxStreamSize) {
-                throw ToolFailure("cannot import " + QuoteKey(key) + ": " + TooLarge());
-            }
-            body.size = length;
-            body.Grow(length + 1);
-            body.size = static_cast<unsigned int>(body.segments.size()) * SegBuf::segmentSize;
-            char* where = nullptr;
-            unsigned int room = 0;
-            body.Locate(length, body.size, where, room);
-            count = archive.Read(where, room);
-        }
-        body.size = length;
     }
 
     static std::string ParentOf(const std::string& key) {
@@ -144,8 +128,7 @@ private:
         }
     }
 
-    void Store(const std::string& key, const ArchiveReader::Entry& entry) {
-        OnPackage(options.package, [&] { store->Put(key, body); });
+    void Stored(const std::string& key, const ArchiveReader::Entry& entry) {
         taken.insert(key);
         FillParents(key);
         constexpr unsigned int exported = 0644;
@@ -162,7 +145,6 @@ private:
 
     const ImportOptions& options;
     std::optional<ItemStore> store;
-    SegBuf body;
     std::string shown;
     std::set<std::string> taken;
     std::set<std::string> folders;

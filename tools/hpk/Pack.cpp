@@ -1,5 +1,7 @@
+#include <sys/mman.h>
+#include <sys/stat.h>
+
 #include <cerrno>
-#include <functional>
 
 #include "tools/hpk/ChangePackage.h"
 #include "tools/hpk/Commands.h"
@@ -24,14 +26,13 @@ struct PutOptions : PackageOptions {
 
 }  // namespace
 
-static void Pack(Sources& sources, CTProgress& progress,
-                 const std::function<void(const qtString& key, const SegBuf& body)>& store) {
+static void Pack(Sources& sources, const std::string& package, ItemStore& store,
+                 CTProgress& progress) {
     StartPhase(progress, "packing", sources.TotalSize(), Unit::bytes);
-    SegBuf body;
     for (const Source& source : sources.Files()) {
         if (const FileDescriptor file = sources.Open(source)) {
-            ReadBody(file.Get(), source.path, body, progress);
-            store(source.key, body);
+            const PieceReader read = ReadFrom(file.Get(), source.path, progress);
+            OnPackage(package, [&] { store.Put(source.key, read); });
         }
     }
 }
@@ -55,9 +56,8 @@ static void Create(const PackOptions& options) {
         }
         Hpack package;
         OnPackage(path, [&] { package.Open(file.Path(), 'w'); });
-        Pack(sources, progress, [&](const qtString& key, const SegBuf& body) {
-            OnPackage(path, [&] { package.AddAtOffset(key, body, 0); });
-        });
+        ItemStore store(package);
+        Pack(sources, path, store, progress);
         OnPackage(path, [&] { package.Close(); });
         StartPhase(progress, "saving", 0);
         StopIfInterrupted(progress);
@@ -72,37 +72,68 @@ static void Add(const PackOptions& options) {
         sources.Exclude(OpenRegular(options.package, O_RDONLY).Get());
         sources.Collect(options.paths, progress);
         ItemStore store(options.package, package);
-        Pack(sources, progress,
-             [&](const qtString& key, const SegBuf& body) { store.Put(key, body); });
+        Pack(sources, options.package, store, progress);
     });
     ReportSkipped(sources, options.quiet);
 }
 
-static void ReadInput(const std::string& path, SegBuf& body) {
-    CTProgress never;
-    if (path.empty() || path == "-") {
-        ReadBody(STDIN_FILENO, "standard input", body, never);
-        return;
+// The body for put. A pipe may take long to deliver it: it is read before the package is locked,
+// and while Ctrl-C still ends even a read that waits.
+class Input {
+public:
+    Input(const std::string& path, const std::string& package) {
+        if (path.empty() || path == "-") {
+            shown = "standard input";
+            file = FileDescriptor(dup(STDIN_FILENO));
+        } else {
+            // Unlike a package, it may be anything that can be read.
+            shown = path;
+            file = FileDescriptor(open(path.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC));
+        }
+        struct stat status;
+        if (!file || fstat(file.Get(), &status) != 0) {
+            throw SystemError(errno, "cannot open", shown);
+        }
+        if (!S_ISREG(status.st_mode)) {
+            Spool(package);
+        }
     }
-    // Unlike a package, it may be anything that can be read.
-    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC));
-    if (!file) {
-        throw SystemError(errno, "cannot open", path);
+
+    PieceReader Reader(CTProgress& progress) const { return ReadFrom(file.Get(), shown, progress); }
+
+private:
+    // Reads all of it into a file without a name.
+    void Spool(const std::string& package) {
+        const std::string folder = package.substr(0, package.rfind('/') + 1);
+        FileDescriptor spool(
+            open(folder.empty() ? "." : folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+        if (!spool) {  // a folder or file system without such files
+            spool = FileDescriptor(memfd_create("body", MFD_CLOEXEC));
+        }
+        CTProgress never;
+        const PieceReader read = Reader(never);
+        std::vector<char> piece(256 * 1024);
+        while (const std::size_t count = read(piece.data(), piece.size())) {
+            WriteAll(spool.Get(), piece.data(), count, shown);
+        }
+        if (lseek(spool.Get(), 0, SEEK_SET) != 0) {
+            throw SystemError(errno, "cannot read", shown);
+        }
+        file = std::move(spool);
     }
-    ReadBody(file.Get(), path, body, never);
-}
+
+    std::string shown;
+    FileDescriptor file;
+};
 
 static void Put(const PutOptions& options) {
     KeyArguments words = options.words;
     const qtString key = words.TakeKey("KEY");
-    const std::string file = words.TakeWord();
+    const std::string path = words.TakeWord();
     words.RequireEnd();
-    // Before anything else: a body that takes long to arrive must not lock the package, and Ctrl-C
-    // still ends a read that waits.
-    SegBuf body;
-    ReadInput(file, body);
-    ChangePackage(options.package, options.quiet, [&](Hpack& package, CTProgress&) {
-        ItemStore(options.package, package).Put(key, body);
+    const Input input(path, options.package);
+    ChangePackage(options.package, options.quiet, [&](Hpack& package, CTProgress& progress) {
+        ItemStore(options.package, package).Put(key, input.Reader(progress));
     });
 }
 

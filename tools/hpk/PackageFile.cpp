@@ -1,5 +1,7 @@
 #include "tools/hpk/PackageFile.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -66,19 +68,8 @@ PackageFailure NoSuchItem(const std::string& shown, const qtString& key,
 }
 
 PackageReader::PackageReader(const std::string& packagePath)
-    : path(packagePath), stream(new Hfile32) {
-    const qtPtrLight<Generic32> shared(stream);
-    const FileDescriptor file = OpenRegular(path, O_RDONLY);
-    OnPackage(path, [&] {
-        stream->Open(path, 'r');
-        package.Open(shared, 'r');
-    });
-}
-
-static std::uint32_t ReadWord(Generic32& stream) {
-    char bytes[HpackFormat::wordSize];
-    stream.Read(bytes, sizeof bytes);
-    return HpackFormat::Word(bytes);
+    : path(packagePath), file(OpenRegular(path, O_RDONLY)) {
+    OnPackage(path, [&] { package.Open(path, 'r'); });
 }
 
 std::vector<qtString> PackageReader::Keys() const {
@@ -95,14 +86,15 @@ PackageReader::Place PackageReader::Find(const qtString& key) {
     });
 }
 
-std::uint32_t PackageReader::IndexOffset() {
-    return OnPackage(path, [&] {
-        stream->Seek(HpackFormat::indexOffsetAt);
-        return ReadWord(*stream);
-    });
+std::uint32_t PackageReader::IndexOffset() const {
+    char word[HpackFormat::wordSize];
+    if (pread(file.Get(), word, sizeof word, HpackFormat::indexOffsetAt) != ssize_t{sizeof word}) {
+        throw SystemError(errno, "cannot read", path);
+    }
+    return HpackFormat::Word(word);
 }
 
-void PackageReader::RequireIndex() {
+void PackageReader::RequireIndex() const {
     if (IndexOffset() == 0) {
         throw PackageFailure(path +
                              ": there is no index: the package was created but never closed, or "
@@ -130,27 +122,30 @@ void PackageReader::RequireNoOverlap() {
     }
 }
 
-std::uint32_t PackageReader::Size() {
-    return OnPackage(path, [&] { return stream->GetFileSize(); });
+std::uint64_t PackageReader::Size() const {
+    struct stat status;
+    if (fstat(file.Get(), &status) != 0) {
+        throw SystemError(errno, "cannot read", path);
+    }
+    return static_cast<std::uint64_t>(status.st_size);
 }
 
 void PackageReader::Read(const qtString& key, Part part,
                          const std::function<void(const char*, std::size_t)>& take) {
-    unsigned int left = OnPackage(path, [&] {
-        package.PositionOnKey(key);
-        const std::uint32_t size = ReadWord(*stream);
-        if (std::uint64_t{stream->Tell()} + size > stream->GetFileSize()) {
-            throw PackageFailure(path + ": the body of " + QuoteKey(key) + " is cut");
-        }
-        stream->Seek(static_cast<int>(stream->Tell() + part.StartIn(size)));
-        return part.LengthIn(size);
-    });
+    const Place place = Find(key);
+    OnPackage(path, [&] { package.PositionOnKey(key); });  // compares the key
+    if (std::uint64_t{place.offset} + HpackFormat::recordOverhead + key.size() + place.size >
+        Size()) {
+        throw PackageFailure(path + ": the body of " + QuoteKey(key) + " is cut");
+    }
     constexpr unsigned int pieceSize = 256 * 1024;
     piece.resize(pieceSize);
-    while (left != 0) {
+    unsigned int at = part.StartIn(place.size);
+    for (unsigned int left = part.LengthIn(place.size); left != 0;) {
         const unsigned int count = std::min(left, pieceSize);
-        OnPackage(path, [&] { stream->Read(piece.data(), count); });
+        OnPackage(path, [&] { package.GetPart(key, at, piece.data(), count); });
         take(piece.data(), count);
+        at += count;
         left -= count;
     }
 }

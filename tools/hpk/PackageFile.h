@@ -9,7 +9,6 @@
 #include <string_view>
 #include <vector>
 
-#include "hpack/Hfile32.h"
 #include "hpack/Hpack.h"
 #include "tools/common/Failures.h"
 #include "tools/common/System.h"
@@ -80,19 +79,20 @@ public:
               const std::function<void(const char*, std::size_t)>& take);
 
     /// The offset of the index by the header; 0 if there is none.
-    std::uint32_t IndexOffset();
+    std::uint32_t IndexOffset() const;
     /// Without an index a package looks empty although it may hold records.
     /// @throws PackageFailure if there is no index
-    void RequireIndex();
+    void RequireIndex() const;
     /// Items of one record multiply its bytes: a small file could fill the disk.
     /// @throws PackageFailure if records overlap each other or the index; damaged ones do not count
     void RequireNoOverlap();
-    std::uint32_t Size();
+    /// The length of the file in bytes.
+    std::uint64_t Size() const;
     Hpack& Package() { return package; }
 
 private:
     const std::string path;
-    Hfile32* stream;  // the package's
+    FileDescriptor file;  // for what Hpack does not report
     Hpack package;
     std::vector<char> piece;
 };

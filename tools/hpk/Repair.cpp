@@ -1,6 +1,7 @@
 #include <cinttypes>
 #include <cstdio>
 
+#include "hpack/Hfile32.h"
 #include "hpack/HpackCheck.h"
 #include "hpack/HpackCompact.h"
 #include "hpack/HpackRecover.h"

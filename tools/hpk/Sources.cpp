@@ -188,31 +188,21 @@ FileDescriptor Sources::Open(const Source& source) {
     return file;
 }
 
-void RequireRoom(int descriptor, const std::string& shown) {
+PieceReader ReadFrom(int descriptor, const std::string& shown, CTProgress& progress) {
     const struct stat status = StatusOf(descriptor, shown);
-    const off_t at = S_ISREG(status.st_mode) ? lseek(descriptor, 0, SEEK_CUR) : -1;
-    if (at >= 0 && status.st_size > at) {
-        RequireRoomFor(static_cast<std::uint64_t>(status.st_size - at), shown);
+    const off_t start = S_ISREG(status.st_mode) ? lseek(descriptor, 0, SEEK_CUR) : -1;
+    if (start >= 0 && status.st_size > start) {
+        RequireRoomFor(static_cast<std::uint64_t>(status.st_size - start), shown);
     }
-}
-
-void ReadBody(int descriptor, const std::string& shown, SegBuf& body, CTProgress& progress) {
-    RequireRoom(descriptor, shown);
-    unsigned int length = 0;
-    for (std::size_t count = 1; count != 0; length += static_cast<unsigned int>(count)) {
+    std::uint64_t done = 0;
+    return [=, &progress](char* data, std::size_t count) mutable {
         StopIfInterrupted(progress);
-        RequireRoomFor(length, shown);
-        body.size = length;
-        body.Grow(length + 1);
-        // All of the last segment can be filled.
-        body.size = static_cast<unsigned int>(body.segments.size()) * SegBuf::segmentSize;
-        char* where = nullptr;
-        unsigned int room = 0;
-        body.Locate(length, body.size, where, room);
-        count = ReadSome(descriptor, where, room, shown);
-        Advance(progress, count);
-    }
-    body.size = length;
+        const std::size_t read = ReadSome(descriptor, data, count, shown);
+        Advance(progress, read);
+        done += read;
+        RequireRoomFor(done, shown);
+        return read;
+    };
 }
 
 }  // namespace vantry_tools

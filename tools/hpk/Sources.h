@@ -3,14 +3,13 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "QtInclude/SegBuf.h"
 #include "tools/common/LongWork.h"
 #include "tools/hpk/ConfinedFolder.h"
+#include "tools/hpk/ItemStore.h"
 
 namespace vantry_tools {
 
@@ -64,12 +63,9 @@ private:
     std::size_t entered = SIZE_MAX;
 };
 
-/// Refuses a file that is too large for any package, before it is read.
-/// @throws ToolFailure that names `shown`
-void RequireRoom(int descriptor, const std::string& shown);
-
-/// Reads up to the end of the file into `body`, replacing it.
-/// @throws ToolFailure that names `shown` once there is more than any package can hold
-void ReadBody(int descriptor, const std::string& shown, SegBuf& body, CTProgress& progress);
+/// Reads a body from a file, which must stay open, as a part of long work.
+/// @throws ToolFailure that names `shown` if the file is too large for any package; before it is
+///         read, if its size is known
+PieceReader ReadFrom(int descriptor, const std::string& shown, CTProgress& progress);
 
 }  // namespace vantry_tools
