@@ -49,8 +49,33 @@ TEST(LpTokenize, SplitsAsDocumented) {
     EXPECT_EQ(Split(LpCString("  alpha  beta ")), (Texts{"alpha", "beta"}));
     EXPECT_EQ(Split(LpCString("a\xA0z")), (Texts{"a\xA0z"}));
     EXPECT_EQ(Split(LpCString("whole"), qtString()), Texts{"whole"});
+    EXPECT_EQ(Split(LpCString(",a,,b,"), ','), (Texts{"a", "b"}));
+    EXPECT_EQ(Split(LpCString("a\0b;c", 5), qtString("\0;", 2)), (Texts{"a", "b", "c"}));
+    EXPECT_EQ(Split(LpCString(static_cast<const char*>(nullptr)), ' '), Texts{});
+    EXPECT_EQ(Split(LpWString(L"a\x20AC"
+                              L"b"),
+                    L'\x20AC'),
+              (std::vector<qtWString>{L"a", L"b"}));
     EXPECT_EQ(Split(LpWString(L"x\x20AC y\x2603z"), qtWString(L" \x2603")),
               (std::vector<qtWString>{L"x\x20AC", L"y", L"z"}));
+}
+
+// Texts are worked on in pieces of 2048 bytes and blocks of 64.
+TEST(LpTokenize, TokensMayCrossAnyBoundary) {
+    for (std::size_t start = 2040; start < 2060; ++start) {
+        for (const std::size_t length : {1U, 7U, 64U, 2050U}) {
+            qtString text(start, ' ');
+            text += qtString(length, 'x') + qtString(2048 - length % 64, ',') + "y";
+            EXPECT_EQ(Split(LpCString(text), qtString(" ,")), (Texts{qtString(length, 'x'), "y"}));
+        }
+    }
+    qtString dense(2048, 'x');
+    Texts expected{dense};
+    for (int i = 0; i < 1024; ++i) {
+        dense += " x";
+        expected.push_back("x");
+    }
+    EXPECT_EQ(Split(LpCString(dense)), expected);
 }
 
 TEST(LpTokenize, FollowsTheLocaleOfTheThread) {
