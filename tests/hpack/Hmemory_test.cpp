@@ -66,6 +66,25 @@ TEST(Hmemory, ModesAndFailures) {
     EXPECT_EQ(Bytes(buffer), "0123456789ab");
 }
 
+TEST(Hmemory, LargestBuffer) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer allocates no such buffer";
+#endif
+    qtBuffer buffer;
+    try {
+        buffer.Resize(0xffffffff);
+    } catch (const std::bad_alloc&) {
+        GTEST_SKIP() << "no memory";
+    }
+    Hmemory stream;
+    stream.Open(buffer, 'r');
+    EXPECT_EQ(stream.SeekEnd(), 0xffffffffu);
+    if (sizeof(long) > 4) {
+        buffer.Resize(buffer.Length() + 1);
+        ExpectFailure([&] { stream.Open(buffer, 'r'); }, 0, "Cannot open file: qtBuffer");
+    }
+}
+
 TEST(Hmemory, ClosedStreamNeverTouchesTheBuffer) {
     auto buffer = std::make_unique<qtBuffer>();
     Hmemory stream;

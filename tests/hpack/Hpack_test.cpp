@@ -208,6 +208,34 @@ TEST_F(HpackTest, EntriesThatLeadAstray) {
     EXPECT_EQ(Get(package, "bb"), "22");
 }
 
+// A key length that reaches beyond the end is a read error, also if the object has held a longer
+// package before; one that does not is another key.
+TEST_F(HpackTest, KeyLengthsAroundTheEnd) {
+    const auto end = static_cast<unsigned int>(example.size()) - 24;
+    for (unsigned int length = end; length <= end + 9; ++length) {
+        Open(Package({{"large", qtString(1000, 'l')}}), 'r');
+        Get(package, "large");
+        Open(qtString(example).replace(20, 4, Word(length)), 'r');
+        const auto get = [&] { Get(package, "ab"); };
+        if (length == end) {
+            ExpectFailure(get, 4, "Key points to wrong item: ab", {"qtBuffer", "ab"});
+        } else {
+            ExpectError<HioErr>(get, 3, "Read error in Hio buffer", {"qtBuffer"});
+        }
+    }
+}
+
+TEST_F(HpackTest, AnIndexThatIsCutKeepsItsFirstEntries) {
+    const qtString bytes = Package({{"a", "1"}, {"b", "2"}});
+    for (const std::size_t cut : {1, 8, 9}) {
+        ExpectError<HioErr>([&] { Open(bytes.substr(0, bytes.size() - cut), 'r'); }, 3,
+                            "Read error in Hio buffer", {"qtBuffer"});
+        EXPECT_EQ(package.Count(), 1u);
+        EXPECT_EQ(Keys(package), std::vector<qtString>{"a"});
+        EXPECT_FALSE(package.IsOpen());
+    }
+}
+
 TEST_F(HpackTest, IdentityAndState) {
     unsigned int id = 1;
     unsigned short word = 1;
@@ -255,6 +283,8 @@ TEST_F(HpackTest, IdentityAndState) {
     EXPECT_THROW(package.SetState(8), qtX<HioErr>);
     EXPECT_THROW(package.SetOldID(true), qtX<HioErr>);
     expect({5, 6, 7, 8, false});
+    Open("", 'w');
+    expect({0, 0, 0, 0, false});
 }
 
 TEST_F(HpackTest, OldHeadersOfEightBytesWorkInEveryWay) {
@@ -297,6 +327,15 @@ TEST_F(HpackTest, RefusesToPassTheLastOffset) {
     EXPECT_EQ(Items(package), (Contents{{"ab", "in"}, {"d", qtString(body, 'x')}}));
     EXPECT_EQ(std::filesystem::file_size(name.c_str()), limit);
 
+    // A record may end there if the index can stay where it is.
+    const unsigned int room = 64;
+    openAtLength(limit - room);
+    expectRefused([&] { package.AddOrUpdate("ab", qtString(room - 14 + 1, 'x')); });
+    package.AddOrUpdate("ab", qtString(room - 14, 'x'));
+    package.Close();
+    package.Open(name, 'r');
+    EXPECT_EQ(Get(package, "ab"), qtString(room - 14, 'x'));
+
     // Nor does anything else pass it: an index block, one that has to go behind a new key's record
     // at a given place, a record whose end would wrap 32 bits.
     const std::pair<std::int64_t, std::function<void()>> cases[] = {
@@ -310,6 +349,23 @@ TEST_F(HpackTest, RefusesToPassTheLastOffset) {
         package.Open(name, 'r');
         EXPECT_EQ(Get(package, "ab"), "xyz");
     }
+}
+
+// The header leads to the index again, whatever was written over it.
+TEST_F(HpackTest, ARecordOverTheHeader) {
+    Open(qtString(example).replace(47, 4, Word(4)), 'u');
+    package.AddAtOffset("ab", qtString(), 4);
+    package.Close();
+    EXPECT_EQ(Bytes(*buffer).substr(4, 4), Word(33));
+}
+
+TEST_F(HpackTest, AnUnsortedIndexIsSavedSorted) {
+    const qtString sorted = Package({{"a", "1"}, {"b", "2"}});
+    const std::size_t entry = sorted.size() - 9;
+    const qtString swapped =
+        sorted.substr(0, entry - 9) + sorted.substr(entry) + sorted.substr(entry - 9, 9);
+    const auto replace = [](Hpack& p) { p.AddOrUpdate("a", "3"); };
+    EXPECT_EQ(Updated(swapped, replace), Updated(sorted, replace));
 }
 
 // A stream that looks at its package while that writes.
@@ -326,6 +382,21 @@ struct WatchingStream : Hmemory {
     }
     std::function<void()> watch = [] {};
 };
+
+struct StreamThatFailsToClose : WatchingStream {
+    using WatchingStream::WatchingStream;
+    ~StreamThatFailsToClose() noexcept(false) override { Fail(HioErrors::close, "failed"); }
+};
+
+TEST_F(HpackTest, OpeningReportsThatTheFormerStreamFailsToClose) {
+    qtPtr<qtBuffer> former = NewBuffer(example);
+    package.Open(qtPtrLight<Generic32>(new StreamThatFailsToClose(*former)), 'u');
+    package.Delete("ab");
+    ExpectError<HioErr>([&] { Open(example, 'r'); }, 1, "failed", {"qtBuffer"});
+    EXPECT_EQ(package.Count(), 0u);
+    ExpectFailure([&] { package.Delete("ab"); }, 5, "File is not open in update mode", {""});
+    EXPECT_EQ(Bytes(*former), example);
+}
 
 TEST_F(HpackTest, AnItemHasAKeyWhileItIsRenamed) {
     buffer = NewBuffer(Package({{"", ""}, {"ab", "xyz"}}));
