@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "hpack/Hpack.h"
+#include "hpack/HpackShards.h"
 #include "hpack/HpackView.h"
 #include "python/Buffer.h"
 #include "python/Convert.h"
@@ -95,7 +96,7 @@ py::object CopyBody(std::string_view body, const Shared& kept) {
     if (object == nullptr) {
         throw py::error_already_set();
     }
-    const Shared copied = kept;  // another thread may close the reader
+    const std::shared_ptr<const void> held(kept);  // another thread may close the reader
     const py::gil_scoped_release others;
     std::memcpy(PyBytes_AS_STRING(object), body.data(), body.size());
     return py::reinterpret_steal<py::object>(object);
@@ -166,7 +167,7 @@ private:
         if (pair == nullptr) {
             throw py::error_already_set();
         }
-        const auto owner = py::reinterpret_steal<py::object>(pair);
+        auto owner = py::reinterpret_steal<py::object>(pair);
         PyTuple_SET_ITEM(pair, 0, NewBytes(key).release().ptr());
         PyTuple_SET_ITEM(pair, 1, CopyBody(body, opened).release().ptr());
         return owner;
@@ -285,7 +286,21 @@ void DefineReader(py::module_& module) {
                                static_cast<py::ssize_t>(self.body.size()));
     });
 
+    module.def("shard_of",
+               [](const Key& key, unsigned int count) { return HpackShards::ShardOf(key, count); });
+    module.def("shard_name", [](const qtString& set, unsigned int number, unsigned int count) {
+        return HpackShards::FileName(set, number, count);
+    });
+
     // Errors of the Python files.
+    const auto failShard = [](const char* text) {
+        return [text](const qtString& name) {
+            throw qtX<Hpack>((text + name).c_str(), HpackErrors::shard, name);
+        };
+    };
+    module.def("fail_no_shards", failShard(HpackErrors::noShards));
+    module.def("fail_missing_shard", failShard(HpackErrors::missingShard));
+    module.def("fail_foreign_shard", failShard(HpackErrors::foreignShard));
     module.def("fail_missing", [](const Key& key) { FailMissing(qtString(), key); });
     module.def("fail_not_updating", [](const qtString& name) {
         throw qtX<Hpack>(HpackErrors::notOpenForUpdate, HpackErrors::notUpdating, name);

@@ -287,7 +287,7 @@ private:
             file->FailRead();
         }
         if (start.count != key.size() ||
-            std::memcmp(record + recordKeyAt, key.data(), key.size())) {
+            std::string_view(record + recordKeyAt, key.size()) != std::string_view(key)) {
             FailKey(HpackErrors::wrongItem, key);
         }
         return Word(record + recordKeyAt + key.size());

@@ -2,16 +2,17 @@
 
 #include <algorithm>
 #include <chrono>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
 #include "hpack/Hmemory.h"
 #include "hpack/Hpack.h"
 #include "hpack/HpackFormat.h"
+#include "hpack/HpackItemWriter.h"
 #include "python/Buffer.h"
 #include "python/Convert.h"
 #include "python/Errors.h"
@@ -36,31 +37,41 @@ struct QuietDelete {
     }
 };
 
-// An open package, with its stream, so that parts of bodies can be read.
+unsigned int BodySize(Hpack& package, const qtString& key) {
+    unsigned int offset = 0;
+    unsigned int size = 0;
+    package.GetKeyInfo(key, offset, size);
+    if (offset == 0) {
+        package.PositionOnKey(key);  // throws
+    }
+    return size;
+}
+
+// An open package, and what it needs until it is closed.
 class OpenPackage {
 public:
     ~OpenPackage() { Discard(); }
 
     // Takes the lock at once or not at all. A new package is built next to its file, unless that
     // is a device or a FIFO.
-    void OpenFile(const qtString& name, char mode) {
+    void OpenFile(const qtString& path, char mode) {
         try {
             struct stat status;
-            const bool exists = stat(name.c_str(), &status) == 0;
+            const bool exists = stat(path.c_str(), &status) == 0;
             const bool replaces = mode == 'w' && exists && S_ISREG(status.st_mode);
             if (mode == 'u' || replaces) {
-                lock.emplace(name, LockWait{std::chrono::milliseconds(0), nullptr, nullptr});
+                lock.emplace(path, LockWait{std::chrono::milliseconds(0), nullptr, nullptr});
             }
             if (replaces) {
                 created.emplace(*lock);
             } else if (mode == 'w' && !exists) {
-                created.emplace(name, AtomicFile::Existing::replace);
+                created.emplace(path, AtomicFile::Existing::replace);
             }
         } catch (const SystemError& error) {
-            FailFile(error, HioErrors::open, name);
+            FailFile(error, HioErrors::open, path);
         }
         auto file = std::make_unique<RenamedFile>();
-        file->OpenAs(name, created ? qtString(created->Path()) : name, mode);
+        file->OpenAs(path, created ? qtString(created->Path()) : path, mode);
         Open(file.release(), mode);
         changesFile = mode != 'r';
         createsFile = mode == 'w';
@@ -77,15 +88,15 @@ public:
         if (!IsOpen()) {
             return;
         }
-        const qtString name = stream->Name();
         Package().Close();
         try {
             if (created) {
                 created->Commit();
             }
         } catch (const SystemError& error) {
+            const qtString closing = name;
             Discard();
-            FailFile(error, HioErrors::close, name);
+            FailFile(error, HioErrors::close, closing);
         }
         Discard();
     }
@@ -94,7 +105,9 @@ public:
         if (IsOpen() && IsInherited()) {
             // Closing would write what the stream has buffered, which the other process does.
             [[maybe_unused]] const Hpack* const leaked = package.release();
+            [[maybe_unused]] const HpackItemWriter* const leakedItem = item.release();
         }
+        item.reset();
         package.reset();
         created.reset();
         lock.reset();
@@ -119,7 +132,6 @@ public:
     Hpack& Complete() const {
         Hpack& opened = Package();
         if (createsFile) {
-            const qtString& name = stream->Name();
             throw qtX<Hpack>((name + " is being created: close it and open it with 'u'").c_str(),
                              HpackErrors::notUpdating, name);
         }
@@ -132,19 +144,39 @@ public:
     }
 
     std::size_t ReadPart(const qtString& key, std::uint64_t from, char* data, std::size_t size) {
-        Complete().PositionOnKey(key);
-        char word[HpackFormat::wordSize];
-        stream->Read(word, sizeof word);
-        const std::uint32_t length = HpackFormat::Word(word);
+        const unsigned int length = BodySize(Complete(), key);
         if (from >= length) {
             return 0;
         }
         const auto count = static_cast<unsigned int>(std::min<std::uint64_t>(size, length - from));
-        // A damaged length may lead beyond the end.
-        const std::uint64_t start = stream->Tell() + from;
-        stream->Seek(static_cast<int>(std::min<std::uint64_t>(start, HpackFormat::maxStreamSize)));
-        stream->Read(data, count);
+        package->GetPart(key, static_cast<unsigned int>(from), data, count);
         return count;
+    }
+
+    // An item in pieces; one at a time.
+    void BeginItem(const qtString& key) {
+        Hpack& opened = Writable(key);
+        if (item) {
+            throw py::value_error("Another item is being written");
+        }
+        item = std::make_unique<HpackItemWriter>(opened, key);
+    }
+    void WriteItem(const char* data, std::size_t size) {
+        Package();
+        if (size > HpackFormat::maxStreamSize) {
+            throw qtX<HioErr>((HioErrors::writeFailed + name).c_str(), HioErrors::write, name);
+        }
+        item->Write(data, static_cast<unsigned int>(size));
+    }
+    void FinishItem() {
+        Package();
+        item->Finish();
+        item.reset();
+    }
+    void AbandonItem() {
+        if (!IsInherited()) {
+            item.reset();
+        }
     }
 
 private:
@@ -155,54 +187,22 @@ private:
         const qtPtrLight<Generic32> shared(opened);
         std::unique_ptr<Hpack, QuietDelete> opening(new Hpack);
         opening->Open(shared, mode);
-        stream = opened;
+        name = opened->Name();
         package = std::move(opening);
     }
 
     std::shared_ptr<Buffer> buffer;
     std::optional<FileLock> lock;
     std::optional<AtomicFile> created;
-    Generic32* stream = nullptr;  // the package's
+    qtString name;  // the stream's
     std::unique_ptr<Hpack, QuietDelete> package;
+    std::unique_ptr<HpackItemWriter> item;
     bool changesFile = false;
     bool createsFile = false;
     const unsigned int generation = ForkGate::Generation();
 };
 
 using Writer = Guarded<OpenPackage>;
-
-unsigned int BodySize(Hpack& package, const qtString& key) {
-    unsigned int offset = 0;
-    unsigned int size = 0;
-    package.GetKeyInfo(key, offset, size);
-    if (offset == 0) {
-        package.PositionOnKey(key);  // throws
-    }
-    return size;
-}
-
-void WriteSegments(Hpack& package, const qtString& key, const SegBuf& body) {
-    unsigned int offset = 0;
-    unsigned int size = 0;
-    package.GetKeyInfo(key, offset, size);
-    package.AddAtOffset(key, body, body.size <= size ? offset : 0);
-}
-
-void AppendSegment(SegBuf& body, py::handle data) {
-    const View view(data);
-    const unsigned int start = body.size;
-    const std::uint64_t end = std::uint64_t{start} + view.Size();
-    if (end > HpackFormat::maxStreamSize) {
-        throw py::value_error("A package ends below 2^31 bytes");
-    }
-    body.Grow(static_cast<unsigned int>(end));
-    const char* next = view.Data();
-    for (unsigned int at = start, run = 0; at < body.size; at += run, next += run) {
-        char* where = nullptr;
-        body.Locate(at, body.size, where, run);
-        std::copy(next, next + run, where);
-    }
-}
 
 // A member that is called with the open package, and what it returns.
 template <class Work>
@@ -241,8 +241,6 @@ bool CreateEmpty(const qtString& name) {
 }  // namespace
 
 void DefineWriter(py::module_& module) {
-    py::class_<SegBuf>(module, "Segments").def(py::init<>()).def("append", &AppendSegment);
-
     py::class_<Writer>(module, "Writer")
         .def(py::init([](const std::shared_ptr<Buffer>& buffer, char mode) {
             auto writer = std::make_unique<Writer>();
@@ -265,11 +263,17 @@ void DefineWriter(py::module_& module) {
              [](Writer& self, const Key& from, const std::optional<Key>& to) {
                  return self.Use([&](OpenPackage& open) {
                      std::vector<qtString> keys;
-                     open.Package().GetIndex(keys);
-                     const auto first = std::lower_bound(keys.begin(), keys.end(), from);
-                     const auto last = to ? std::lower_bound(first, keys.end(), *to) : keys.end();
-                     return std::vector<qtString>(std::make_move_iterator(first),
-                                                  std::make_move_iterator(last));
+                     const auto append = [&](std::string_view key) { keys.emplace_back(key); };
+                     if (to) {
+                         open.Package().ForEach(from, *to, append);
+                     } else {
+                         open.Package().ForEach([&](std::string_view key) {
+                             if (key >= std::string_view(from)) {
+                                 append(key);
+                             }
+                         });
+                     }
+                     return keys;
                  });
              })
         .def("contains",
@@ -304,10 +308,19 @@ void DefineWriter(py::module_& module) {
              [](Writer& self, const Key& key, const Body& body) {
                  self.Use([&](OpenPackage& open) { open.Writable(key).AddOrUpdate(key, body); });
              })
-        .def("put_segments",
-             [](Writer& self, const Key& key, const SegBuf& body) {
-                 self.Use([&](OpenPackage& open) { WriteSegments(open.Writable(key), key, body); });
+        .def("begin_item",
+             [](Writer& self, const Key& key) {
+                 self.Use([&](OpenPackage& open) { open.BeginItem(key); });
              })
+        .def("write_item",
+             [](Writer& self, py::handle piece) {
+                 const View view(piece);
+                 self.Use([&](OpenPackage& open) { open.WriteItem(view.Data(), view.Size()); });
+             })
+        .def("finish_item",
+             [](Writer& self) { self.Use([](OpenPackage& open) { open.FinishItem(); }); })
+        .def("abandon_item",
+             [](Writer& self) { self.Use([](OpenPackage& open) { open.AbandonItem(); }); })
         .def("read_into",
              [](Writer& self, const Key& key, std::uint64_t from, py::handle into) {
                  const View view(into, PyBUF_WRITABLE);

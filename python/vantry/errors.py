@@ -42,7 +42,8 @@ class PackageError(Error):
 
     0 it has no index; 1 its index cannot be read; 2 the open mode is invalid; 3 it is not a
     package; 4 an item is missing or damaged; 5 it is not open for update; 6 its old format has no
-    identity or state. Arguments: the stream's name, and the key for number 4.
+    identity or state; 7 a set of shards is incomplete or mixed. Arguments: the stream's name, and
+    the key for number 4.
     """
 
 

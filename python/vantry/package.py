@@ -3,6 +3,7 @@
 import io
 import itertools
 import os
+import threading
 import warnings
 from typing import (Any, BinaryIO, Callable, ItemsView, Iterable, Iterator, Literal, Mapping,
                     MutableMapping, NamedTuple, Optional, Tuple, Type, TypeVar, Union, ValuesView,
@@ -27,6 +28,9 @@ class Identity(NamedTuple):
     word: int
     flags: int
     old: bool = False
+
+
+_PIECE = 1 << 20
 
 
 def key_bytes(key: Key) -> bytes:
@@ -211,6 +215,7 @@ class Package(_Sorted, MutableMapping[bytes, bytes]):
         if mode not in ("r", "u", "w", "a"):
             raise ValueError(f"the mode must be 'r', 'u', 'w' or 'a', not {mode!r}")
         self._mode = mode
+        self._owner, self._lock = os.getpid(), threading.RLock()
         self._origin: Any = where
         if isinstance(where, Buffer):
             self._name = repr(where)
@@ -247,13 +252,21 @@ class Package(_Sorted, MutableMapping[bytes, bytes]):
         """The mode as it was given to open()."""
         return self._mode
 
+    def _alone(self) -> "threading.RLock":
+        """Keeps out changes by other threads while an item is written in pieces."""
+        if self._owner != os.getpid():
+            # A child of fork() has no thread that could release the lock.
+            self._owner, self._lock = os.getpid(), threading.RLock()
+        return self._lock
+
     def close(self) -> None:
         """Saves the index if it changed, and closes. A package that was being created appears at
         its path. Closing twice does no harm.
 
         When saving fails the package stays open with its changes, and may be closed again.
         """
-        self._package.close()
+        with self._alone():
+            self._package.close()
 
     def discard(self) -> None:
         """Closes without saving."""
@@ -261,7 +274,8 @@ class Package(_Sorted, MutableMapping[bytes, bytes]):
 
     def save(self) -> None:
         """Saves a changed index; mode "u"."""
-        self._changing().save()
+        with self._alone():
+            self._changing().save()
 
     @property
     def closed(self) -> bool:
@@ -312,7 +326,8 @@ class Package(_Sorted, MutableMapping[bytes, bytes]):
         return self._package.get_or(key, default)
 
     def __setitem__(self, key: Key, body: Body) -> None:
-        self._changing().put(key, body)
+        with self._alone():
+            self._changing().put(key, body)
 
     def __delitem__(self, key: Key) -> None:
         self._changing().delete(key)
@@ -330,7 +345,8 @@ class Package(_Sorted, MutableMapping[bytes, bytes]):
 
     def rename(self, old: Key, new: Key) -> None:
         """Moves an item to another key. An item that the other key had is lost."""
-        self._changing().rename(old, new)
+        with self._alone():
+            self._changing().rename(old, new)
 
     def size(self, key: Key) -> int:
         """The length of an item's body in bytes, without reading it."""
@@ -379,22 +395,42 @@ class Package(_Sorted, MutableMapping[bytes, bytes]):
         ...     package.size("zeros"), package["text"]
         (65536000, b'from a file')
 
-        The body is held in memory once, in small segments, and never in one block.
+        At most a few megabytes of the body are in memory. A body of up to a megabyte is written as by
+        package[key] = body; a longer one is appended, whatever the item's former length, and makes
+        the former body dead space. If the source raises, the package keeps its former item. Other
+        threads that change the package wait; the source itself must not change it.
         """
         if isinstance(source, (bytes, bytearray, memoryview, str)):
             raise TypeError("package[key] = body accepts a body in one piece")
         pieces: Iterable[bytes] = source
         if hasattr(source, "read"):
             read: Callable[[int], bytes] = source.read
-            pieces = iter(lambda: read(65536), b"")
-        body = _vantry.Segments()
-        for piece in pieces:
-            body.append(piece)
-        self._changing().put_segments(key, body)
+            pieces = iter(lambda: read(_PIECE), b"")
+        with self._alone():
+            rest = iter(pieces)
+            start = bytearray()
+            for piece in rest:
+                start += piece
+                if len(start) > _PIECE:
+                    break
+            else:
+                self[key] = start
+                return
+            package = self._changing()
+            package.begin_item(key)
+            try:
+                package.write_item(start)
+                del start
+                for piece in rest:
+                    package.write_item(piece)
+                package.finish_item()
+            finally:
+                package.abandon_item()
 
     def dead_space(self) -> int:
         """How many bytes of the package nothing uses, after saving it; mode "u"."""
-        return self._changing().space()[1]
+        with self._alone():
+            return self._changing().space()[1]
 
     @property
     def identity(self) -> Identity:

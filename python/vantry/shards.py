@@ -5,30 +5,32 @@ item is in the shard whose number is the polynomial hash of its key, modulo thei
 """
 
 import contextlib
-import errno
 import glob
 import heapq
+import itertools
 import operator
 import os
 import re
 from typing import (Any, Dict, ItemsView, Iterable, Iterator, List, Mapping, Optional, Tuple, Type,
                     TypeVar, Union, ValuesView, overload)
 
-from ._vantry import PolyHash
-from .errors import MissingFileError, PackageError
-from .package import Package, open, key_bytes
+from . import _vantry
+from .package import Package, open
 from .places import Body, Key
 
 _T = TypeVar("_T")
-_hash = PolyHash()
+_SHARD = r"(.*)-(\d{5,})-of-(\d{5,})\.hpk"
 _digits = "[0-9]" * 5
 
 
 def shard_pattern(name: str) -> str:
-    """A pattern of the files of a set; patterns stay as they are."""
+    """A pattern of the files of a set, by its name or that of a shard; patterns stay as they are."""
     if glob.has_magic(name):
         return name
-    return f"{glob.escape(name)}-{_digits}-of-{_digits}.hpk"
+    shard = re.fullmatch(_SHARD, name, re.DOTALL)
+    if shard:
+        return f"{glob.escape(shard[1])}-{_digits}*-of-{shard[3]}.hpk"
+    return f"{glob.escape(name)}-{_digits}*-of-{_digits}*.hpk"
 
 
 def shard_of(key: Key, count: int) -> int:
@@ -38,7 +40,9 @@ def shard_of(key: Key, count: int) -> int:
     >>> [vantry.shard_of(key, 16) for key in (b"", b"a", "alpha")]
     [1, 1, 13]
     """
-    return _hash.hash(key_bytes(key)) % count
+    if count <= 0:
+        raise ValueError(f"a set has at least one shard, not {count}")
+    return _vantry.shard_of(key, count)
 
 
 def shard_name(name: str, number: int, count: int) -> str:
@@ -48,47 +52,38 @@ def shard_name(name: str, number: int, count: int) -> str:
     >>> vantry.shard_name("data", 3, 16)
     'data-00003-of-00016.hpk'
     """
-    return f"{name}-{number:05}-of-{count:05}.hpk"
+    return os.fsdecode(_vantry.shard_name(os.fsencode(name), number, count))
 
 
 def sort_shards(pattern: str, files: Iterable[str]) -> List[str]:
     """The shards of one set among the files, in order.
 
-    Files that are no shards are left out. A missing shard is a MissingFileError that names it, and
-    one of another set a PackageError with number 3.
+    Files that are no shards are left out. Without any, if one is missing, and for one that belongs to
+    another set, a PackageError with number 7 is raised.
     """
     shards: Dict[str, Tuple[str, int, int]] = {}
     for file in sorted(files):
-        parts = re.fullmatch(r"(.*)-(\d{5})-of-(\d{5})\.hpk", file, re.DOTALL)
+        parts = re.fullmatch(_SHARD, file, re.DOTALL)
         if parts:
             shards[file] = parts[1], int(parts[2]), int(parts[3])
     if not shards:
-        raise _missing(pattern)
+        _vantry.fail_no_shards(os.fsencode(pattern))
     name, _, count = next(iter(shards.values()))
     for file, (other, number, total) in shards.items():
         if (other, total) != (name, count) or number >= count:
-            raise _foreign(file, f"{name}-*-of-{count:05}.hpk")
+            _vantry.fail_foreign_shard(os.fsencode(file))
     names = [shard_name(name, number, count) for number in range(count)]
     for file in names:
         if file not in shards:
-            raise _missing(file)
+            _vantry.fail_missing_shard(os.fsencode(file))
     return names
 
 
-def _missing(file: str) -> MissingFileError:
-    return MissingFileError(0, f"Cannot open file: {file}", (os.fsencode(file),), errno.ENOENT)
-
-
-def _foreign(file: str, name: str) -> PackageError:
-    return PackageError(3, f"{file} is not a shard of {name}", (os.fsencode(file),))
-
-
 def require_shard(package: Package, number: int, count: int) -> None:
-    """Raises a PackageError with number 3 if the package's first key belongs to another shard."""
-    for key in package:
-        if shard_of(key, count) != number:
-            raise _foreign(package.name, f"a set in which it is number {number} of {count}")
-        break
+    """Raises a PackageError with number 7 if the first or last key belongs to another shard."""
+    for keys in iter(package), reversed(package):
+        if any(shard_of(key, count) != number for key in itertools.islice(keys, 1)):
+            _vantry.fail_foreign_shard(os.fsencode(package.name))
 
 
 class _Items(ItemsView[bytes, bytes]):
@@ -188,8 +183,8 @@ def open_shards(pattern: "Union[str, os.PathLike[str]]") -> Shards:
     ...     len(colors.packages), colors["lime"], list(colors)
     (4, b'#0f0', [b'lime', b'red'])
 
-    pattern: the name of the set, or a pattern as for glob, such as "colors-*.hpk". A shard that is
-    missing, or that belongs to another set, is an error that names it.
+    pattern: the name of the set or of a shard, or a pattern as for glob, such as "colors-*.hpk". A
+    shard that is missing, or that belongs to another set, is a PackageError that names it.
     """
     return Shards(pattern)
 
