@@ -333,6 +333,7 @@ class Packages(unittest.TestCase):
             for start in range(0, size, 70000):
                 yield b"x" * min(70000, size - start)
             end()
+            yield b""
 
         def memory():
             with open("/proc/self/status") as status:
