@@ -62,7 +62,7 @@ public:
     }
     /// @}
 
-    /// The name that the platform's run-time type information gives `T`: "5Hpack", "6HioErr".
+    /// The name of `T` in the platform's run-time type information: "5Hpack", "6HioErr".
     const char* BaseString() const override { return typeid(T).name(); }
     qtString ErrorString() const override {
         return this->ErrorLine("number " + std::to_string(number));

@@ -1,11 +1,11 @@
 #pragma once
 
 /// @file
-/// The mark of what the shared libraries export.
+/// Symbol visibility.
 
-/// Marks what the shared libraries export; everything else stays hidden. Exception classes and
-/// classes with virtual operations carry it too, so that a program and a library agree on them.
+/// Exports a symbol; all others are hidden. Exception classes and classes with virtual functions
+/// need it too, so that a program and a library share their type information.
 #define VANTRY_EXPORT __attribute__((visibility("default")))
-/// Takes a private operation of an exported class out again, so that it may come and go without a
-/// program noticing. Not for those that inline code of the headers calls.
+/// Hides a private member function of an exported class, which may then change without a change of
+/// the binary interface. Not for functions that inline code in headers calls.
 #define VANTRY_LOCAL __attribute__((visibility("hidden")))

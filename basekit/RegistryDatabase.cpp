@@ -83,15 +83,15 @@ private:
             lastBucket < mask >> 1) {
             return false;
         }
-        // Doubling n added the buckets from 2^(n-1) on; the first, only bucket 0.
+        // Doubling n added the buckets from 2^(n-1) on; the first, only bucket 0. The pages of
+        // later ones are either unknown, 0, or reserved.
         for (std::size_t doubling = 0; doubling < 32; ++doubling) {
             const std::uint64_t first = (std::uint64_t{1} << doubling) >> 1;
-            if (first > lastBucket) {
-                break;
-            }
-            const std::uint64_t last = std::min((std::uint64_t{1} << doubling) - 1, lastBucket);
+            const std::uint64_t last = (std::uint64_t{1} << doubling) - 1;
             const std::uint64_t before = Word(96 + 4 * doubling);
-            if (before == 0 || last + before > lastPage) {
+            const bool isUsed = first <= lastBucket;
+            const std::uint64_t lastUsed = isUsed ? std::min(last, lastBucket) : last;
+            if (before == 0 ? isUsed : lastUsed + before > lastPage) {
                 return false;
             }
         }

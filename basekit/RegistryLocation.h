@@ -20,7 +20,7 @@ std::string RegistryPath();
 /// @throws SystemError
 std::unique_ptr<FileLock> LockRegistry(const std::string& file);
 
-/// Gives a new file that root has created to the owner of the database, if there is one.
+/// Makes the owner of the database, if there is one, the owner of a file that root has created.
 void GiveToOwnerOf(const std::string& database, int file);
 
 /// The last failure of the calling thread, as UnixRegistry::LastError() returns it: "FILE: REASON",

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// Trace lines of programs and libraries, and where they go.
+/// Trace lines of programs and libraries, and their destination.
 ///
 ///     static Trace_file thisFile(TraceSubsystem::registry, __FILE__);
 ///     tracef(0, 1, __LINE__, thisFile, 0, "cannot open %s", path);
@@ -9,7 +9,7 @@
 #include "basekit/Export.h"
 
 namespace TraceSubsystem {
-/// The parts of a program that trace lines come from.
+/// The parts of a program that write trace lines.
 enum Subsystems : int {
     registry = 9,
 };
@@ -35,17 +35,19 @@ private:
     const char* path;
 };
 
-/// Receives a trace line: where it comes from and its formatted text, without a line end.
+/// Receives a trace line: its source and its formatted text, without a line end.
 using TraceSink = void (*)(const Trace_file& file, int line, const char* text);
 
-/// Sends trace lines to `sink` from now on; null restores the default. The default drops them,
-/// unless the environment variable BASEKIT_TRACE is set when a line comes: "stderr" writes to
-/// standard error, anything else is the path of a file to append to. Safe to call from any thread.
-/// @return the sink that it replaces, null for the default.
+/// Sets the receiver of trace lines. Thread-safe.
+/// @param sink null for the default, which drops lines unless the environment variable
+/// BASEKIT_TRACE
+///        is set: "stderr" prints to standard error, any other value is the path of a file to
+///        append to. Programs with raised privileges (set-user-id) ignore the variable.
+/// @return the former sink, null for the default
 VANTRY_EXPORT TraceSink SetTraceSink(TraceSink sink);
 
-/// Traces one line, formatted as by printf. A text of any length comes out whole. It never throws.
-/// @param detail0, level, detail1 describe the call; they do not change what is written
+/// Traces one line of any length, formatted as by printf. Never throws.
+/// @param detail0, level, detail1 describe the call; they do not change the line
 /// @param line the source line of the call
 /// @param file the calling file's trace object
 VANTRY_EXPORT void tracef(unsigned char detail0, int level, int line, Trace_file& file,

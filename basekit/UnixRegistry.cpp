@@ -217,7 +217,7 @@ void UnixRegistry::Close() {
     opened.reset();
 }
 
-// Turns to the file that the path names now. While that cannot be opened, the store goes on with
+// Opens the file that the path names now. While that cannot be opened, the store continues with
 // the state that it has open; LastError() then has the reason.
 bool UnixRegistry::Refresh() {
     if (opened == nullptr) {

@@ -10,7 +10,7 @@
 #include "basekit/Export.h"
 #include "basekit/qtString.h"
 
-// Berkeley DB's DBM: who includes db.h with DB_DBM_HSEARCH set to 1 may use a store's handle.
+// Berkeley DB's DBM: code that includes db.h with DB_DBM_HSEARCH set to 1 may use a store's handle.
 struct __db;  // NOLINT(bugprone-reserved-identifier): the name is Berkeley DB's
 
 /// The registry: a database of keys and values, both any bytes, that all programs of a user share.
@@ -24,23 +24,27 @@ struct __db;  // NOLINT(bugprone-reserved-identifier): the name is Berkeley DB's
 ///     }
 ///
 /// The database is the file named by the environment variable BASEKIT_REGISTRY and ".db"; without
-/// that variable $XDG_DATA_HOME/basekit/registry.db, without that too
-/// $HOME/.local/share/basekit/registry.db.
+/// that variable $XDG_DATA_HOME/basekit/registry.db, and without both
+/// $HOME/.local/share/basekit/registry.db. Programs with raised privileges (set-user-id) ignore
+/// these variables and have no registry.
 ///
 /// Any number of processes and threads may have it open and write at once. A change is made to a
-/// copy that takes the database's place in one step, under a lock: a value is on disk when the call
-/// that stored it has returned true, a reader sees the state before or after a change and never one
-/// between, and a process killed at any instant leaves one or the other. A store that stays open
-/// keeps nobody out and sees what others have stored meanwhile. Writing therefore costs time in
-/// proportion to the size of the whole database; storing many values, use one Update.
+/// copy that replaces the database in one step, under a lock:
+/// - once a call that stores a value has returned true, the value is on disk;
+/// - a reader sees the state before or after a change, never one in between;
+/// - a process killed at any moment leaves one or the other.
+/// An open store blocks no one and sees other processes' writes. A write takes time in proportion
+/// to the size of the database: to store many values, use one Update.
 ///
-/// Not promised: anything against programs that write the file by other means; and where one of
-/// them uses ndbm, that it, or a store, finds both a key of more than 256 bytes and a shorter one
-/// that this begins with.
+/// A store that is open stays open: while the database cannot be opened again (removed, replaced by
+/// something else, no descriptors left), the store shows the last state that it has read.
 ///
-/// One store object serves one thread at a time. It keeps what it needs to itself; a file that was
-/// damaged is answered with false, unless the damage leads Berkeley DB astray: databases made here
-/// carry checksums against that, those made elsewhere may not.
+/// Not promised: anything against programs that write the file by other means; and, if one of them
+/// uses ndbm, that it or a store finds both a key of more than 256 bytes and a shorter key that the
+/// long one begins with. Damage is reported as a failure; but in databases made elsewhere, which
+/// may have no checksums, damage after the first page may mislead Berkeley DB.
+///
+/// One store object serves one thread at a time.
 class VANTRY_EXPORT UnixRegistry {
 public:
     /// A closed store.
@@ -51,32 +55,33 @@ public:
     UnixRegistry& operator=(const UnixRegistry&) = delete;
 
     /// Opens the database, closing a former one.
-    /// @param readWrite true to be able to write; this creates what is missing: the database (mode
-    ///        0600) and the folders above it (mode 0700)
-    /// @return true when the store is open
+    /// @param readWrite true to allow writing; this creates what is missing: the database (mode
+    /// 0600)
+    ///        and the folders above it (mode 0700)
+    /// @return true if the store is open, otherwise false with the reason in LastError()
     bool Open(bool readWrite);
 
     /// Closes the database; harmless on a store that is not open.
     void Close();
 
-    /// Looks a key up.
+    /// Looks up a key.
     /// @param[out] data the value's first byte, owned by the store and valid until the next
-    ///        operation on it; may be null for an empty value. Unchanged when false is returned.
-    /// @param[out] length the number of bytes
-    /// @return true when the key exists
+    ///        operation on it; may be null for an empty value. Unchanged if the result is false.
+    /// @param[out] length the number of bytes; unchanged if the result is false
+    /// @return true if the key exists
     bool GetKey(const qtString& key, const char*& data, unsigned& length);
 
     /// Stores a value, replacing a former one.
-    /// @return true when it is on disk; otherwise what was stored before stays
+    /// @return true once it is on disk; otherwise the former value stays
     bool SetKey(const qtString& key, const char* data, unsigned length);
 
-    /// Receives one record; the bytes are valid during the call, which may not use the store.
+    /// Receives one record; the bytes are valid during the call, which must not use the store.
     using Visitor = std::function<void(const qtString& key, const char* data, unsigned length)>;
 
-    /// Shows all records to `visit`, in no particular order: the state at one moment, however long
-    /// it takes and whoever writes meanwhile. When the database's file was removed since Open() it
-    /// is the last state that the store saw. What `visit` throws passes through.
-    /// @return true when there was no record that it did not see
+    /// Passes all records to `visit`, in no particular order: the state at one moment, regardless
+    /// of writers.
+    /// @return true if it visited every record
+    /// @throws what `visit` throws
     bool ForEach(const Visitor& visit);
 
     /// The ndbm handle, valid until the next operation on the store; null while it is not open.
@@ -85,9 +90,11 @@ public:
     /// The path of the database, whether it exists or not; empty when the environment names none.
     static qtString DatabasePath();
 
-    /// What made the last failed operation of the calling thread fail, of any store or qtEncryptor:
-    /// the file and the cause in words, fit for the end of a message. Empty before, and again when
-    /// a key was not there: that is no failure.
+    /// The reason of the last failure in the calling thread, of any store, watch or qtEncryptor:
+    /// "FILE: REASON", cut if it is very long. Empty if there was none; an absent key is no failure
+    /// and clears it. It also tells why a store still shows its last state. Works until the process
+    /// ends, in destructors of static objects too.
+    /// @throws std::bad_alloc
     static qtString LastError();
 
     /// Receives a line such as "waiting for FILE, locked by process 123 (vexreg)".
@@ -111,36 +118,37 @@ private:
     std::unique_ptr<Opened> opened;
 };
 
-/// Several changes that take effect together: all, when Commit() returns true, or none.
+/// Several changes that take effect together: all of them if Commit() returns true, otherwise none.
 ///
 ///     UnixRegistry::Update update(store);
 ///     update.Set("Pop/A", "1", 1);
 ///     update.Remove("Pop/B");
-///     if (update.Commit()) ...  // not when a change has failed
+///     if (update.Commit()) ...  // false if a change has failed
 ///
-/// From its first change to Commit() or its destruction it keeps other writers waiting, but no
-/// reader: the store itself shows the changes after Commit(). The store must outlive it.
+/// From its first change until it is committed or destroyed, it keeps other writers waiting, but no
+/// reader: the store itself shows the changes after Commit(). After fork(), the update belongs to
+/// the parent; in the child, every change and Commit() fail.
 class VANTRY_EXPORT UnixRegistry::Update {
 public:
-    /// No change yet, and no lock; `registry` has to be open for writing and to outlive this.
+    /// Does nothing yet. `registry` must be open for writing and outlive the update.
     explicit Update(UnixRegistry& registry);
-    /// Forgets what was not committed.
+    /// Discards changes that were not committed.
     ~Update();
     Update(const Update&) = delete;
     Update& operator=(const Update&) = delete;
 
     /// Stores a value under a key.
-    /// @return false when the store is not open for writing, another writer did not finish within
-    ///         30 seconds, or the database could not take the value; Commit() then refuses
+    /// @return false if the store is not open for writing, another writer held the lock for 30
+    ///         seconds, or the database could not take the value; Commit() then fails
     bool Set(const qtString& key, const char* data, std::size_t length);
 
-    /// Takes a key and its value out.
-    /// @return true when the key existed; when it did not, Commit() does not mind
+    /// Removes a key and its value.
+    /// @return true if the key existed. Its absence does not make Commit() fail.
     bool Remove(const qtString& key);
 
-    /// Makes the changes last. Nothing to change is no failure.
-    /// @return true when they are on disk; otherwise what was stored before stays. Only when the
-    ///         last step failed, writing the folder, may others already see the changes.
+    /// Stores the changes. Without a change, it does nothing and succeeds.
+    /// @return true once they are on disk; otherwise the former state stays. Only if syncing the
+    ///         folder failed, the last step, others may see the changes already.
     bool Commit();
 
 private:

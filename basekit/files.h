@@ -1,16 +1,16 @@
 #pragma once
 
 /// @file
-/// Small questions to the file system. Safe to call from any thread.
+/// File system helpers. Thread-safe.
 
 #include "basekit/Export.h"
 #include "basekit/qtString.h"
 
-/// Reads the whole file at `path` into `content`.
-/// @return 0, or minus the system's error number; `content` is then unchanged.
-/// @throws std::bad_alloc when there is no memory for the content
+/// Reads the file at `path` into `content`, to its end.
+/// @return 0 on success, otherwise the negated error number (errno); `content` is then unchanged
+/// @throws std::bad_alloc
 VANTRY_EXPORT int qtStringRead(qtString& content, const qtString& path);
 
-/// Tells what `path` names: 0 nothing that can be seen, 1 something else than a directory, 2 a
-/// directory. Links are followed.
+/// Returns the kind of file that `path` names, following links: 0 none, or none that the caller may
+/// see; 1 anything but a directory; 2 a directory.
 VANTRY_EXPORT int IsFileOrDirectory(const qtString& path);

@@ -4,8 +4,8 @@
 
 /// A resizable block of bytes that owns its memory.
 ///
-/// Not for two threads at once. Pointers from Data() are valid until the next Resize(),
-/// assignment or destruction.
+/// Not thread-safe. Pointers from Data() are valid until the next Resize(), assignment or
+/// destruction.
 class VANTRY_EXPORT qtBuffer {
 public:
     qtBuffer() = default;
@@ -24,9 +24,9 @@ public:
     /// The length in bytes.
     unsigned long Length() const { return length; }
 
-    /// Sets the length and keeps the bytes up to the smaller of the old and the new length. Bytes
-    /// that are new are not initialised. Making a buffer smaller never fails.
-    /// @throws std::bad_alloc when there is no memory to grow; the buffer is then unchanged.
+    /// Changes the length. Bytes up to the smaller of the old and the new length are kept; added
+    /// bytes are uninitialized. Shrinking never fails.
+    /// @throws std::bad_alloc if there is no memory to grow; the buffer is then unchanged
     void Resize(unsigned long newLength);
 
 private:

@@ -4,8 +4,8 @@
 #include "basekit/qtString.h"
 #include "basekit/qtxAll.h"
 
-/// Encryption or decryption failed: the text says why and names the key file where that is at
-/// fault. Code 11, level 1. UnixRegistry::LastError() keeps the text.
+/// Encryption or decryption failed. The text has the reason, and the key file if that is at fault.
+/// Code 11, level 1. UnixRegistry::LastError() returns the same text.
 class VANTRY_EXPORT qtxEncryptor : public qtxAll {
 public:
     using qtxAll::qtxAll;
@@ -15,33 +15,35 @@ public:
     const char* BaseString() const override;
 };
 
-/// Encrypts short secrets with the key of this user's registry, so that nobody reads or alters them
-/// who has the database alone.
+/// Encrypts short secrets with the key of this user's registry: the database alone is not enough to
+/// read or alter them.
 ///
 ///     qtString secret = qtEncryptor().Encrypt(password);
 ///     qtString plain = qtEncryptor().Decrypt(secret);
 ///     ...
 ///     qtEncryptor::Wipe(plain);
 ///
-/// The key is 32 random bytes in the file beside the registry's database whose name ends in ".key"
-/// instead of ".db", mode 0600, made on first use. Without that file what was encrypted is lost:
-/// keep it, and keep it apart from copies of the database.
+/// The key is 32 random bytes in a file next to the registry's database, with ".key" in place of
+/// ".db", mode 0600, created on first use. Without that file, encrypted secrets are lost: keep it,
+/// and keep it apart from copies of the database. A key file that belongs to another user, or that
+/// others may read or write, is refused; root may use the key of the database's owner.
 ///
-/// An object holds no state; any number of threads and processes may encrypt at once.
+/// Objects have no state; any number of threads and processes may encrypt at once.
 class VANTRY_EXPORT qtEncryptor {
 public:
     qtEncryptor() = default;
 
-    /// Encrypts any bytes. The same text gives another result each time: 24 random bytes, then the
-    /// bytes encrypted and authenticated, 40 bytes longer in all than the text.
-    /// @throws qtxEncryptor when the key can be neither read nor made
+    /// Encrypts any bytes. The result is 40 bytes longer than the text: 24 random bytes, so it
+    /// differs each time, then the encrypted bytes with their authentication.
+    /// @throws qtxEncryptor if the key can be neither read nor created
     qtString Encrypt(const qtString& plain) const;
 
-    /// Gives back what Encrypt() was given. The result is a secret: the caller wipes it.
-    /// @throws qtxEncryptor when `encrypted` is not, to the bit, a result of Encrypt() with this
-    ///         key, and when there is no key
+    /// Decrypts a result of Encrypt(). The result is a secret: the caller should wipe it.
+    /// @throws qtxEncryptor if `encrypted` was altered or encrypted with another key, and if there
+    /// is
+    ///         no key
     qtString Decrypt(const qtString& encrypted) const;
 
-    /// Overwrites the text in memory and leaves it empty.
+    /// Overwrites the text in memory, up to its capacity, and leaves it empty.
     static void Wipe(qtString& text);
 };

@@ -4,20 +4,21 @@
 
 #include "basekit/Export.h"
 
-/// A mutual exclusion lock that the standard lock holders (std::lock_guard and its kin) work on.
+/// A mutual exclusion lock for std::lock_guard and the other standard lock holders.
 class VANTRY_EXPORT qtMutex {
 public:
-    /// @param recursive true when the thread that holds the lock may take it again; it then has to
-    ///        release it as often.
-    /// @throws std::system_error when the system has no room for one more lock.
+    /// @param recursive true if the thread that holds the lock may lock it again; it must then
+    /// unlock
+    ///        it as many times
+    /// @throws std::system_error if the system cannot create the lock
     explicit qtMutex(bool recursive);
     ~qtMutex();
     qtMutex(const qtMutex&) = delete;
     qtMutex& operator=(const qtMutex&) = delete;
 
-    /// Waits for the lock and takes it.
+    /// Waits until the lock is free, and takes it.
     void lock();
-    /// Takes the lock if nobody holds it. @return true when it was taken.
+    /// Takes the lock if it is free. @return true if it was taken
     bool try_lock();
     /// Releases the lock, which the calling thread must hold.
     void unlock();

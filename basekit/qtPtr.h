@@ -6,10 +6,10 @@
 #include "basekit/Export.h"
 #include "basekit/qtMutex.h"
 
-/// What all qtPtr<T> share: the holder of the count.
+/// The part of qtPtr<T> that does not depend on T: the holder of the count.
 class VANTRY_EXPORT qtPtrBase {
 public:
-    /// Counts the references to one object; for qtPtr alone.
+    /// Counts the references to one object. Only qtPtr uses it.
     class VANTRY_EXPORT m_CountAux {
     public:
         m_CountAux() = default;
@@ -17,14 +17,13 @@ public:
         m_CountAux(const m_CountAux&) = delete;
         m_CountAux& operator=(const m_CountAux&) = delete;
 
-        /// One more reference.
+        /// Adds a reference.
         void Take();
-        /// One reference less. @return true when that was the last one; the caller then deletes the
-        /// holder.
+        /// Removes a reference. @return true if it was the last; the caller then deletes the holder
         bool Release();
 
-        /// Set it, before any other thread starts, in a process that has one thread only: counts
-        /// then change without the lock.
+        /// Makes counts change without the lock, in the entire process. Set it only in a process
+        /// that has one thread for its entire life.
         static bool s_singleThread;
 
     private:
@@ -33,18 +32,18 @@ public:
     };
 };
 
-/// A counted pointer that owns its object: the last qtPtr to let go deletes it.
+/// A counted pointer that owns its object: the last qtPtr that is destroyed deletes it.
 ///
-/// The count may be changed from several threads at once, through different qtPtr objects. One
-/// qtPtr object serves one thread at a time, and the object pointed to is the callers' concern.
+/// Different qtPtr objects may share an object across threads: the count is thread-safe. A single
+/// qtPtr is not, and access to the object is up to the caller.
 template <class T>
 class qtPtr : public qtPtrBase {
 public:
-    /// Points nowhere.
+    /// Empty.
     qtPtr() = default;
 
-    /// Takes over a newly created object (null gives an empty pointer).
-    /// @throws std::bad_alloc when there is no memory for the count; the object is then deleted.
+    /// Takes ownership of a new object; null makes an empty pointer.
+    /// @throws std::bad_alloc if there is no memory for the count; the object is then deleted
     explicit qtPtr(T* newObject) {
         std::unique_ptr<T> guard(newObject);
         if (newObject != nullptr) {
@@ -53,7 +52,7 @@ public:
         }
     }
 
-    /// A copy shares the object; what was moved from points nowhere.
+    /// A copy shares the object; a moved-from pointer is empty.
     /// @{
     qtPtr(const qtPtr& other) : holder(other.holder), object(other.object) {
         if (holder != nullptr) {
@@ -62,7 +61,7 @@ public:
     }
     qtPtr(qtPtr&& other) noexcept { Swap(other); }
     /// @}
-    /// The former object is released after the new one has been taken.
+    /// Shares the other pointer's object, then releases the former one.
     qtPtr& operator=(qtPtr other) noexcept {
         Swap(other);
         return *this;
@@ -73,8 +72,8 @@ public:
         }
     }
 
-    /// The object, which the pointer keeps owning. An empty pointer gives null and may not be
-    /// followed.
+    /// The object, still owned by the pointer. For an empty pointer, Get() returns null and the
+    /// other two operators are undefined.
     /// @{
     T* Get() const { return object; }
     T* operator->() const { return object; }

@@ -5,20 +5,20 @@
 
 #include "basekit/Export.h"
 
-/// A narrow byte string with value semantics. It is a standard string by another name: any byte
-/// may occur in it, NUL included, and it converts from and to std::string without ceremony.
+/// A narrow byte string with value semantics: a standard string that may hold any byte, NUL
+/// included, and converts from and to std::string implicitly.
 class qtString : public std::string {
 public:
     using std::string::string;
     qtString() = default;
-    /// From a standard string, which it copies or takes over.
+    /// Copies or moves a standard string.
     /// @{
     qtString(const std::string& text) : std::string(text) {}
     qtString(std::string&& text) noexcept : std::string(std::move(text)) {}
     /// @}
 
-    /// Removes white space (blank, `\t`, `\n`, `\v`, `\f`, `\r`, in every locale) from both ends,
-    /// in place.
+    /// Removes white space from both ends, in place: space, `\t`, `\n`, `\v`, `\f`, `\r`, whatever
+    /// the locale.
     VANTRY_EXPORT void TrimWhiteSpace();
 };
 
@@ -27,7 +27,7 @@ class qtWString : public std::wstring {
 public:
     using std::wstring::wstring;
     qtWString() = default;
-    /// From a standard string, which it copies or takes over.
+    /// Copies or moves a standard string.
     /// @{
     qtWString(const std::wstring& text) : std::wstring(text) {}
     qtWString(std::wstring&& text) noexcept : std::wstring(std::move(text)) {}

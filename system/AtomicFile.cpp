@@ -190,7 +190,7 @@ void AtomicFile::Commit(Sync sync) {
     }
 }
 
-// Gives the file its last name at once or, where that is taken by what it replaces, a temporary
+// Names the file like its target or, where a former file has that name, temporarily
 // one.
 void AtomicFile::LinkUnnamed() {
     const std::string path = Path();
@@ -221,7 +221,7 @@ void AtomicFile::Rename() {
         }
         return;
     }
-    // Whoever has taken the name meanwhile keeps it.
+    // A file that has taken the name in the meantime keeps it.
     if (renameat2(folder, temporary.c_str(), folder, name.c_str(), RENAME_NOREPLACE) == 0) {
         return;
     }

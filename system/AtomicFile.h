@@ -17,7 +17,7 @@ namespace vantry_internal {
 ///     file.Commit();
 ///
 /// Without Commit() the target stays as it was and nothing is left. The new file belongs to the
-/// calling process alone (mode 0600) until Commit() gives it the rights of the file that it
+/// calling process alone (mode 0600) until Commit() grants the rights of the file that it
 /// replaces, or the requested ones.
 ///
 /// Where the file system can, the file has no name before Commit(). Elsewhere it is called
@@ -56,7 +56,7 @@ public:
     /// A path by which this process can open the new file again.
     std::string Path() const;
 
-    /// Brings the bytes to the disk, gives the file its rights and its name, and brings the name to
+    /// Syncs the bytes to the disk, sets the file's rights and its name, and syncs the name to
     /// the disk. May be called once.
     /// @param sync no: without waiting for the disk
     /// @throws SystemError; the target is then as it was, except that after "cannot sync FOLDER" it

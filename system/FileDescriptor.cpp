@@ -15,7 +15,7 @@ FileDescriptor OpenRegularAt(int folder, const std::string& path, int flags,
     // Without O_NONBLOCK, opening a FIFO would wait for its other end. Regular files ignore it.
     FileDescriptor file(openat(folder, path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!file) {
-        // Only something special has no such device behind it.
+        // Only a special file fails like this.
         const bool special = errno == ENXIO || errno == ENODEV;
         throw special ? SystemError(errno, "cannot open", shown, "not a regular file")
                       : SystemError(errno, "cannot open", shown);

@@ -42,7 +42,7 @@ FileLock::FileLock(const std::string& given, const LockWait& wait, Missing missi
         path = FollowLinks(given);
         Open(missing);
         Acquire(wait);
-        // Whoever held the lock may have put another file in its place, or a link elsewhere.
+        // The former holder of the lock may have replaced the file, or the link to it.
     } while (!IsNamed(file.Get(), AT_FDCWD, path, AT_SYMLINK_NOFOLLOW) ||
              !IsNamed(file.Get(), AT_FDCWD, given, 0));
     holder = getpid();

@@ -128,7 +128,7 @@ int CopyRights(int file, int former) {
         }
         group = list.CommonRights();
     }
-    // Whoever was in the group, or in an entry of the list, is now one of the others.
+    // Users of the group, or of an entry of the list, now count as others.
     if (!groupKept || !list.IsEmpty()) {
         mode &= ~mode_t{077} | static_cast<mode_t>((groupKept ? group << 3 : 0) | group);
     }

@@ -50,7 +50,7 @@ TEST_F(RegistryWatchTest, ReportsWhatHasChanged) {
     EXPECT_EQ(Changes(), "Pop/a- Pop/b=2 Pop/c=3 ");
 
     ASSERT_TRUE(watch.Open());
-    EXPECT_EQ(Changes(), "") << "what was there before is no change";
+    EXPECT_EQ(Changes(), "") << "existing keys are no change";
     const pid_t child = Start([] {
         usleep(30000);
         EXPECT_TRUE(Set("late", "1"));
@@ -74,7 +74,7 @@ TEST_F(RegistryWatchTest, ReportsWhatHasChanged) {
     EXPECT_EQ(Changes(), "late=3 ");
 }
 
-// Four writers change ten keys; whoever watches knows the last state of each.
+// Four writers change ten keys; the watch reports the last state of each.
 TEST_F(RegistryWatchTest, TheLastStateIsAlwaysReported) {
     ASSERT_TRUE(watch.Open());
     Records seen;

@@ -134,7 +134,7 @@ TEST_F(UnixRegistryTest, SharesTheFormatOfNdbm) {
          next = dbm_nextkey(store.Handle())) {
         ++count;
     }
-    EXPECT_EQ(count, model.size()) << "the handle shows what was there when the store last looked";
+    EXPECT_EQ(count, model.size()) << "the handle shows the state that the store has read last";
 }
 
 TEST_F(UnixRegistryTest, CreatesWhatIsMissingForTheUserAlone) {
@@ -300,6 +300,7 @@ TEST_F(UnixRegistryTest, NothingInPlaceOfTheDatabaseStopsTheProgram) {
                          {100, "\xff\xff\xff\x7f", 4},
                          {32, "\3", 1},
                          {28, "\3", 1},
+                         {112, "\xff\xff\xff\x7f", 4},
                          {8, "\1", 1},
                          {16, "\6", 1},
                          {80, "\1", 1}};
@@ -540,7 +541,7 @@ std::string SlotOf(const Report& write) {
     return write.writer + std::to_string(write.number % 16);
 }
 
-// One writer of the kill loop: each write gives three keys the same value, in one step, and is
+// One writer of the kill loop: each write sets three keys to the same value, in one step, and is
 // reported when it has succeeded.
 [[noreturn]] void WriteUntilKilled(int reports, Report write) {
     UnixRegistry kept;

@@ -239,7 +239,7 @@ TEST_F(VexregTest, AStoppedImportLeavesNoFolder) {
 }
 
 TEST_F(VexregTest, AKilledImportLeavesNoFolder) {
-    // Whoever has the pipe open has ended when cat has.
+    // Once cat has ended, no process has the pipe open.
     Done("mkdir tmp; mkfifo in; { TMPDIR=tmp " COMMAND
          " import --dry-run in & exec 3>in; ls tmp |"
          " wc -l; kill -9 $!; } | cat; ls tmp",
