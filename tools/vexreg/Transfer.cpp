@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "VexUnix/VexRegistryUnix.h"
+#include "tools/common/Failures.h"
 #include "tools/common/KeyText.h"
 #include "tools/common/System.h"
 #include "tools/vexreg/Commands.h"
