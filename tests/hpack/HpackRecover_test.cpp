@@ -459,6 +459,42 @@ TEST(HpackRecover, CanBeCanceledAtAnyPoint) {
     }
 }
 
+// The scan reads pieces of 256 KiB.
+TEST(HpackRecover, FindsRecordsAcrossTheBordersOfPieces) {
+    constexpr std::size_t border = 1 << 18;
+    for (std::size_t offset = border - 5; offset <= border + 2; ++offset) {
+        const Contents contents = {{"a", qtString(offset - 16 - 13, '.')}, {"b", "b1"}};
+        const qtString bytes = Package(contents);
+        EXPECT_EQ(Recover(WithoutIndex(bytes).substr(0, offset + 15)).items, contents) << offset;
+    }
+}
+
+/// A stream with a range of bytes that cannot be read.
+struct BadSector : Reading {
+    using Reading::Reading;
+    void Read(char* data, unsigned int count) override {
+        if (Tell() < start + 512 && Tell() + count > start) {
+            Fail(HioErrors::read, "bad sector");
+        }
+        Reading::Read(data, count);
+    }
+    static constexpr std::size_t start = 400390;
+};
+
+TEST(HpackRecover, LosesOnlyTheRecordsInABadSector) {
+    Contents contents;
+    for (std::size_t number = 0; number < 6000; ++number) {
+        contents[Word(number)] = qtString(84, 'x');
+    }
+    BadSector stream(WithoutIndex(Package(contents)).substr(0, 16 + 6000 * 100));
+    const Recovery found(stream);
+    EXPECT_GE(found.items.size(), 6000U - 12);
+    EXPECT_TRUE(
+        std::includes(contents.begin(), contents.end(), found.items.begin(), found.items.end()));
+    ASSERT_EQ(found.report.notes.size(), 1U);
+    EXPECT_EQ(found.report.notes[0].kind, HpackRecoverNote::unreadable);
+}
+
 TEST(HpackRecover, SkipsBadSectors) {
     const Contents contents = {{"a", "a1"}, {"b", "b1"}, {"c", "c1"}};
     const qtPtr<qtBuffer> buffer = NewBuffer(three);
