@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "hpack/Hpack.h"
+#include "hpack/HpackItemWriter.h"
 #include "hpack/RawPackage.h"
 #include "hpack/RecoverDecide.h"
 #include "hpack/RecoverLocate.h"
@@ -81,7 +82,7 @@ private:
     void SetIdentity();
     void Copy();
     qtString KeyInTarget(const RecoverCandidate& candidate, const qtString& key) const;
-    bool ReadBody(const RecoverCandidate& candidate, SegBuf& body);
+    bool CopyItem(const RecoverCandidate& candidate);
     void Note(HpackRecoverNote::Kind kind, std::uint32_t offset, const qtString& key);
     void NoteRecord(HpackRecoverNote::Kind kind, const HpackRecord& record);
 
@@ -226,21 +227,46 @@ void Recovery::Copy() {
             }
         }
     }
-    qtString key;
-    SegBuf body;
     for (std::size_t i = 0; i < chosen.size(); ++i) {
-        const RecoverCandidate& candidate = *chosen[i];
         if (options.beforeItem) {
             options.beforeItem(i, chosen.size());
         }
-        if (package.ReadKey(candidate, key) && ReadBody(candidate, body)) {
-            out.AddAtOffset(KeyInTarget(candidate, key), body, 0);
+        if (CopyItem(*chosen[i])) {
             ++report.items;
-            report.listed += candidate.confidence == Confidence::listed ? 1 : 0;
+            report.listed += chosen[i]->confidence == Confidence::listed ? 1 : 0;
         } else {
-            NoteRecord(HpackRecoverNote::unreadable, candidate);
+            NoteRecord(HpackRecoverNote::unreadable, *chosen[i]);
         }
     }
+}
+
+// Long bodies go in pieces, so that they need no memory and can be canceled. If one turns out to be
+// unreadable, the pieces before are dead bytes in the target; short ones leave nothing.
+bool Recovery::CopyItem(const RecoverCandidate& candidate) {
+    constexpr std::uint32_t pieceSize = 1 << 20;
+    qtString key;
+    qtString body;
+    if (!package.ReadKey(candidate, key)) {
+        return false;
+    }
+    key = KeyInTarget(candidate, key);
+    if (candidate.bodyLength <= pieceSize) {
+        if (!package.ReadText(candidate.BodyAt(), candidate.bodyLength, body)) {
+            return false;
+        }
+        out.AddAtOffset(key, body, 0);
+        return true;
+    }
+    HpackItemWriter writer(out, key);
+    for (std::uint32_t at = 0; at < candidate.bodyLength; at += pieceSize) {
+        const std::uint32_t length = std::min(pieceSize, candidate.bodyLength - at);
+        if (!package.ReadText(candidate.BodyAt() + at, length, body)) {
+            return false;
+        }
+        writer.Write(body.data(), length);
+    }
+    writer.Finish();
+    return true;
 }
 
 qtString Recovery::KeyInTarget(const RecoverCandidate& candidate, const qtString& key) const {
@@ -252,20 +278,6 @@ qtString Recovery::KeyInTarget(const RecoverCandidate& candidate, const qtString
         name += '-';
     }
     return name;
-}
-
-bool Recovery::ReadBody(const RecoverCandidate& candidate, SegBuf& body) {
-    const std::uint32_t length = candidate.bodyLength;
-    body.Grow(length);
-    body.size = length;
-    for (std::uint32_t at = 0, run = 0; at < length; at += run) {
-        char* where = nullptr;
-        body.Locate(at, length, where, run);
-        if (!package.Read(candidate.BodyAt() + at, where, run)) {
-            return false;
-        }
-    }
-    return true;
 }
 
 // The keys of overlapping records could fill the memory.

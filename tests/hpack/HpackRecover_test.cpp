@@ -469,6 +469,15 @@ TEST(HpackRecover, FindsRecordsAcrossTheBordersOfPieces) {
     }
 }
 
+TEST(HpackRecover, CopiesLongBodiesInPieces) {
+    qtString body;
+    for (std::size_t i = 0; i < (5 << 19) / 4 + 1; ++i) {
+        body += Word(i);
+    }
+    const Contents contents = {{"a", body}, {"b", "b1"}};
+    EXPECT_EQ(Recover(Package(contents)).items, contents);
+}
+
 /// A stream with a range of bytes that cannot be read.
 struct BadSector : Reading {
     using Reading::Reading;
