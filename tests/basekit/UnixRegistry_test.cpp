@@ -420,6 +420,24 @@ TEST_F(UnixRegistryTest, AForkedChildLeavesTheUpdateToItsParent) {
     EXPECT_EQ(ReadAll(), (Records{{"a", "parent"}, {"b", "free again"}}));
 }
 
+TEST_F(UnixRegistryTest, AWriterThatWaitsReportsIt) {
+    UnixRegistry store;
+    ASSERT_TRUE(store.Open(true));
+    std::optional<UnixRegistry::Update> update(std::in_place, store);
+    ASSERT_TRUE(update->Set("a", "b", 1));
+    static std::string line;
+    EXPECT_EQ(UnixRegistry::SetWaitReport([](const char* text) { line += text; }), nullptr);
+    std::thread other([] { EXPECT_TRUE(Set("c", "d")); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    EXPECT_TRUE(update->Commit());
+    update.reset();
+    other.join();
+    EXPECT_NE(UnixRegistry::SetWaitReport(nullptr), nullptr);
+    EXPECT_EQ(line, "waiting for " + database.string() + ".lock, locked by process " +
+                        std::to_string(getpid()) + " (basekit_test)");
+    EXPECT_EQ(ReadAll(), (Records{{"a", "b"}, {"c", "d"}}));
+}
+
 // Objects of a thread are destroyed before static ones, which may still use the registry.
 TEST_F(UnixRegistryTest, WorksUntilTheProcessEnds) {
     static std::string expected;

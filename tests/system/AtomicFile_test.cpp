@@ -360,6 +360,13 @@ TEST_P(AtomicFileTest, ReplacesOnlyTheFileThatIsLocked) {
     EXPECT_EQ(FileBytes(target), "");
 }
 
+TEST(Folder, NewFoldersAreSynced) {
+    const TempFolder scratch;
+    calls = Calls();
+    const FileLock lock(scratch / "a/b/lock", {}, FileLock::Missing::create);
+    EXPECT_EQ(calls.syncs, "dd");
+}
+
 INSTANTIATE_TEST_SUITE_P(, AtomicFileTest, ::testing::Bool());
 
 }  // namespace
