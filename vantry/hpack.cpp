@@ -292,13 +292,8 @@ vantry_hpack_walk* vantry_hpack_iterate(const vantry_hpack* package, const void*
             walk->range = handle.view->Prefix(wanted);
             walk->at = walk->range->begin();
         } else {
-            std::vector<qtString> keys;
-            handle.package.GetIndex(keys);
-            for (qtString& key : keys) {
-                if (key.compare(0, wanted.size(), wanted) == 0) {
-                    walk->keys.push_back(std::move(key));
-                }
-            }
+            handle.package.ForEach(wanted,
+                                   [&](std::string_view key) { walk->keys.emplace_back(key); });
         }
         return walk.release();
     });
