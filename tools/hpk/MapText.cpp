@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/common/HumanSize.h"
 #include "tools/hpk/MapPicture.h"
 
 namespace vantry_tools {
