@@ -146,7 +146,7 @@ TEST_F(HpackUpdateTest, ALockThatIsHeldIsWaitedForNoLongerThanAsked) {
     });
 }
 
-// Gives two items of `writer` the same next number.
+// Sets two items of `writer` to the same next number.
 void Count(const qtString& path, const qtString& writer) {
     HpackUpdate(path, [&](Hpack& package) {
         qtString number = "0";

@@ -110,7 +110,7 @@ void PackageReader::RequireNoOverlap() {
             const Place place = Find(key);
             extents.emplace_back(place.offset, std::uint64_t{place.offset} + place.size +
                                                    HpackFormat::recordOverhead + key.size());
-        } catch (const PackageFailure&) {  // whoever reads the item reports it
+        } catch (const PackageFailure&) {  // reported when the item is read
         }
     }
     std::sort(extents.begin(), extents.end());

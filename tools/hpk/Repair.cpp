@@ -208,16 +208,16 @@ void AddRepairCommands(CLI::App& app) {
     checkCommand.add_flag("--json", check.json, "Show one object");
 
     const auto [recoverCommand, recover] = AddPackageCommand(
-        app, "recover", "Make a package of what can be read of a damaged one",
-        "Items come from the index and, where there is none or it is damaged, from a search for\n"
-        "records. What was dropped or could not be decided is said, a line each. The index\n"
-        "decides what was deleted; without it deleted items may come back.\n"
+        app, "recover", "Create a package from what is readable",
+        "Items come from the index and, if that is missing or damaged, from a search for\n"
+        "records. Dropped and undecided items are reported, a line each. The index decides what\n"
+        "was deleted; without it deleted items may come back.\n"
         "\n"
         "Example:\n"
         "  hpk recover damaged.hpk saved.hpk",
         &Recover);
     AddPackageArgument(recoverCommand, "OUT", recover.output, "The new package")->required();
-    recoverCommand.add_flag("-a,--all", recover.all, "Take also what was deleted, or never saved");
+    recoverCommand.add_flag("-a,--all", recover.all, "Also recover deleted and unsaved items");
     recoverCommand.add_flag("-f,--force", recover.force, "Replace an existing file");
     recover.AddQuiet(recoverCommand);
 
