@@ -12,8 +12,9 @@ function __vantry_complete
                 set -l found
                 for path in (__fish_complete_path $word)
                     set -l file (string split -m 1 \t $path)[1]
-                    if string match -q '*/' $file; or
-                        test -f $file -a (head -c 3 $file 2>/dev/null | string collect) = 'J[l'
+                    set -l magic
+                    test -f $file; and set magic (head -c 3 -- $file 2>/dev/null)
+                    if string match -q '*/' -- $file; or test "$magic" = 'J[l'
                         set -a found $path
                     end
                 end

@@ -90,8 +90,8 @@ static void Diff(const DiffOptions& options) {
     bool differs = false;
     try {
         differs = Comparison(options).Run();
-    } catch (const std::runtime_error& failure) {
-        PrintError(failure.what());
+    } catch (const std::exception&) {
+        PrintError(DescribeException());
         throw ReportedFailure{exitUsage};  // to scripts, 1 is a difference
     }
     if (differs) {

@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "system/Folder.h"
 #include "tools/common/KeyText.h"
 #include "tools/common/LongWork.h"
 #include "tools/common/PrintableText.h"
@@ -45,7 +46,9 @@ static void WriteBodies(PackageReader& reader, const std::vector<qtString>& keys
 }
 
 // A device or a FIFO is written to directly; it cannot be replaced.
+// @throws SystemError if the path is a link that another user has put into a folder for all
 static bool TakesBytesDirectly(const std::string& path) {
+    vantry_internal::FollowLinks(path);
     struct stat status;
     return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
 }
