@@ -8,7 +8,7 @@ packages_build=(g++ cmake ninja-build pkgconf libdb5.3-dev libsodium-dev
 packages_bench=(python3 libbenchmark-dev libsqlite3-dev liblmdb-dev libgdbm-dev libcdb-dev libisal-dev
     libxxhash-dev zlib1g-dev libabsl-dev libboost-dev python3-lmdb python3-gdbm)
 packages_check=(clang-format clang-tidy mypy abigail-tools strace valgrind python3-distributed
-    python3-fsspec python3-zarr)
+    python3-fsspec python3-zarr fish)
 # Clang for the fuzz targets: its run-time library has the fuzzer and the sanitizers.
 packages_fuzz=(clang libclang-rt-dev)
 packages_coverage=(gcovr)
