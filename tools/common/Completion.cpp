@@ -83,7 +83,7 @@ static void OfferPositional(const CLI::App& command, const std::string& word,
     if (is({"PKG", "OTHER"})) {
         std::puts(":package");
     }
-    if (is({"PATH", "FILE", "OUT", "WORD", "ARCHIVE"})) {
+    if (is({"PATH", "FILE", "OUT", "WORD", "ARCHIVE", "KEYFILE", "SIGNATURE"})) {
         std::puts(":file");
     }
 }

@@ -16,6 +16,8 @@ void AddChangeCommands(CLI::App& app);    // rm, mv
 void AddCompareCommands(CLI::App& app);   // diff
 void AddImportCommands(CLI::App& app);    // import
 void AddExportCommands(CLI::App& app);    // export
+void AddSumCommands(CLI::App& app);       // sum
+void AddSignCommands(CLI::App& app);      // keygen, sign, verify
 void AddMapCommands(CLI::App& app);       // map
 void AddIdentityCommands(CLI::App& app);  // id, state
 void AddRepairCommands(CLI::App& app);    // check, recover, compact

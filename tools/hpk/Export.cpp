@@ -25,6 +25,8 @@ class Export {
 public:
     explicit Export(const ExportOptions& exportOptions)
         : options(exportOptions), reader(options.package), choice(options.choice) {
+        reader.RequireIndex();
+        reader.RequireNoOverlap();
         keys = choice.Choose(reader.Keys());
     }
 
@@ -34,7 +36,7 @@ public:
         for (const qtString& key : keys) {
             StopIfInterrupted(progress);
             Write(archive, key, progress);
-            progress.Increment(1);
+            Advance(progress, 1);
         }
         archive.Finish();
     }

@@ -35,6 +35,8 @@ int main(int argc, char** argv) {
     AddCompareCommands(app);
     AddImportCommands(app);
     AddExportCommands(app);
+    AddSumCommands(app);
+    AddSignCommands(app);
     AddMapCommands(app);
     AddIdentityCommands(app);
     AddRepairCommands(app);
