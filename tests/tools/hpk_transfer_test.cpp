@@ -117,4 +117,35 @@ with tarfile.open("a.tar", "w") as archive:
         "p: Key points to invalid item: g");
 }
 
+TEST_F(HpkTransferTest, FilesAreChosen) {
+    WriteTree({{"d/a.c", "1"},
+               {"d/a.o", "2"},
+               {"d/sub/b.c", "3"},
+               {"d/sub/b.o", "4"},
+               {"d/sub/deep.o/x", "5"},
+               {"line\nend", "6"}},
+              ".");
+    for (const auto& [words, keys] : Files{
+             {"--exclude '*.o' d", "a.c\nsub/b.c\n"},
+             {"--exclude 'sub/*' --exclude a.o d", "a.c\n"},
+             {"--exclude sub d", "a.c\na.o\n"},
+             {"--exclude 'a*' d/a.c d/sub", "b.c\nb.o\ndeep.o/x\n"},
+             {"--paths --exclude 'd/*o*' .//d", "d/a.c\nd/sub/b.c\n"},
+             {"--files-from list", "a.c\nb.c\n"},
+             {"--files-from list --paths d/sub", "d/a.c\nd/sub/b.c\nd/sub/b.o\nd/sub/deep.o/x\n"},
+             {"--files-from - -0 d/a.o <nul", "a.c\na.o\n\"line\\nend\"\n"},
+         }) {
+        Done("printf 'd/a.c\\n\\nd/sub/b.c' >list; printf 'd/a.c\\0line\\nend\\0' >nul");
+        Done("rm -f p; hpk create p " + words + "; hpk list p", keys);
+        Done("hpk create -f p; hpk add p " + words + "; hpk list p", keys);
+    }
+    Fails("hpk add p", "PATH is required (see hpk add --help)", 2);
+    Fails("hpk create q --paths ../x d", "cannot open ../x: No such file or directory");
+    Fails("hpk create q --paths \"$PWD/d\" 2>&1 | sed 's/path .*: /path: /' >&2; exit 1",
+          "cannot keep the path: an absolute path");
+    Fails("hpk create q --paths d//a.c",
+          "cannot keep the path d//a.c: the path has an empty part or a \".\"");
+    Fails("hpk create q -0 d", "--null requires --files-from (see hpk create --help)", 2);
+}
+
 }  // namespace

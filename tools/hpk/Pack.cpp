@@ -9,14 +9,14 @@
 #include "tools/hpk/KeyArguments.h"
 #include "tools/hpk/NewPackage.h"
 #include "tools/hpk/PackageFile.h"
-#include "tools/hpk/Sources.h"
+#include "tools/hpk/SourceOptions.h"
 
 namespace vantry_tools {
 
 namespace {
 
 struct PackOptions : PackageOptions {
-    std::vector<std::string> paths;
+    SourceOptions sources;
     bool force = false;
 };
 
@@ -46,10 +46,11 @@ static void ReportSkipped(const Sources& sources, bool quiet) {
 }
 
 static void Create(const PackOptions& options) {
-    Sources sources;
+    Sources sources(options.sources.Rules());
+    const std::vector<std::string> paths = options.sources.Paths(false);
     RunLongWork(options.quiet, [&](CTProgress& progress) {
         const std::string& path = options.package;
-        sources.Collect(options.paths, progress);
+        sources.Collect(paths, progress);
         NewPackage file(path, options.force, progress);
         if (file.Former() >= 0) {
             sources.Exclude(file.Former());
@@ -67,10 +68,11 @@ static void Create(const PackOptions& options) {
 }
 
 static void Add(const PackOptions& options) {
-    Sources sources;
+    Sources sources(options.sources.Rules());
+    const std::vector<std::string> paths = options.sources.Paths(true);
     ChangePackage(options.package, options.quiet, [&](Hpack& package, CTProgress& progress) {
         sources.Exclude(OpenRegular(options.package, O_RDONLY).Get());
-        sources.Collect(options.paths, progress);
+        sources.Collect(paths, progress);
         ItemStore store(options.package, package);
         Pack(sources, options.package, store, progress);
     });
@@ -137,11 +139,6 @@ static void Put(const PutOptions& options) {
     });
 }
 
-static CLI::Option& AddPaths(CLI::App& command, PackOptions& options) {
-    options.AddQuiet(command);
-    return *command.add_option("PATH", options.paths, "Folders and files to pack")->type_name("");
-}
-
 void AddPackCommands(CLI::App& app) {
     const auto [createCommand, create] = AddPackageCommand(
         app, "create", "Create a package from files",
@@ -151,10 +148,12 @@ void AddPackCommands(CLI::App& app) {
         "\n"
         "Examples:\n"
         "  hpk create include.hpk /usr/include\n"
-        "  hpk create --force letters.hpk a.txt b.txt",
+        "  hpk create --force letters.hpk a.txt b.txt\n"
+        "  git ls-files -z | hpk create src.hpk --paths --files-from - -0",
         &Create);
     createCommand.alias("c");
-    AddPaths(createCommand, create);
+    create.sources.AddTo(createCommand);
+    create.AddQuiet(createCommand);
     createCommand.add_flag("-f,--force", create.force, "Replace an existing file");
 
     const auto [addCommand, add] = AddPackageCommand(
@@ -165,7 +164,8 @@ void AddPackCommands(CLI::App& app) {
         "Example:\n"
         "  hpk add include.hpk /usr/local/include",
         &Add);
-    AddPaths(addCommand, add).required();
+    add.sources.AddTo(addCommand);
+    add.AddQuiet(addCommand);
 
     const auto [putCommand, put] = AddPackageCommand(
         app, "put", "Add or replace one item",

@@ -10,6 +10,7 @@
 
 #include "hpack/HpackFormat.h"
 #include "tools/common/KeyText.h"
+#include "tools/hpk/KeyPath.h"
 #include "tools/hpk/PackageFile.h"
 
 namespace vantry_tools {
@@ -32,6 +33,40 @@ static void RequireRoomFor(std::uint64_t size, const std::string& shown) {
     }
 }
 
+// The key of a path that is kept as it was given, but for parts that name no folder.
+static std::string KeptPath(const std::string& path) {
+    std::string key = path;
+    while (key.compare(0, 2, "./") == 0) {
+        key.erase(0, std::max<std::size_t>(2, key.find_first_not_of('/', 2)));
+    }
+    while (key.size() > 1 && key.back() == '/') {
+        key.pop_back();
+    }
+    if (key.empty() || key == ".") {
+        return "";
+    }
+    if (const char* const reason = WhyNotPath(key)) {
+        throw ToolFailure("cannot keep the path " + path + ": " + reason);
+    }
+    return key;
+}
+
+bool Sources::IsExcluded(const std::string& key) const {
+    const std::string name = key.substr(key.rfind('/') + 1);
+    return std::any_of(rules.excluded.begin(), rules.excluded.end(), [&](const std::string& glob) {
+        return MatchesGlob(glob, key) || MatchesGlob(glob, name);
+    });
+}
+
+// A list may name a file, and a folder that it is in.
+static void RemoveRepeated(std::vector<Source>& files) {
+    files.erase(std::unique(files.begin(), files.end(),
+                            [](const Source& left, const Source& right) {
+                                return left.path == right.path && left.key == right.key;
+                            }),
+                files.end());
+}
+
 void Sources::Collect(const std::vector<std::string>& paths, CTProgress& progress) {
     StartPhase(progress, "looking for files", 0);
     for (const std::string& path : paths) {
@@ -39,14 +74,20 @@ void Sources::Collect(const std::vector<std::string>& paths, CTProgress& progres
         if (stat(path.c_str(), &status) != 0) {
             throw SystemError(errno, "cannot open", path);
         }
+        const std::string kept = rules.keepsPaths ? KeptPath(path) : "";
         if (S_ISDIR(status.st_mode)) {
-            roots.push_back({path.back() == '/' ? path : path + '/', true, Identity(status)});
+            roots.push_back({path.back() == '/' ? path : path + '/', kept.empty() ? "" : kept + '/',
+                             true, Identity(status)});
             Walk("", progress);
         } else if (S_ISREG(status.st_mode)) {
+            const std::string key = kept.empty() ? path.substr(path.rfind('/') + 1) : kept;
+            if (IsExcluded(key)) {
+                continue;
+            }
             const auto size = static_cast<std::uint64_t>(status.st_size);
             RequireRoomFor(size, path);
-            files.push_back({path.substr(path.rfind('/') + 1), path, size, roots.size()});
-            roots.push_back({path, false, {}});
+            files.push_back({key, path, size, roots.size()});
+            roots.push_back({path, "", false, {}});
         } else {
             Skip(path, "not a regular file");
         }
@@ -54,6 +95,7 @@ void Sources::Collect(const std::vector<std::string>& paths, CTProgress& progres
     std::sort(files.begin(), files.end(), [](const Source& left, const Source& right) {
         return std::tie(left.key, left.path) < std::tie(right.key, right.path);
     });
+    RemoveRepeated(files);
     RejectDuplicates();
     RequireRoomFor(TotalSize(), std::to_string(files.size()) + " files");
 }
@@ -116,6 +158,10 @@ void Sources::Walk(const std::string& folder, const CTProgress& progress) {
 // @param folder the open one that has the entry
 // @param below the path below the last root
 void Sources::Take(int folder, const std::string& below, const CTProgress& progress) {
+    const std::string key = roots.back().keyPrefix + below;
+    if (IsExcluded(key)) {
+        return;
+    }
     const std::string path = roots.back().path + below;
     const std::string name = below.substr(below.rfind('/') + 1);
     struct stat status;
@@ -133,7 +179,7 @@ void Sources::Take(int folder, const std::string& below, const CTProgress& progr
     } else {
         const auto size = static_cast<std::uint64_t>(status.st_size);
         RequireRoomFor(size, path);
-        files.push_back({below, path, size, roots.size() - 1});
+        files.push_back({key, path, size, roots.size() - 1});
     }
 }
 

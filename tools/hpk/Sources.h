@@ -21,13 +21,25 @@ struct Source {
     std::size_t root;    ///< of Sources::roots
 };
 
+/// Which files become items, and how their keys are made.
+struct SourceRules {
+    /// Globs of keys, or of names without folders. A folder that matches is not entered.
+    std::vector<std::string> excluded;
+    /// Keys are the paths as given, instead of relative to the path that named them.
+    bool keepsPaths = false;
+};
+
 /// The regular files that a command's paths name, in key order. A folder stands for all files below
 /// it, with keys relative to it; a file for itself, by its name. Only the paths themselves may be
 /// links. Below them no link is followed, not even one that appears while the files are read.
 class Sources {
 public:
+    explicit Sources(SourceRules sourceRules = {}) : rules(std::move(sourceRules)) {}
+
     /// @throws SystemError for what cannot be read
-    /// @throws ToolFailure for two files with one key, and for files that no package can hold
+    /// @throws ToolFailure for two files with one key, for files that no package can hold, and for
+    /// a
+    ///         path that is to be kept and names no file below a folder
     void Collect(const std::vector<std::string>& paths, CTProgress& progress);
 
     /// Leaves a file out that may be found all the same: the package itself.
@@ -45,16 +57,19 @@ public:
 private:
     struct Root {
         std::string path;
+        std::string keyPrefix;  // of what is below; empty, or ends with a slash
         bool isFolder;
         std::pair<dev_t, ino_t> identity;
     };
 
     void Walk(const std::string& folder, const CTProgress& progress);
     void Take(int folder, const std::string& below, const CTProgress& progress);
+    bool IsExcluded(const std::string& key) const;
     int Enter(std::size_t root, const std::string& folder);
     void Skip(const std::string& path, const std::string& why);
     void RejectDuplicates() const;
 
+    const SourceRules rules;
     std::vector<Root> roots;
     std::vector<Source> files;
     std::vector<std::string> skipped;
