@@ -311,14 +311,14 @@ void Hpack::Rename(const qtString& oldKey, const qtString& newKey) {
     if (!core->Holds(record.End())) {
         ReadPastEnd(*core->io.stream);
     }
-    const std::string start = core->ReadThrough(record);
+    std::string piece = core->ReadThrough(record);
     // Once the record has its new key, an index with the old one would have lost the item.
     core->index.Prepare(newKey);
     const bool same = oldKey == newKey;
     const bool fits = newKey.size() <= oldKey.size();
     const PackageCore::NewRecord renamed{newKey, record.bodyLength, fits ? record.offset : 0, same,
                                          same ? 0 : IndexEntrySize(oldKey.size())};
-    core->WriteRecord(renamed, [&] { core->CopyBody(record, start); });
+    core->WriteRecord(renamed, [&] { core->CopyBody(record, piece); });
     if (!same) {
         core->index.Erase(oldKey);
     }

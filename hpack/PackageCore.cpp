@@ -13,7 +13,11 @@ namespace vantry_internal {
 
 using namespace HpackFormat;
 
-static constexpr std::uint64_t pieceSize = 65536;
+static constexpr std::uint32_t pieceSize = 65536;
+
+static std::size_t HeadSize(const qtString& key) {
+    return static_cast<std::size_t>(RecordHeadSize(key.size()));
+}
 
 PackageCore::PackageCore() {
     io.stream = qtPtrLight<Generic32>(new Hfile32);
@@ -85,7 +89,7 @@ void PackageCore::PositionOnKey(const qtString& key) {
 HpackRecord PackageCore::FindBody(const qtString& key) {
     HpackRecord record;
     record.keyLength = static_cast<std::uint32_t>(key.size());
-    const std::size_t headSize = RecordHeadSize(key.size());
+    const std::size_t headSize = HeadSize(key);
     const std::optional<std::uint32_t> offset = index.Find(key);
     // One read, if the record is what it should be. Otherwise PositionOnKey() reports why not.
     if (offset && Holds(*offset + headSize)) {
@@ -152,7 +156,7 @@ void PackageCore::EndRecord(const NewRecord& record, std::uint64_t at) {
 // A head without the marker: whoever looks for records finds none until it is complete.
 std::uint64_t PackageCore::ReserveRecord(const NewRecord& record) {
     const std::uint64_t at = PositionForRecord(record);
-    recordHead.assign(RecordHeadSize(record.key.size()), '\0');
+    recordHead.assign(HeadSize(record.key), '\0');
     Write(recordHead.data(), recordHead.size());
     RequireWrittenTo(at + recordHead.size());
     return at;
@@ -192,7 +196,7 @@ std::uint64_t PackageCore::PositionForRecord(const NewRecord& record) {
 }
 
 void PackageCore::WriteHead(const NewRecord& record) {
-    recordHead.resize(RecordHeadSize(record.key.size()));
+    recordHead.resize(HeadSize(record.key));
     EncodeRecordHead(record.key, static_cast<std::uint32_t>(record.bodyLength), recordHead.data());
     Write(recordHead.data(), recordHead.size());
 }
@@ -223,26 +227,26 @@ void PackageCore::RequireRoom(const NewRecord& record, std::uint64_t end, bool r
 }
 
 std::string PackageCore::ReadThrough(const HpackRecord& record) {
-    std::string first(std::min<std::uint64_t>(record.bodyLength, pieceSize), '\0');
-    Read(first.data(), first.size());
-    std::string rest(std::min<std::uint64_t>(record.bodyLength - first.size(), pieceSize), '\0');
-    for (std::uint64_t done = first.size(); done < record.bodyLength; done += rest.size()) {
-        rest.resize(std::min<std::uint64_t>(record.bodyLength - done, pieceSize));
-        Read(rest.data(), rest.size());
+    std::string piece(std::min(record.bodyLength, pieceSize), '\0');
+    for (std::uint32_t left = record.bodyLength, count = 0; left != 0; left -= count) {
+        count = std::min(left, pieceSize);
+        Read(piece.data(), count);
     }
-    return first;
+    return piece;
 }
 
-void PackageCore::CopyBody(const HpackRecord& record, std::string_view start) {
-    std::uint64_t to = io.stream->Tell();
-    Write(start.data(), start.size());
-    std::string piece(std::min<std::uint64_t>(record.bodyLength - start.size(), pieceSize), '\0');
-    for (std::uint64_t done = start.size(); done < record.bodyLength; done += piece.size()) {
-        piece.resize(std::min<std::uint64_t>(record.bodyLength - done, pieceSize));
-        SeekTo(record.BodyAt() + done);
-        Read(piece.data(), piece.size());
-        SeekTo(to + done);
+void PackageCore::CopyBody(const HpackRecord& record, std::string& piece) {
+    if (piece.size() == record.bodyLength) {
         Write(piece.data(), piece.size());
+        return;
+    }
+    const std::uint64_t to = io.stream->Tell();
+    for (std::uint32_t done = 0, count = 0; done < record.bodyLength; done += count) {
+        count = std::min(record.bodyLength - done, pieceSize);
+        SeekTo(record.BodyAt() + done);
+        Read(piece.data(), count);
+        SeekTo(to + done);
+        Write(piece.data(), count);
     }
 }
 

@@ -43,7 +43,7 @@ public:
     /// Reading that fails just as well as reading the stored length.
     unsigned int FindBodyToAllocate(const qtString& key);
     /// Reads all of a body, in pieces, to see that it can be read. The stream stands at its start.
-    /// @return its first piece, mostly the entire body
+    /// @return the last piece, which is the entire body if that is not larger than a piece
     std::string ReadThrough(const HpackRecord& record);
     /// Reads the body length of a record whose other fields are set.
     /// @throws the stream's reading error if it lies beyond the end
@@ -88,8 +88,9 @@ public:
     /// @param reservationLost the index may no longer go where it was reserved
     void RequireRoom(const NewRecord& record, std::uint64_t end, bool reservationLost);
     /// Writes the body of `record` at the current offset, which is not after the body's own.
-    /// @param start what ReadThrough() returned
-    void CopyBody(const HpackRecord& record, std::string_view start);
+    /// Allocates nothing.
+    /// @param piece what ReadThrough() returned
+    void CopyBody(const HpackRecord& record, std::string& piece);
     /// @}
 
     /// Transfers bytes at the stream's current offset; without a call of the stream for no bytes.

@@ -428,6 +428,26 @@ TEST_F(HpackTest, RenamingForEverTakesNoMoreMemory) {
     EXPECT_EQ(Keys(package), std::vector<qtString>{key});
 }
 
+TEST_F(HpackTest, RenamesLargeItemsInPieces) {
+    qtString body;
+    while (body.size() < 200000) {
+        body += std::to_string(body.size());
+    }
+    const TempFolder folder;
+    WriteFile(folder / "p", Package({{"key", body}, {"other", "item"}}));
+    package.Open(folder / "p", 'u');
+    Allocations::largest = 0;
+    for (const auto& [key, other] : {std::pair("key", "k"), {"k", "longer"}, {"longer", "ab"}}) {
+        package.Rename(key, other);
+        EXPECT_EQ(Place(package, other).first == 16, qtString(other) == "k");
+    }
+    EXPECT_LT(Allocations::largest, 70000u);
+    EXPECT_EQ(Items(package), (Contents{{"ab", body}, {"other", "item"}}));
+    package.Close();
+    package.Open(folder / "p", 'r');
+    EXPECT_EQ(Items(package), (Contents{{"ab", body}, {"other", "item"}}));
+}
+
 TEST_F(HpackTest, MovingKeepsThePackageOpen) {
     Open(example, 'u');
     Hpack moved(std::move(package));
