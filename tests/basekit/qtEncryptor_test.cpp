@@ -91,9 +91,12 @@ TEST_F(qtEncryptorTest, RefusesAKeyThatOthersMayKnow) {
 }
 
 TEST_F(qtEncryptorTest, LeavesNoSecretInMemory) {
-    qtEncryptor().Encrypt("secret");
-    qtEncryptor().Encrypt("secret");
-    const bool held = StackHolds(FileBytes(fs::path(database).replace_extension(".key")).substr(8));
+    const qtEncryptor encryptor;
+    const qtString plain = "secret";
+    encryptor.Encrypt(plain);
+    const std::string key = FileBytes(fs::path(database).replace_extension(".key")).substr(8);
+    const qtString encrypted = encryptor.Encrypt(plain);
+    const bool held = StackHolds(key);  // nothing may use the stack in between
     EXPECT_FALSE(held);
 
     qtString text(100, 's');
