@@ -475,10 +475,12 @@ TEST_F(HpkToolTest, LinksThatAppearWhileFilesAreReadAreNotFollowed) {
         WriteFile("tree/" + std::to_string(file), "x");
     }
     fs::create_directory_symlink("../outside", "link");
+    fs::create_symlink("../outside/f", "fileLink");
     std::atomic<bool> stop = false;
     std::thread attacker([&] {
         while (!stop) {
             renameat2(AT_FDCWD, "tree/sub", AT_FDCWD, "link", RENAME_EXCHANGE);
+            renameat2(AT_FDCWD, "tree/0", AT_FDCWD, "fileLink", RENAME_EXCHANGE);
         }
     });
     int packed = 0;
