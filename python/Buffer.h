@@ -7,6 +7,8 @@
 #include "basekit/qtBuffer.h"
 #include "basekit/qtString.h"
 
+namespace vantry_python {
+
 /// Memory that packages are opened in: by any number of readers, or by one that changes it.
 class Buffer {
 public:
@@ -56,3 +58,5 @@ private:
     static constexpr int writer = -1;
     std::atomic<int> users{0};
 };
+
+}  // namespace vantry_python

@@ -10,6 +10,8 @@
 
 namespace py = pybind11;
 
+namespace vantry_python {
+
 /// The bytes of a Python object that has them in one piece. Holds them in place until it is
 /// destroyed, with the interpreter's lock held.
 class View {
@@ -57,6 +59,8 @@ void DefineSource(py::module_& module);
 void DefineRepair(py::module_& module);
 void DefineRegistry(py::module_& module);
 
+}  // namespace vantry_python
+
 namespace pybind11::detail {
 
 /// Results are `bytes`. Arguments have one of the types above, so that a wrong one is reported in
@@ -97,7 +101,7 @@ struct argument_caster {
             throw type_error(std::string(Argument::expected) + ", not " +
                              Py_TYPE(source.ptr())->tp_name);
         }
-        const View view(source);
+        const vantry_python::View view(source);
         value.assign(view.Data(), view.Size());
         return true;
     }
@@ -108,10 +112,10 @@ struct argument_caster {
 };
 
 template <>
-struct type_caster<Key> : argument_caster<Key> {};
+struct type_caster<vantry_python::Key> : argument_caster<vantry_python::Key> {};
 template <>
-struct type_caster<Body> : argument_caster<Body> {};
+struct type_caster<vantry_python::Body> : argument_caster<vantry_python::Body> {};
 template <>
-struct type_caster<Text> : argument_caster<Text> {};
+struct type_caster<vantry_python::Text> : argument_caster<vantry_python::Text> {};
 
 }  // namespace pybind11::detail

@@ -11,6 +11,8 @@
 #include "hpack/Hpack.h"
 #include "python/Convert.h"
 
+namespace vantry_python {
+
 void FailFile(const vantry_internal::SystemError& error, HioErrors::Number number,
               const qtString& name) {
     if (error.Number() == ETIMEDOUT) {
@@ -84,3 +86,5 @@ void Translate(std::exception_ptr thrown) {
         Raise("Error", static_cast<long>(error.ErrorCode()), error.SpecificString());
     }
 }
+
+}  // namespace vantry_python

@@ -10,6 +10,8 @@
 #include "hpack/HioErrors.h"
 #include "system/SystemError.h"
 
+namespace vantry_python {
+
 /// A registry operation that failed; the text says why.
 class RegistryFailure : public std::runtime_error {
 public:
@@ -51,3 +53,5 @@ PyObject* Translated(Work work) {
     }
     return nullptr;
 }
+
+}  // namespace vantry_python

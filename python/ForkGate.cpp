@@ -1,9 +1,10 @@
 #include <condition_variable>
 #include <new>
 
+#include "python/Convert.h"
 #include "python/Guarded.h"
 
-namespace py = pybind11;
+namespace vantry_python {
 
 namespace {
 
@@ -77,3 +78,5 @@ void ForkGate::Install() {
         "before"_a = py::cpp_function(&Close), "after_in_parent"_a = py::cpp_function(&Open),
         "after_in_child"_a = py::cpp_function(&Renew));
 }
+
+}  // namespace vantry_python

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <mutex>
 
+namespace vantry_python {
+
 /// Keeps forks out of calls that run without the interpreter's lock: a child in which another
 /// thread's lock is held, and that thread does not exist, would wait forever.
 namespace ForkGate {
@@ -56,3 +58,5 @@ private:
     T object;
     std::mutex mutex;
 };
+
+}  // namespace vantry_python

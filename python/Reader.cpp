@@ -11,6 +11,8 @@
 #include "python/Convert.h"
 #include "python/Errors.h"
 
+namespace vantry_python {
+
 // Packages that are only read. Calls keep the interpreter's lock, which costs less than to release
 // it, except while they copy long bodies.
 
@@ -348,3 +350,5 @@ void DefineReader(py::module_& module) {
             return static_cast<unsigned int>(state);
         });
 }
+
+}  // namespace vantry_python

@@ -7,6 +7,8 @@
 #include "python/Errors.h"
 #include "python/Guarded.h"
 
+namespace vantry_python {
+
 namespace {
 
 using Registry = Guarded<UnixRegistry>;
@@ -114,3 +116,5 @@ void DefineRegistry(py::module_& module) {
         "The text that encrypt() was given; an EncryptionError where the key or the data is "
         "another.");
 }
+
+}  // namespace vantry_python

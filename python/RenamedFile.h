@@ -2,6 +2,8 @@
 
 #include "hpack/Hfile32.h"
 
+namespace vantry_python {
+
 /// A file that errors report by the name that it will have.
 class RenamedFile : public Hfile32 {
 public:
@@ -14,3 +16,5 @@ public:
         name = shown;
     }
 };
+
+}  // namespace vantry_python

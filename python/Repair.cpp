@@ -21,6 +21,8 @@
 
 using namespace vantry_internal;
 
+namespace vantry_python {
+
 namespace {
 
 using Fault = std::tuple<std::string, std::string, std::uint32_t, std::optional<qtString>>;
@@ -162,3 +164,5 @@ void DefineRepair(py::module_& module) {
     module.def("recover", &Recover);
     module.def("compact", &Compact);
 }
+
+}  // namespace vantry_python

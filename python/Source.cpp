@@ -19,6 +19,8 @@
 using namespace HpackFormat;
 using namespace vantry_internal;
 
+namespace vantry_python {
+
 namespace {
 
 // A file object. Its methods are called with the interpreter's lock, by one thread at a time.
@@ -45,19 +47,27 @@ public:
         }
         const py::gil_scoped_acquire interpreter;
         object.attr("seek")(offset);
-        while (count != 0) {
-            const auto into =
-                py::memoryview::from_memory(data, static_cast<py::ssize_t>(count), false);
-            const py::object read = object.attr("readinto")(into);
-            // The object must not keep a view of memory that is not Python's.
-            into.attr("release")();
+        // The object may keep what it reads into, so that is Python's.
+        const auto room = py::reinterpret_steal<py::object>(
+            PyByteArray_FromStringAndSize(nullptr, static_cast<Py_ssize_t>(count)));
+        if (!room) {
+            throw py::error_already_set();
+        }
+        for (std::uint64_t have = 0; have != count;) {
+            const py::object rest = py::memoryview(room)[py::slice(
+                static_cast<py::ssize_t>(have), static_cast<py::ssize_t>(count), 1)];
+            const py::object read = object.attr("readinto")(rest);
             const std::uint64_t got = read.is_none() ? 0 : py::cast<std::uint64_t>(read);
-            if (got == 0 || got > count) {
+            if (got == 0 || got > count - have) {
                 FailRead();
             }
-            data += got;
-            count -= got;
+            have += got;
         }
+        const View view(room);
+        if (view.Size() != count) {
+            FailRead();
+        }
+        std::memcpy(data, view.Data(), view.Size());
     }
 
     [[noreturn]] void FailRead() const {
@@ -379,3 +389,5 @@ void DefineSource(py::module_& module) {
                 [](RemotePackage& package) -> unsigned int { return package.Header().state; });
         });
 }
+
+}  // namespace vantry_python

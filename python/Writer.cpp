@@ -25,6 +25,8 @@
 
 using namespace vantry_internal;
 
+namespace vantry_python {
+
 namespace {
 
 // Nobody is left to be told when the file of a discarded package fails to close.
@@ -358,3 +360,5 @@ void DefineWriter(py::module_& module) {
         });
     module.def("create_empty", &CreateEmpty);
 }
+
+}  // namespace vantry_python

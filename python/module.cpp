@@ -10,6 +10,8 @@
 #include "python/Errors.h"
 #include "python/Guarded.h"
 
+namespace vantry_python {
+
 static Poly_Hash<32> NewHash(int degree, std::optional<unsigned int> polynomial,
                              unsigned int initialValue) {
     // Init refuses other degrees.
@@ -58,7 +60,10 @@ static constexpr char tokenizeText[] =
     >>> vantry.tokenize(b" to be  or not "), vantry.tokenize("a,b;;c", ",;")
     ([b'to', b'be', b'or', b'not'], [b'a', b'b', b'c']))";
 
+}  // namespace vantry_python
+
 PYBIND11_MODULE(_vantry, module) {
+    using namespace vantry_python;
     py::register_exception_translator(Translate);
     ForkGate::Install();
     DefineReader(module);

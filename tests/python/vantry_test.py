@@ -605,6 +605,16 @@ class Sources(unittest.TestCase):
             self.assertEqual((package.name, dict(package)), ("later.hpk", self.items))
 
     def test_failures_of_the_file_object(self):
+        class Slow(io.BytesIO):
+            def readinto(self, into):
+                kept.append(into)
+                return super().readinto(into[:7])
+
+        kept = []
+        with vantry.open(Slow(self.content)) as package:
+            self.assertEqual(package["0100"], self.items[b"0100"])
+        self.assertEqual(bytes(kept[0][:4]), b"J[lf")
+
         class Failing(io.BytesIO):
             def readinto(self, into):
                 if self.tell() > 16:
