@@ -12,8 +12,8 @@ namespace py = pybind11;
 
 namespace vantry_python {
 
-/// The bytes of a Python object that has them in one piece. Holds them in place until it is
-/// destroyed, with the interpreter's lock held.
+/// The contiguous bytes of a Python object. They stay in place until the view is destroyed, which
+/// requires the interpreter's lock.
 class View {
 public:
     explicit View(py::handle object, int flags = PyBUF_SIMPLE) {
@@ -40,7 +40,7 @@ struct Key : qtString {
     static constexpr const char* expected = "a key is bytes or str";
 };
 
-/// An item's body, as an argument: any object with bytes in one piece, or str as UTF-8.
+/// An item's body, as an argument: any object with contiguous bytes, or str as UTF-8.
 struct Body : qtString {
     static bool Accepts(PyObject* object) { return PyObject_CheckBuffer(object) != 0; }
     static constexpr const char* expected = "a body is bytes, str or a buffer";

@@ -11,8 +11,8 @@ namespace {
 struct Gate {
     std::mutex mutex;
     std::condition_variable changed;
-    unsigned int inside = 0;  // threads
-    bool closed = false;      // a fork is about to happen
+    unsigned int inside = 0;  // threads that hold a passage
+    bool closed = false;      // a fork is about to start
 };
 
 // Never destroyed: threads may outlive the module's static objects.
@@ -22,7 +22,7 @@ Gate* const gate = new (storage) Gate;
 thread_local unsigned int passages = 0;  // of this thread
 unsigned int generation = 0;
 
-// A thread that forks from within a passage, as a file object in Python may, waits for the others.
+// A thread may fork while it holds a passage, from a Python file object: it waits for the others.
 unsigned int Own() {
     return passages > 0 ? 1 : 0;
 }
@@ -41,7 +41,7 @@ void Open() {
     gate->changed.notify_all();
 }
 
-// Other threads may have waited at the gate: their traces are in it, but they are not here.
+// The child has none of the threads that the parent's gate may count or have waiting.
 void Renew() {
     new (storage) Gate;
     gate->inside = Own();

@@ -13,15 +13,15 @@
 
 namespace vantry_python {
 
-// Packages that are only read. Calls keep the interpreter's lock, which costs less than to release
-// it, except while they copy long bodies.
+// Packages that are only read. Calls hold the interpreter's lock, because releasing it costs more
+// than a lookup; they release it while they copy long bodies.
 
 namespace {
 
 // Copies of bodies from this size on let other threads run.
 constexpr std::size_t longBody = 65536;
 
-// A view, and what it has to outlive. It is kept by readers, walks and exported bodies.
+// A view, and the buffer that it must not outlive. Readers, walks and exported bodies share it.
 struct OpenView {
     OpenView(const qtString& fileName) : view(HpackView::Map(fileName)), name(fileName) {}
     OpenView(const std::shared_ptr<Buffer>& memory)
@@ -104,8 +104,7 @@ py::object CopyBody(std::string_view body, const Shared& kept) {
     return py::reinterpret_steal<py::object>(object);
 }
 
-// The items, keys or bodies of a range, some at a time: a call for each would take longer than the
-// item itself.
+// The items, keys or bodies of a range, in batches: a call for each would cost more than the item.
 class Walk {
 public:
     enum class What { keys, bodies, items };
@@ -122,7 +121,7 @@ public:
         }
     }
 
-    // The next ones; an empty list at the end.
+    // The next batch; empty at the end.
     py::list Next() {
         constexpr std::size_t maxItems = 256;
         constexpr std::size_t maxBytes = std::size_t{1} << 20;
@@ -139,7 +138,7 @@ public:
                 if (found.empty()) {
                     throw;
                 }
-                break;  // those before it come first
+                break;  // the items before it are returned first
             }
             if (backwards) {
                 last = at;
@@ -153,7 +152,7 @@ public:
     std::size_t Count() const { return static_cast<std::size_t>(std::distance(next, last)); }
 
 private:
-    // @return the length of the body, if it has been asked for
+    // @return the length of the body, or 0 if only the key is wanted
     std::size_t Append(py::list& found, const HpackView::Item& item) const {
         if (what == What::keys) {
             found.append(NewBytes(item.Key()));
@@ -182,7 +181,7 @@ private:
     What what;
 };
 
-// A body as an object with the buffer protocol, which keeps the package's bytes.
+// A body that Python reads by the buffer protocol. It keeps the package's bytes alive.
 struct Exported {
     Shared opened;
     std::string_view body;
@@ -223,8 +222,8 @@ const Reader& Self(PyObject* object) {
     return *static_cast<const Reader*>(reader);
 }
 
-// The calls that are made most often are written for the interpreter's own interface: it calls
-// them in a fifth of the time.
+// The most frequent calls use the interpreter's own interface: the binding library's conversions
+// would cost more than the lookup.
 PyObject* Get(PyObject* self, PyObject* key) {
     return Translated([&] {
         const Reader& reader = Self(self);
@@ -294,7 +293,7 @@ void DefineReader(py::module_& module) {
         return HpackShards::FileName(set, number, count);
     });
 
-    // Errors of the Python files.
+    // Errors that the Python files raise.
     const auto failShard = [](const char* text) {
         return [text](const qtString& name) {
             throw qtX<Hpack>((text + name).c_str(), HpackErrors::shard, name);

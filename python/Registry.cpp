@@ -40,7 +40,7 @@ std::optional<qtString> Get(UnixRegistry& store, const qtString& key) {
     return std::nullopt;
 }
 
-// @return false when a key to be removed is not there: then nothing has changed
+// @return false if a key to be removed does not exist; nothing has then changed
 bool Apply(UnixRegistry& store, const std::vector<Change>& changes) {
     UnixRegistry::Update update(store);
     for (const auto& [key, value] : changes) {
@@ -69,7 +69,7 @@ std::vector<std::pair<qtString, qtString>> Records(UnixRegistry& store) {
     return records;
 }
 
-// The password is the copy that the conversion from Python has made.
+// The password is the copy that the conversion from Python made.
 void SetPassword(Text& password, const Text& kesh) {
     const py::gil_scoped_release others;
     CvexRegEdit editor;
@@ -98,23 +98,24 @@ void DefineRegistry(py::module_& module) {
         .def("records", [](Registry& self) { return self.Use(&Records); });
     module.def("registry_path", &UnixRegistry::DatabasePath);
     module.def("set_password", &SetPassword);
-    // The first to encrypt makes the key, for which it may have to wait.
+    // The first process to encrypt creates the key, and others wait for that.
     const py::call_guard<py::gil_scoped_release> others;
     module.def(
         "encrypt", [](const Text& plain) { return qtEncryptor().Encrypt(plain); }, others,
         py::arg("plain"),
-        R"(Encrypts with the key that lies beside the registry, and is made on first use.
+        R"(Encrypts with the key that is stored next to the registry, and created on first use.
 
     >>> import vantry
     >>> vantry.decrypt(vantry.encrypt("open sesame"))
     b'open sesame'
 
-    Where the key can be neither read nor made, an EncryptionError.)");
+    If the key can be neither read nor created, an EncryptionError is raised.)");
     module.def(
         "decrypt", [](const Text& data) { return qtEncryptor().Decrypt(data); }, others,
         py::arg("data"),
-        "The text that encrypt() was given; an EncryptionError where the key or the data is "
-        "another.");
+        "Returns the text that encrypt() was given. Raises an EncryptionError if the key or the "
+        "data "
+        "differs.");
 }
 
 }  // namespace vantry_python

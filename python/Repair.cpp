@@ -44,7 +44,7 @@ std::vector<Fault> CheckFile(const qtString& name) {
 }
 
 std::vector<Fault> CheckBuffer(Buffer& buffer) {
-    buffer.Content();  // throws while it is being changed; the interpreter's lock keeps it so
+    buffer.Content();  // throws while a writer has it; the interpreter's lock keeps writers out
     Hmemory memory;
     memory.Open(buffer.bytes, 'r');
     return Check(memory);
@@ -69,8 +69,8 @@ void StopBetweenItems(std::size_t item, std::size_t /*count*/) {
     }
 }
 
-// Creates the package `out`, or replaces the locked one, by what create(package) writes and
-// compare(package) finds in order.
+// Creates the package `out`, or replaces the locked one, with what create(package) writes, after
+// compare(package) has accepted it.
 template <class Create, class Compare>
 void Appear(const qtString& out, const FileLock* lock, Create create, Compare compare) {
     std::optional<AtomicFile> file;
@@ -79,7 +79,7 @@ void Appear(const qtString& out, const FileLock* lock, Create create, Compare co
             file.emplace(*lock);
         } else {
             struct stat status;
-            if (lstat(out.c_str(), &status) == 0) {  // also a link that leads nowhere
+            if (lstat(out.c_str(), &status) == 0) {  // also a dangling link
                 throw SystemError(EEXIST, "cannot create", out);
             }
             file.emplace(out, AtomicFile::Existing::refuse);
@@ -129,7 +129,7 @@ Recovery Recover(const qtString& name, const qtString& out, bool unlisted) {
             report.listed,        report.superseded, std::move(notes)};
 }
 
-// Writes `name` anew to the new file `out`, or in its place.
+// Rewrites the package `name`: in place, or as the new file `out`.
 void Compact(const qtString& name, const std::optional<qtString>& out, bool byOffset) {
     const py::gil_scoped_release others;
     std::optional<FileLock> lock;

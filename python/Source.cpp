@@ -13,8 +13,8 @@
 #include "python/Convert.h"
 #include "python/Guarded.h"
 
-// Packages that are read through a file object of Python, where each read may be a request to
-// another machine: one reads the header, one the index, and one each item.
+// Packages that are read through a Python file object, where each read may be a request to another
+// machine: one for the header, one for the index, and one for each item.
 
 using namespace HpackFormat;
 using namespace vantry_internal;
@@ -47,7 +47,7 @@ public:
         }
         const py::gil_scoped_acquire interpreter;
         object.attr("seek")(offset);
-        // The object may keep what it reads into, so that is Python's.
+        // The object may keep a reference to what it reads into, so Python owns that.
         const auto room = py::reinterpret_steal<py::object>(
             PyByteArray_FromStringAndSize(nullptr, static_cast<Py_ssize_t>(count)));
         if (!room) {
@@ -125,7 +125,7 @@ public:
         return entry != entries.end() && entry->key == key;
     }
 
-    // The length of the body; where `body` is given, the body.
+    // Returns the length of the body, and stores the body in `body` unless it is null.
     std::uint32_t Read(const qtString& key, qtString* body) const {
         const Entry& entry = Find(key);
         const std::uint64_t headSize = RecordHeadSize(key.size());
@@ -136,7 +136,7 @@ public:
         if (entry.offset + headSize > file->Size()) {
             file->FailRead();
         }
-        // All up to the next record is read at once, unless much of it may be dead space.
+        // Reads up to the next record at once, unless much of that may be dead space.
         constexpr std::uint64_t maxRequest = std::uint64_t{16} << 20;
         const std::uint64_t room = std::max(entry.end, entry.offset) - entry.offset;
         std::vector<char> record(static_cast<std::size_t>(
@@ -159,7 +159,7 @@ public:
     }
 
     std::size_t ReadPart(const qtString& key, std::uint64_t from, char* data, std::size_t count) {
-        // Parts of one item follow each other: its head is read once.
+        // Successive parts are mostly of one item: its head is read once.
         if (!checked || checked->first != key) {
             const std::uint32_t found = Read(key, nullptr);
             checked = {key, found};
@@ -211,8 +211,8 @@ private:
         }
     }
 
-    // The index has no length: it is mostly the end of the file. Where much follows it, it is read
-    // in pieces, each twice as long as the one before.
+    // The length of the index is unknown; mostly it ends the file. If much data follows it, it is
+    // read in pieces, which double the size each time.
     void ReadIndex() {
         constexpr std::uint64_t firstRequest = std::uint64_t{32} << 20;
         const std::uint64_t start = header.indexOffset;
@@ -254,7 +254,7 @@ private:
         return true;
     }
 
-    // By key; the last of equal keys counts.
+    // Sorts by key; of equal keys the last one counts.
     void SortEntries() {
         std::vector<std::uint64_t> starts{header.indexOffset, file->Size()};
         for (const Entry& entry : entries) {
@@ -305,7 +305,8 @@ private:
 
     std::unique_ptr<FileObject> file;
     HpackHeader header;
-    std::optional<std::pair<qtString, std::uint32_t>> checked;  // a key, and its body's length
+    std::optional<std::pair<qtString, std::uint32_t>>
+        checked;  // the last key read in parts, and its body's length
     std::unique_ptr<char[]> block;
     std::vector<Entry> entries;  // their keys are in the block
 };

@@ -29,7 +29,7 @@ namespace vantry_python {
 
 namespace {
 
-// Nobody is left to be told when the file of a discarded package fails to close.
+// Discarding reports nothing, not even a file that fails to close.
 struct QuietDelete {
     void operator()(Hpack* package) const noexcept {
         try {
@@ -49,13 +49,13 @@ unsigned int BodySize(Hpack& package, const qtString& key) {
     return size;
 }
 
-// An open package, and what it needs until it is closed.
+// An open package, with its lock, its new file and the item that is being written.
 class OpenPackage {
 public:
     ~OpenPackage() { Discard(); }
 
-    // Takes the lock at once or not at all. A new package is built next to its file, unless that
-    // is a device or a FIFO.
+    // Acquires the lock without waiting. A new package is built next to its file, unless that is a
+    // device or a FIFO.
     void OpenFile(const qtString& path, char mode) {
         try {
             struct stat status;
@@ -105,7 +105,7 @@ public:
 
     void Discard() noexcept {
         if (IsOpen() && IsInherited()) {
-            // Closing would write what the stream has buffered, which the other process does.
+            // Closing would write the stream's buffer a second time, after the parent.
             [[maybe_unused]] const Hpack* const leaked = package.release();
             [[maybe_unused]] const HpackItemWriter* const leakedItem = item.release();
         }
@@ -130,7 +130,7 @@ public:
         return *package;
     }
 
-    // For what a package that is being created in a file does not allow: to read, and to change.
+    // For operations that a package that is being created in a file does not allow.
     Hpack& Complete() const {
         Hpack& opened = Package();
         if (createsFile) {
@@ -140,7 +140,7 @@ public:
         return opened;
     }
 
-    // For writing the item of this key.
+    // For writing the item with this key.
     Hpack& Writable(const qtString& key) const {
         return createsFile && Package().Contains(key) ? Complete() : Package();
     }
@@ -155,7 +155,7 @@ public:
         return count;
     }
 
-    // An item in pieces; one at a time.
+    // Writes an item in pieces; one item at a time.
     void BeginItem(const qtString& key) {
         Hpack& opened = Writable(key);
         if (item) {
@@ -182,7 +182,7 @@ public:
     }
 
 private:
-    // A child of the process that changes a file would write to it at the same offsets.
+    // Parent and child of a fork would write to the file at the same offsets.
     bool IsInherited() const { return changesFile && generation != ForkGate::Generation(); }
 
     void Open(Generic32* opened, char mode) {
@@ -206,7 +206,7 @@ private:
 
 using Writer = Guarded<OpenPackage>;
 
-// A member that is called with the open package, and what it returns.
+// Makes a member function from a function of the open package.
 template <class Work>
 auto OnPackage(Work work) {
     return [work](Writer& self) {
@@ -214,7 +214,7 @@ auto OnPackage(Work work) {
     };
 }
 
-// A member that is called with the package and a key, and reads or changes the item.
+// Makes a member function from one that reads or changes an item.
 template <class Work>
 auto OnItem(Work work) {
     return [work](Writer& self, const Key& key) {
@@ -222,7 +222,7 @@ auto OnItem(Work work) {
     };
 }
 
-// @return false if there is a file of that name
+// @return false if the file exists
 bool CreateEmpty(const qtString& name) {
     const py::gil_scoped_release others;
     try {

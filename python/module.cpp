@@ -14,7 +14,7 @@ namespace vantry_python {
 
 static Poly_Hash<32> NewHash(int degree, std::optional<unsigned int> polynomial,
                              unsigned int initialValue) {
-    // Init refuses other degrees.
+    // Init() rejects other degrees.
     const unsigned int known = degree >= 0 && degree <= 32 ? Hash_primitive_seed[degree] : 0;
     Poly_Hash<32> hash;
     hash.Init(degree, polynomial.value_or(known), initialValue);
@@ -49,9 +49,9 @@ static constexpr char polyHashText[] =
     >>> hash.hash(b"Vantry") == hash.extend(hash.hash(b"Van"), b"try")
     True
 
-    degree: the bits of a value, 8 to 32; others are a HashError. polynomial: without its highest
-    term; a primitive one of that degree unless given. initial_value: where a hash begins. It tells
-    strings apart, but keeps no secret.)";
+    degree: the number of bits of a value, 8 to 32; others are a HashError. polynomial: without its
+    highest term; by default a primitive one of that degree. initial_value: the hash of nothing. It is
+    not cryptographic.)";
 
 static constexpr char tokenizeText[] =
     R"(Splits a text at white space, or at any byte of `separators`. There are no empty tokens.

@@ -13,15 +13,15 @@ class Registry(MutableMapping[bytes, bytes]):
     >>> import vantry
     >>> with vantry.Registry() as registry:
     ...     registry[b"Pop/Greeting"] = b"hello"
-    ...     registry.update({"Pop/Colour": "blue", "Pop/Size": "7"})   # in one step
-    ...     del registry["Pop/Colour"]
+    ...     registry.update({"Pop/Color": "blue", "Pop/Size": "7"})   # in one step
+    ...     del registry["Pop/Color"]
     ...     sorted(registry.items())
     [(b'Pop/Greeting', b'hello'), (b'Pop/Size', b'7')]
 
-    It is the file that the environment variable BASEKIT_REGISTRY names, less its suffix ".db";
-    without that one in $XDG_DATA_HOME/basekit or ~/.local/share/basekit. An open registry keeps
-    nobody out, and shows at once what others store. A value that was assigned is on the disk.
-    Every change writes the whole registry anew, so store many values by one update().
+    The environment variable BASEKIT_REGISTRY names its file, without the suffix ".db". Otherwise it
+    is in $XDG_DATA_HOME/basekit or in ~/.local/share/basekit. An open registry blocks no one and sees
+    other processes' writes. An assigned value is on the disk. Each change rewrites the entire
+    registry, so store many values by one update().
     """
 
     def __init__(self, mode: Literal["r", "u"] = "u") -> None:
@@ -31,10 +31,11 @@ class Registry(MutableMapping[bytes, bytes]):
 
     @staticmethod
     def path() -> str:
-        """The database, whether it exists or not; empty where the environment names none."""
+        """The path of the database, which need not exist; empty if the environment names none."""
         return os.fsdecode(_vantry.registry_path())
 
     def close(self) -> None:
+        """Closes the registry; every operation then raises a RegistryError."""
         self._registry.close()
 
     def __enter__(self) -> "Registry":
@@ -69,21 +70,21 @@ class Registry(MutableMapping[bytes, bytes]):
         return len(self._registry.records())
 
     def items(self) -> ItemsView[bytes, bytes]:
-        """All records as they were at one moment."""
+        """All records, from a consistent snapshot."""
         return self._records().items()
 
     def values(self) -> ValuesView[bytes]:
-        """All values as they were at one moment."""
+        """All values, from a consistent snapshot."""
         return self._records().values()
 
     def update(self, *values: Any, **more: Body) -> None:
-        """Stores several values, all of them or, when that fails, none."""
+        """Stores several values: all or nothing."""
         self._registry.apply(list(dict(*values, **more).items()))
 
     def clear(self) -> None:
         """Removes everything in one step."""
         while not self._registry.apply([(key, None) for key in self]):
-            pass  # somebody else has removed a key meanwhile
+            pass  # another process has removed a key meanwhile
 
     @staticmethod
     def set_password(password: Body, kesh: Key = b"") -> None:
@@ -95,7 +96,7 @@ class Registry(MutableMapping[bytes, bytes]):
         ...     vantry.decrypt(registry["LogonDatabaseParam"])
         b'open sesame'
 
-        kesh: one that has a user name, for its logon; none for the logon of the whole.
+        kesh: one that has a user name, for its own logon; empty for the common logon.
         """
         for text in password, kesh:
             if "\0" in text if isinstance(text, str) else b"\0" in bytes(text):
