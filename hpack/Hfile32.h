@@ -16,7 +16,7 @@
 /// Written bytes may wait in a buffer. They stay there until the system accepts them, so a full
 /// disk may be reported by a later positioning call or by Close(), and each of these tries again.
 /// After the first Write() that fails the stream drops all further writes and reports nothing more:
-/// one fault causes one exception even if the caller's clean-up goes on writing and closes.
+/// one fault causes one exception even if the cleanup of the caller writes more and closes.
 /// Nothing is synced to the disk.
 ///
 /// Errors are qtX<HioErr> with the file name as the argument. The file name also ends their texts,
@@ -60,7 +60,7 @@ public:
     void Write(char* data, unsigned int count) override;
     /// Reads `count` bytes and moves past them.
     /// @throws qtX<HioErr> 3 "File is not open for reading"; "Read error in file NAME" if fewer
-    ///         than `count` bytes could be read, which are then in `data` and behind the offset,
+    ///         than `count` bytes could be read, which are then in `data` and passed,
     ///         or if buffered bytes cannot be written
     void Read(char* data, unsigned int count) override;
     /// Closes the file; does nothing if none is open.

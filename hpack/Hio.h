@@ -7,32 +7,33 @@
 template <class Stream>
 class Hio;
 
-/// Puts packed integers and strings on a stream, and takes integers from it.
+/// Writes packed integers and strings to a stream, and reads integers.
 ///
 ///     Hio<Generic32> io;
 ///     io.stream = qtPtrLight<Generic32>(new Hmemory);
 ///     io << "one" << "two";                        // 4-byte length, bytes, twice
 ///
-/// It adds no checks of its own: what the stream throws passes through, and a string may then be
-/// partly written. For one thread at a time.
+/// It adds no checks: what the stream throws passes through, and a string may then be written in
+/// part. `stream` must not be empty. Serves one thread at a time.
 template <>
 class VANTRY_EXPORT Hio<Generic32> {
 public:
-    /// Returns what is written in place of a string; `context` is the hookContext.
+    /// Returns what is written instead of `text`; `context` is the hookContext.
     using StringHook = qtString (*)(const qtString& text, void* context);
 
-    /// Writes the length of `text` as a packed u32, then its bytes. With a stringHook set it writes
-    /// the hook's result instead.
+    /// Writes the length of `text` as a packed u32, then its bytes; if a stringHook is set, those
+    /// of its result. @return this object
+    /// @throws what the stream and the hook throw
     Hio& operator<<(const qtString& text);
 
-    /// Writes one packed integer.
+    /// Writes one packed integer. @throws what the stream throws
     template <class T>
     void Put(T value) {
         const int size = qtPackUssDiet(value, scratch);
         stream->Write(scratch, static_cast<unsigned int>(size));
     }
 
-    /// Reads one packed integer.
+    /// Reads one packed integer. @throws what the stream throws
     template <class T>
     T Get() {
         T value;
@@ -42,8 +43,8 @@ public:
     }
 
     qtPtrLight<Generic32> stream;     ///< the stream, shared
-    char scratch[8] = {};             ///< one packed integer on its way
-    StringHook stringHook = nullptr;  ///< null: strings are written as they are
-    void* hookContext = nullptr;      ///< handed to stringHook, not owned
+    char scratch[8] = {};             ///< one packed integer in transit
+    StringHook stringHook = nullptr;  ///< null: strings are written unchanged
+    void* hookContext = nullptr;      ///< passed to stringHook, not owned
     qtString hookedString;            ///< stringHook's latest result
 };

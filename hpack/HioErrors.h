@@ -5,17 +5,17 @@
 
 #include "basekit/qtString.h"
 
-/// The errors of the streams, qtX<HioErr>: numbers and texts. Each carries one argument, the name
-/// of the stream: the file name, or "qtBuffer". Texts that end in a blank are followed by it.
+/// The errors of the streams, qtX<HioErr>: numbers and texts. Each has one argument, the name of
+/// the stream: the file name, or "qtBuffer". Texts ending in a space are followed by that name.
 namespace HioErrors {
 
-/// What qtX<HioErr>::Number() is.
+/// The values of qtX<HioErr>::Number().
 enum Number : int {
-    open = 0,      ///< a file can not be opened
-    close = 1,     ///< closing failed: what was written may not all have arrived
-    position = 2,  ///< an offset that can not be reached
-    read = 3,      ///< fewer bytes there than asked for
-    write = 4,     ///< not all bytes could be written, or the stream does not take any
+    open = 0,      ///< a file cannot be opened
+    close = 1,     ///< closing failed: some written bytes may be lost
+    position = 2,  ///< an offset cannot be reached
+    read = 3,      ///< fewer bytes can be read than asked for
+    write = 4,     ///< not all bytes can be written, or the stream refuses writes
     mode = 5,      ///< an open mode other than 'r', 'w', 'u'
 };
 

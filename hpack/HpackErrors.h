@@ -3,19 +3,19 @@
 /// @file
 /// The errors of packages.
 
-/// The errors of packages, qtX<Hpack>: numbers and texts. The first argument, where there is one,
-/// is the name of the stream: the file name, or "qtBuffer".
+/// The errors of packages, qtX<Hpack>: numbers and texts. The first argument, if there is one, is
+/// the name of the stream: the file name, or "qtBuffer".
 namespace HpackErrors {
 
-/// What qtX<Hpack>::Number() is.
+/// The values of qtX<Hpack>::Number().
 enum Number : int {
-    noIndex = 0,          ///< opening for update what has no index; argument: stream
+    noIndex = 0,          ///< opened for update, but has no index; argument: stream
     indexUnreadable = 1,  ///< the index cannot be read; argument: stream
     mode = 2,             ///< an open mode other than 'r', 'w', 'u'; no argument
     format = 3,           ///< not a package; argument: stream
-    key = 4,              ///< an item that is missing or damaged; arguments: stream, key
+    key = 4,              ///< an item is missing or damaged; arguments: stream, key
     notUpdating = 5,      ///< the package is not open in mode 'u'; argument: stream
-    oldFormat = 6,        ///< an old header has no room for it; argument: stream
+    oldFormat = 6,        ///< an old header has no such field; argument: stream
     shard = 7,            ///< a set of shards is incomplete or mixed; argument: file
 };
 
@@ -29,9 +29,9 @@ inline constexpr const char* invalidMode = "Invalid open mode";
 inline constexpr const char* notExpectedFormat = "Input file is not in expected format: ";
 /// Number 4; the key follows.
 inline constexpr const char* missingKey = "Missing key in index: ";
-/// Number 4; the key follows: no record of this key length is there.
+/// Number 4; the key follows. The offset holds no record, or one with another key length.
 inline constexpr const char* invalidItem = "Key points to invalid item: ";
-/// Number 4; the key follows: another key's record is there.
+/// Number 4; the key follows. The offset holds another key's record.
 inline constexpr const char* wrongItem = "Key points to wrong item: ";
 /// Number 5.
 inline constexpr const char* notOpenForUpdate = "File is not open in update mode";

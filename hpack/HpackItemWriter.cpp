@@ -12,7 +12,7 @@ struct VANTRY_LOCAL HpackItemWriter::Impl {
 
     template <class Work>
     void Do(const Work& work) {
-        // Whatever fails gives the writer up.
+        // Any failure leaves the writer inactive.
         if (!std::exchange(active, false) || core.openings != opening) {
             core.RefuseWrite();
         }

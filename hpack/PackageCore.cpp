@@ -153,7 +153,7 @@ void PackageCore::EndRecord(const NewRecord& record, std::uint64_t at) {
     EnterRecord(record, at);
 }
 
-// A head without the marker: whoever looks for records finds none until it is complete.
+// A head without the marker: a search for records finds none until this one is complete.
 std::uint64_t PackageCore::ReserveRecord(const NewRecord& record) {
     const std::uint64_t at = PositionForRecord(record);
     recordHead.assign(HeadSize(record.key), '\0');

@@ -136,7 +136,7 @@ public:
     bool modified = false;
     bool isOpen = false;
     char openMode = 0;          // as last asked for; 0: closed
-    unsigned int openings = 0;  // tells whether this is still the same stream
+    unsigned int openings = 0;  // changes when another stream is opened or this one closed
     qtPtr<qtBuffer> sharedBuffer;
 
 private:

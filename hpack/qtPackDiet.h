@@ -12,17 +12,17 @@
 ///     unsigned int value;
 ///     qtUnpackUssDiet(value, bytes);             // 300
 ///
-/// The size depends on the type alone. A reader has to know which type comes next: there is no tag,
+/// The size depends only on the type. A reader has to know which type comes next: there is no tag,
 /// no length and no terminator. The functions keep no state; any number of threads may call them.
 
 /// The packed size of an integer type in bytes: its own size, but 8 for long and unsigned long,
-/// which then have zero bytes in front where the machine's long is shorter.
+/// with leading zero bytes if the machine's long is shorter.
 template <class T>
 constexpr int qtPackedSize = std::is_same_v<T, long> || std::is_same_v<T, unsigned long>
                                  ? 8
                                  : static_cast<int>(sizeof(T));
 
-/// The packed size of `T`; the value is not looked at and need not be set.
+/// Returns the packed size of `T`; the value is not read and need not be set.
 template <class T>
 constexpr int qtGetPackedSizeDiet(const T& /*value*/) {
     return qtPackedSize<T>;

@@ -232,7 +232,7 @@ TEST_F(Hfile32Test, OneFaultGivesOneException) {
     qtPtrLight<Generic32> closed(unwritten());
     ExpectFailure([&] { closed->Close(); }, 1, "Close error in file ");
     EXPECT_NO_THROW(closed->Close());
-    // The destructor reports unless another exception is on its way, and then needs no memory.
+    // The destructor reports unless another exception is propagating, and then needs no memory.
     ExpectFailure([&] { unwritten() = qtPtrLight<Generic32>(); }, 1, "Close error in file ");
     ExpectFailure([&] { const qtPtrLight<Generic32> pointer(unwritten()); }, 1,
                   "Close error in file ");

@@ -88,8 +88,8 @@ Outcome Judge(const qtString& image, const Session& session, bool inOrder = true
         Opened package(image);
         Contents items;
         for (const qtString& key : Keys(package)) {
-            const bool whole = Succeeds([&] { package.GetItem(key, items[key]); });
-            items[key] = whole ? items[key] : "torn";
+            const bool readable = Succeeds([&] { package.GetItem(key, items[key]); });
+            items[key] = readable ? items[key] : "torn";
         }
         for (const Outcome outcome : {opensAfter, opensBefore}) {
             const Contents& state = outcome == opensAfter ? session.after : session.before;
@@ -158,16 +158,16 @@ TEST(HpackCrash, EveryPrefixOfTheWritesOfASession) {
                 ++counts[outcome];
                 ASSERT_NE(outcome, lost) << "seed " << seed << ", round " << round;
             };
-            qtString whole = image;
+            qtString written = image;
             for (const auto& write : stream->log) {
                 for (std::size_t count = 0; count < write.bytes.size(); ++count) {
-                    qtString cut = whole;
+                    qtString cut = written;
                     Apply(cut, write, count);
                     judge(cut, true);
                 }
-                Apply(whole, write, write.bytes.size());
+                Apply(written, write, write.bytes.size());
             }
-            ASSERT_EQ(Judge(whole, session), opensAfter);
+            ASSERT_EQ(Judge(written, session), opensAfter);
             // Power lost: what was written last may be there without what was written before, and
             // a record without its body.
             for (int choice = 0; choice < 30; ++choice) {
@@ -179,7 +179,7 @@ TEST(HpackCrash, EveryPrefixOfTheWritesOfASession) {
                 }
                 judge(some, false);
             }
-            image = whole;
+            image = written;
             items = session.after;
         }
     }

@@ -1,5 +1,5 @@
-// Packages that a reader can not trust: whatever their bytes are, opening and every operation give
-// the right result or a documented error, and ask for no more memory than the bytes justify.
+// Packages that a reader cannot trust: whatever their bytes, opening and every operation return the
+// right result or a documented error, and allocate no more than the bytes justify.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -44,21 +44,21 @@ protected:
         EXPECT_LE(Allocations::largest, 8 * bytes.size() + 384 * 1024);
     }
 
-    const qtString whole = SmallPackage(GetParam());
+    const qtString intact = SmallPackage(GetParam());
     TempFolder folder;
 };
 
-// The files were written once and for all: what changes a byte of them changes the format.
+// The files were written once and for all: a change of a byte is a change of the format.
 TEST_P(HpackDamage, GoldenFilesAreWrittenByteForByte) {
-    EXPECT_EQ(whole, FileBytes(qtString(GOLDEN_FOLDER) + GetParam() + ".hpk"));
+    EXPECT_EQ(intact, FileBytes(qtString(GOLDEN_FOLDER) + GetParam() + ".hpk"));
 }
 
 TEST_P(HpackDamage, EveryCutBitAndWord) {
-    const std::size_t length = whole.size();
+    const std::size_t length = intact.size();
     for (std::size_t at = 0; at <= length; ++at) {
-        Try(whole.substr(0, at), true);
+        Try(intact.substr(0, at), true);
         for (unsigned int bit = 0; at < length && bit < 8; ++bit) {
-            qtString flipped(whole);
+            qtString flipped(intact);
             flipped[at] = static_cast<char>(flipped[at] ^ 1 << bit);
             Try(flipped, bit == at % 8);
         }
@@ -66,7 +66,7 @@ TEST_P(HpackDamage, EveryCutBitAndWord) {
              {std::size_t{0}, std::size_t{1}, length - 1, length, std::size_t{0x7fffffff},
               std::size_t{0x80000000}, std::size_t{0xfffffff8}, std::size_t{0xffffffff}}) {
             if (at + 4 <= length) {
-                Try(qtString(whole).replace(at, 4, Word(word)));
+                Try(qtString(intact).replace(at, 4, Word(word)));
             }
         }
     }

@@ -247,7 +247,7 @@ TEST(HpackFault, EveryAllocationOfEveryOperation) {
     });
 }
 
-// Destroys what is deleted, so that whoever still uses it fails.
+// Destroys what is deleted, so that using it still fails.
 void Overwrite(const void* block) {
     std::memset(const_cast<void*>(block), 0xa5, malloc_usable_size(const_cast<void*>(block)));
 }

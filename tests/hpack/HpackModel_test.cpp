@@ -59,7 +59,7 @@ public:
         if (!modified) {
             return;
         }
-        // The first save of a package that was created by an object used before goes to the end
+        // The first save of a package that was created by an object used before is appended
         // even if the former reservation covers the block.
         if (IndexSize() > indexSpace || indexOffset == 0) {
             indexSpace = std::max(indexSpace, IndexSize());

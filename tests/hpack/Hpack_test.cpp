@@ -78,7 +78,7 @@ TEST_F(HpackTest, OpeningFailures) {
     ExpectError<HioErr>([&] { package.Open(qtPtrLight<Generic32>(), 'r'); }, 0,
                         "Cannot open file: ", {""});
 
-    // A file that can not be opened leaves what is open.
+    // A file that cannot be opened leaves the package open that was.
     Open(example, 'r');
     ExpectError<HioErr>([&] { package.Open("/nowhere/p", 'r'); }, 0, "Cannot open file: /nowhere/p",
                         {"/nowhere/p"});
@@ -99,7 +99,7 @@ TEST_F(HpackTest, LetsGoOfTheBuffer) {
         open.Open(buffer, 'w');
         open.AddOrUpdate("a", "1");
         buffer = NewBuffer(example);
-        // Neither saved nor closed; the new opening is not disturbed by the former one.
+        // Neither saved nor closed; the former opening does not disturb the new one.
         open.Open(buffer, 'u');
         open.AddOrUpdate("a", "1");
         open.Open(buffer, 'r');
@@ -336,8 +336,8 @@ TEST_F(HpackTest, RefusesToPassTheLastOffset) {
     package.Open(name, 'r');
     EXPECT_EQ(Get(package, "ab"), qtString(room - 14, 'x'));
 
-    // Nor does anything else pass it: an index block, one that has to go behind a new key's record
-    // at a given place, a record whose end would wrap 32 bits.
+    // Nothing else passes it either: an index block, one that has to follow a new key's record at a
+    // given offset, a record whose end would wrap 32 bits.
     const std::pair<std::int64_t, std::function<void()>> cases[] = {
         {limit - 10, [&] { package.WriteIndex(0); }},
         {limit - 10, [&] { package.AddAtOffset("c", qtString("xyz"), 16); }},
@@ -542,7 +542,7 @@ TEST_F(HpackTest, LayoutNeedsNoSave) {
     EXPECT_EQ(expect({69, 8, 33, 8, 0}), 69u - 8 - 8);
 }
 
-// What is not written can not be torn; a scar in the block shows whether it was.
+// A block that is not written cannot be torn; a scar in the block shows whether it was.
 TEST_F(HpackTest, SavingLeavesAnIndexThatWouldBeTheSame) {
     const std::pair<std::function<void()>, bool> cases[] = {
         {[&] { package.AddOrUpdate("ab", "xy"); }, false},
