@@ -95,10 +95,10 @@ struct HpackRecoverReport {
 /// - If the newer of two versions cannot be determined, both are kept: one under a key with
 ///   ".recovered-" and the record's offset appended.
 ///
-/// Time grows about linearly with the length of the stream. Memory stays below about ten times that
-/// length in the worst case, and is usually one body and a few times the keys. Nothing is allocated
-/// by a length that the stream does not have. Overlapping records are copied up to four times the
-/// length of the stream.
+/// Time grows about linearly with the length of the stream. Memory is usually a small fraction of
+/// it, and at most about ten times that length, for a stream of nothing but tiny records. Nothing
+/// is allocated by a length that the stream does not have, and long bodies are copied in pieces.
+/// Records that overlap are copied up to four times the length of the stream in total.
 ///
 /// @param damaged any readable stream; its position changes
 /// @param target open in mode 'w', empty. It receives identity, state and items, by their

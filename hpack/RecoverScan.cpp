@@ -44,6 +44,8 @@ void RecoverScan::AddMarks(const char* bytes, std::size_t count, std::uint32_t a
 }
 
 void RecoverScan::MeasureRecords(RawPackage& package) {
+    records.reserve(static_cast<std::size_t>(std::count_if(
+        marks.begin(), marks.end(), [](const Mark& mark) { return mark.magic == ItemMagic; })));
     for (const Mark& mark : marks) {
         HpackRecord record;
         if (mark.magic == ItemMagic && package.Measure(mark.offset, record)) {
