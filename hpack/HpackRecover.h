@@ -96,7 +96,7 @@ struct HpackRecoverReport {
 ///   ".recovered-" and the record's offset appended.
 ///
 /// Time grows about linearly with the length of the stream. Memory is usually a small fraction of
-/// it, and at most about ten times that length, for a stream of nothing but tiny records. Nothing
+/// it, and at most about twenty times that length, for records in one another's keys. Nothing
 /// is allocated by a length that the stream does not have, and long bodies are copied in pieces.
 /// Records that overlap are copied up to four times the length of the stream in total.
 ///
