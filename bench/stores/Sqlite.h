@@ -122,7 +122,9 @@ public:
         explicit Session(const Opened& opened)
             : db(opened.path),
               select(db, "SELECT body FROM items WHERE key = ?"),
-              range(db, "SELECT key FROM items WHERE key >= ? ORDER BY key") {}
+              range(db, "SELECT key FROM items WHERE key >= ? ORDER BY key") {
+            db.Run("PRAGMA mmap_size=2147418112");
+        }
         std::string_view Get(const std::string& key) {
             select.Reset();
             select.Bind(1, key);
