@@ -44,7 +44,7 @@ std::string FollowLinks(const std::string& path) {
             throw SystemError(errno, "cannot follow the link", path);
         }
         const std::string link(next, static_cast<std::size_t>(length));
-        target = link.front() == '/' ? link : FolderOf(target) + '/' + link;
+        target = link.front() == '/' ? link : FolderOf(target).append("/").append(link);
     }
     return target;
 }
