@@ -484,15 +484,17 @@ TEST_F(HpkToolTest, LinksThatAppearWhileFilesAreReadAreNotFollowed) {
         }
     });
     int packed = 0;
+    bool leaked = false;
     for (int attempt = 0; attempt < 30; ++attempt) {
         [[maybe_unused]] const int status =
             std::system(COMMAND " create -q -f p tree 2>stderr && " COMMAND " add -q p tree");
         const qtString bytes = fs::exists("p") ? FileBytes("p") : qtString();
         packed += bytes.find("inside") != std::string::npos ? 1 : 0;
-        ASSERT_EQ(bytes.find("secret"), std::string::npos);
+        leaked |= bytes.find("secret") != std::string::npos;
     }
     stop = true;
     attacker.join();
+    EXPECT_FALSE(leaked);
     EXPECT_GT(packed, 0);
 }
 
