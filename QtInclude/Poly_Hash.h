@@ -9,7 +9,7 @@
 #include "basekit/qtString.h"
 #include "basekit/qtxAll.h"
 
-/// The family of the hash's errors.
+/// Base class of the hash's errors.
 class VANTRY_EXPORT xPoly_Hash : public qtxAll {
 public:
     using qtxAll::qtxAll;
@@ -33,9 +33,9 @@ inline constexpr std::uint32_t Hash_primitive_seed[33] = {
     0x80001,   0x200001,  0x40001,    0xc20001,   0x400001,  0x3100001, 0x6400001,
     0x2000001, 0x8000001, 0x30000081, 0x10000001, 0xc0000401};
 
-/// Hashes byte strings by division over GF(2): the hash is the remainder of
-/// initial value * x^(8n) + the n bytes, read as a polynomial with the first byte on top, modulo
-/// P(x) = x^degree + polynomial.
+/// Hashes byte strings by division over GF(2). The hash of n bytes is the remainder of
+/// initial value * x^(8n) + the bytes, read as a polynomial whose highest terms are the first byte,
+/// modulo P(x) = x^degree + polynomial.
 ///
 ///     Poly_Hash<32> hash;
 ///     hash.Init(16, Hash_primitive_seed[16], 0);
@@ -43,20 +43,22 @@ inline constexpr std::uint32_t Hash_primitive_seed[33] = {
 ///     const unsigned int first = hash.Hash("hello", 5);
 ///     hash.Extend(first, " world", 6) == whole;  // true
 ///
-/// Values depend on the polynomial and the initial value alone, not on the machine, and may be
-/// stored. This is a fingerprint, not a defence: whoever wants to can make two strings collide.
+/// Values depend only on the polynomial and the initial value, not on the machine, and may be
+/// stored. The hash is not cryptographic: anyone can construct collisions.
 ///
-/// Hashing only reads the object, from any number of threads; Init must not run meanwhile.
+/// Threads: hashing only reads the object, so any number of threads may hash with it. Init must not
+/// run at the same time.
 ///
-/// `N` is the largest degree; the library holds Poly_Hash<32>, whose objects take 1036 bytes.
+/// `N` is the largest degree. The library contains Poly_Hash<32>, whose objects take 1036 bytes.
 template <int N>
 class VANTRY_EXPORT Poly_Hash {
     static_assert(N >= 8 && N <= 32, "a hash is a 32-bit word, and a byte of it indexes the table");
 
 public:
-    /// Modulo x^8, from 0, until Init is called.
+    /// Until Init is called, hashes modulo x^8 with initial value 0.
     constexpr Poly_Hash() = default;
-    /// As Init; a constant expression makes an object that no constructor can come before.
+    /// Like Init. With constant arguments the object is ready before any static initializer.
+    /// @throws xPoly_HashInitErr as Init
     constexpr Poly_Hash(int newDegree, unsigned int polynomial, unsigned int newInitialValue) {
         if (!IsDegree(newDegree)) {
             ThrowInitErr(newDegree);
@@ -64,31 +66,33 @@ public:
         Set(newDegree, polynomial, newInitialValue);
     }
 
-    /// Takes another polynomial. Bits of `polynomial` and `initialValue` at or above `degree` are
-    /// ignored.
-    ///
+    /// Sets the polynomial.
+    /// @param degree 8 to N
+    /// @param polynomial the terms below x^degree; bits at or above `degree` are ignored
+    /// @param initialValue the hash of the empty string; bits at or above `degree` are ignored
     /// @throws xPoly_HashInitErr "Initiation error, requested size (DEGREE) is greater than N\n"
-    ///         for a degree above N or negative, "Initiation error, requested size (DEGREE) is
-    ///         smaller than 8\n" for 0 to 7; the object is unchanged then
+    ///         if the degree is above N or negative, "Initiation error, requested size (DEGREE) is
+    ///         smaller than 8\n" if it is 0 to 7; the object is unchanged
     void Init(int degree, unsigned int polynomial, unsigned int initialValue);
 
-    /// The hash of these bytes: at most Degree() bits, and InitialValue() for none.
+    /// Returns the hash of these bytes: at most Degree() bits; InitialValue() if there are none.
     /// @{
     unsigned int Hash(const char* bytes, std::size_t count) const;
     unsigned int Hash(const qtString& bytes) const;
     /// @}
 
-    /// The hash of everything hashed so far followed by `bytes`. Bits of `hash` at or above the
-    /// degree are ignored.
+    /// Continues a hash.
+    /// @param hash of the preceding bytes; bits at or above the degree are ignored
+    /// @return the hash of the preceding bytes followed by `bytes`
     unsigned int Extend(unsigned int hash, const char* bytes, std::size_t count) const;
 
-    /// The number of bits of a hash, 8 to N.
+    /// Returns the number of bits of a hash, 8 to N.
     int Degree() const { return degree; }
-    /// 2^degree - 1
+    /// Returns 2^degree - 1.
     unsigned int Mask() const { return mask; }
-    /// The hash of the empty string.
+    /// Returns the hash of the empty string.
     unsigned int InitialValue() const { return initialValue; }
-    /// The remainder of byte(x) * x^degree modulo P(x).
+    /// Returns the remainder of byte(x) * x^degree modulo P(x).
     constexpr unsigned int TableEntry(unsigned char byte) const { return table[byte]; }
 
 private:
@@ -102,7 +106,7 @@ private:
         mask = 0xFFFFFFFFu >> (32 - degree);
         initialValue = newInitialValue & mask;
         const std::uint32_t terms = polynomial & mask;
-        // remainder is that of x^(degree + k), and table[b] the sum of those of the bits of b.
+        // The remainder of x^(degree + k); table[b] is the sum of those of the bits of b.
         std::uint32_t remainder = terms;
         table[0] = 0;
         for (unsigned int bit = 1; bit < 256; bit <<= 1) {
@@ -114,10 +118,10 @@ private:
         }
     }
 
-    // Apart from Extend, which needs no stack frame without it.
+    // Separate, because Extend then needs no stack frame.
     [[gnu::noinline]] VANTRY_LOCAL std::uint32_t ExtendOther(std::uint32_t hash, const char* bytes,
                                                              std::size_t count) const;
-    // The definition of the hash: a step for each byte.
+    // The definition of the hash: one step per byte.
     VANTRY_LOCAL std::uint32_t StepBytes(std::uint32_t hash, const char* bytes,
                                          std::size_t count) const;
 

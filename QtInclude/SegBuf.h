@@ -4,7 +4,7 @@
 
 #include "basekit/qtxAll.h"
 
-/// "Locate error in SegBuf", code 9, level 2.
+/// Thrown by SegBuf::Locate: "Locate error in SegBuf", code 9, level 2.
 class VANTRY_EXPORT qtxSegBuf : public qtxAll {
 public:
     using qtxAll::qtxAll;
@@ -14,7 +14,7 @@ public:
     const char* BaseString() const override;
 };
 
-/// A long sequence of bytes in segments of 16360: no item needs one block of its whole size, and
+/// A long byte sequence in segments of 16360 bytes. No item needs one block of its full size, and
 /// growing copies nothing.
 ///
 ///     SegBuf body;
@@ -24,8 +24,9 @@ public:
 ///         body.Locate(at, body.size, run, length);     // length bytes at run
 ///     }
 ///
-/// The buffer owns its segments, which never move while it lives. Locate() may run on several
-/// threads at once; everything else is for one thread.
+/// The buffer owns its segments, which never move during its lifetime.
+///
+/// Threads: several may call Locate() at once; everything else is not thread-safe.
 class VANTRY_EXPORT SegBuf {
 public:
     /// The length of every segment in bytes.
@@ -36,15 +37,19 @@ public:
     SegBuf(const SegBuf&) = delete;
     SegBuf& operator=(const SegBuf&) = delete;
 
-    /// Finds the run of [offset, end) that starts at `offset`: it ends at the end of the segment or
-    /// at `end`. `end` must be greater than `offset` and at most `size`.
-    /// @throws qtxSegBuf "Locate error in SegBuf" when `offset` is not below `size`
+    /// Finds the contiguous run of [offset, end) that starts at `offset`. It ends at the end of its
+    /// segment or at `end`.
+    /// @param offset in bytes
+    /// @param end greater than `offset` and at most `size`; not checked
+    /// @param where receives a pointer to the run, which the buffer owns
+    /// @param length receives the run's length in bytes
+    /// @throws qtxSegBuf "Locate error in SegBuf" if `offset` is not below `size`
     void Locate(unsigned int offset, unsigned int end, char*& where, unsigned int& length) const;
 
-    /// Makes room for `length` + `reserve` bytes and raises `size` to that if it is smaller. New
-    /// bytes are not initialised.
-    /// @throws std::bad_alloc when there is no memory, and when the sum passes 2^32 - 1; segments
-    ///         added so far stay, `size` is unchanged
+    /// Makes room for `length` + `reserve` bytes, and raises `size` to that if it is smaller. New
+    /// bytes are uninitialized.
+    /// @throws std::bad_alloc if memory runs out or the sum exceeds 2^32 - 1; segments added so far
+    ///         stay, `size` is unchanged
     void Grow(unsigned int length);
 
     std::vector<char*> segments;  ///< arrays of segmentSize bytes in logical order

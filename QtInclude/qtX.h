@@ -6,10 +6,10 @@
 
 #include "basekit/qtxAll.h"
 
-/// The common base of the numbered errors: catch it for package and stream errors alike.
+/// Base class of the numbered errors: catches package and stream errors alike.
 class VANTRY_EXPORT qtXbase : public qtxAll {
 public:
-    /// Root code 2, level 1; `text` is copied.
+    /// Constructs the root with code 2 and level 1. `text` is copied.
     explicit qtXbase(const char* text);
     qtXbase(const qtXbase& other);
     qtXbase& operator=(const qtXbase& other);
@@ -17,14 +17,14 @@ public:
 
     const char* BaseString() const override;
 
-    /// The text, cut to 1023 characters; SpecificString() has all of it.
+    /// Returns the text, cut to 1023 characters. SpecificString() returns all of it.
     const char* Text() const { return message; }
 
 private:
     char message[1024];
 };
 
-/// Wraps one string argument of a qtX<T>; a qtString converts to it by itself.
+/// Wraps one string argument of a qtX<T>; a qtString converts to it implicitly.
 class VANTRY_EXPORT StringProxy {
 public:
     /// Keeps a copy of `text`.
@@ -33,21 +33,21 @@ public:
     StringProxy(const StringProxy& other);
     StringProxy& operator=(const StringProxy& other);
 
-    /// The string, owned by this object.
+    /// Returns the string, owned by this object.
     const qtString& Text() const { return string; }
 
 private:
     qtString string;
 };
 
-/// An error with a number and up to two string arguments. `T` only names the family:
-/// qtX<Hpack> are package errors (hpack/HpackErrors.h), qtX<HioErr> stream errors
-/// (hpack/HioErrors.h); the numbers, and what the arguments are, stand there.
+/// An error with a number and up to two string arguments. `T` only names the family: qtX<Hpack> are
+/// package errors, qtX<HioErr> stream errors. hpack/HpackErrors.h and hpack/HioErrors.h list their
+/// numbers and arguments.
 template <class T>
 class VANTRY_EXPORT qtX : public qtXbase {
 public:
     /// Copies the text and the arguments.
-    /// @throws std::bad_alloc
+    /// @throws std::bad_alloc if memory runs out
     /// @{
     qtX(const char* text, int errorNumber) : qtXbase(text), number(errorNumber) {}
     qtX(const char* text, int errorNumber, const StringProxy& argument) : qtX(text, errorNumber) {
@@ -62,15 +62,15 @@ public:
     }
     /// @}
 
-    /// The name of `T` in the platform's run-time type information: "5Hpack", "6HioErr".
+    /// Returns the name of `T` in the platform's run-time type information: "5Hpack", "6HioErr".
     const char* BaseString() const override { return typeid(T).name(); }
     qtString ErrorString() const override {
         return this->ErrorLine("number " + std::to_string(number));
     }
 
-    /// What went wrong, by the numbers of the family.
+    /// Returns the number of the error within its family.
     int Number() const { return number; }
-    /// What it went wrong with: none, one or two strings, owned by this object.
+    /// Returns the names that the error concerns: none, one or two strings, owned by this object.
     const std::vector<qtString>& Arguments() const { return arguments; }
 
 private:

@@ -10,6 +10,7 @@ extern "C" {
 /// @param buffer room for 11 bytes
 VANTRY_EXPORT void GetVantryVersion(char* buffer);
 
-/// The same text under a second name.
+/// Writes the same text as GetVantryVersion.
+/// @param buffer room for 11 bytes
 VANTRY_EXPORT void GetQuoVersion(char* buffer);
 }

@@ -1,4 +1,4 @@
-# `cmake --install` gives a prefix that find_package(Vantry) and `pkg-config vantry` work from.
+# `cmake --install` fills a prefix for find_package(Vantry) and `pkg-config vantry`.
 include(CMakePackageConfigHelpers)
 
 set(VANTRY_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Vantry)
@@ -30,8 +30,8 @@ cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_LIBDIR BASE_DIRECTORY "\${prefix}"
     OUTPUT_VARIABLE VANTRY_PC_LIBDIR)
 cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_INCLUDEDIR BASE_DIRECTORY "\${prefix}"
     OUTPUT_VARIABLE VANTRY_PC_INCLUDEDIR)
-# The prefix is told from where the file lies, as it may be chosen at installation; not so in a
-# Debian package, or when the folder of the libraries has nothing to do with it.
+# The prefix follows from the position of the file, since it may be chosen at installation. Not in a
+# Debian package, nor if the folder of the libraries is absolute.
 if(VANTRY_DEBIAN OR IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
     set(VANTRY_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
 else()
@@ -50,7 +50,7 @@ configure_file(cmake/vantry.pc.in ${PROJECT_BINARY_DIR}/vantry.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vantry.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
-# The pages in the folders that their links name, and the examples.
+# The pages, in the folders that their links name, and the examples.
 set(pages ${CMAKE_INSTALL_DOCDIR})
 if(VANTRY_DEBIAN)
     set(pages ${CMAKE_INSTALL_DATADIR}/doc/libvantry-dev)

@@ -1,4 +1,4 @@
-# Compile options that every target of ours shares: link vantry_options privately.
+# Compile options that all our targets share: link vantry_options privately.
 find_package(Threads REQUIRED)
 
 # Developers' builds use ccache where it is installed. It caches a file with a precompiled header only
@@ -16,6 +16,9 @@ endif()
 
 # A compiler cache may name sources relative to the build folder.
 file(RELATIVE_PATH VANTRY_SOURCES_FROM_BUILD ${CMAKE_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+if(NOT VANTRY_SOURCES_FROM_BUILD MATCHES "/$")
+    string(APPEND VANTRY_SOURCES_FROM_BUILD "/")
+endif()
 
 add_library(vantry_options INTERFACE)
 target_compile_options(vantry_options INTERFACE
@@ -25,8 +28,8 @@ target_compile_options(vantry_options INTERFACE
     "-ffile-prefix-map=${VANTRY_SOURCES_FROM_BUILD}=")
 # What gcc leaves out of -Wconversion.
 target_compile_options(vantry_options INTERFACE $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>)
-# With the assertions of its library on, gcc 12 thinks that a long string is moved into the buffer for
-# short ones.
+# With the assertions of its library on, gcc 12 wrongly warns that a long string is moved into the buffer
+# for short ones.
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     target_compile_options(vantry_options INTERFACE -Wno-array-bounds -Wno-stringop-overflow)
 endif()
@@ -43,7 +46,7 @@ add_library(vantry_quick_build INTERFACE)
 target_compile_options(vantry_quick_build INTERFACE $<$<CONFIG:Release>:-O1>)
 
 # Undefined symbols are found when a library is linked, not when a program starts. The sanitizers
-# resolve theirs from the program, so they can not have it.
+# resolve theirs from the program, so they cannot have it.
 if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
     target_link_options(vantry_options INTERFACE -Wl,--no-undefined)
 endif()

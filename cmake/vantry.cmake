@@ -5,7 +5,7 @@ add_library(Vantry::vantry ALIAS vantry)
 set_target_properties(vantry PROPERTIES
     VERSION ${PROJECT_VERSION}
     SOVERSION ${VANTRY_SOVERSION}
-    # The base layer lies beside it, wherever the prefix is moved to.
+    # The base layer is in the same folder, wherever the prefix is moved to.
     INSTALL_RPATH "$ORIGIN")
 target_link_libraries(vantry PUBLIC basekit)
 vantry_use_system(vantry)

@@ -7,17 +7,18 @@
 
 #include "basekit/qtString.h"
 
-/// Splits a text into copies of its maximal runs of bytes that are not in `separators`; empty
+/// Splits a text into copies of its maximal runs of bytes that are not in `separators`. Empty
 /// tokens never appear:
 ///
 ///     std::vector<qtString> lines;
 ///     qtTokenize("one\ntwo\r\n", lines, "\r\n");  // one  two
 ///
-/// Both texts end at their first NUL, whatever their length says. With no separators the text is
-/// one token, or none if it is empty. `tokens` is replaced; neither text may be one of its
-/// elements. The cost does not grow with the number of separators.
-///
-/// @throws std::bad_alloc when there is no memory; `tokens` then holds the tokens found so far.
+/// The cost does not grow with the number of separators.
+/// @param source text to split, up to its first NUL
+/// @param tokens replaced by the tokens; must not contain `source` or `separators`
+/// @param separators bytes that separate, up to the first NUL; with none, the text is one token, or
+///        no token if it is empty
+/// @throws std::bad_alloc if memory runs out; `tokens` then holds the tokens found so far
 inline void qtTokenize(const qtString& source, std::vector<qtString>& tokens,
                        const qtString& separators) {
     bool isSeparator[256] = {};

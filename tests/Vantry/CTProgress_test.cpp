@@ -95,7 +95,7 @@ TEST(CTProgress, CutsTheStatusAndEndsIt) {
     }
 }
 
-// Every getter beside every setter; the thread sanitizer tells whether they are data races.
+// Calls every getter while setters run; the thread sanitizer reports data races.
 TEST(CTProgress, ObserverReadsAndStopsTheRunningWorker) {
     CTProgress progress;
     // One looks at one value alone: others could order the accesses, and hide a data race.
@@ -152,7 +152,7 @@ TEST(CTProgress, ObserverReadsAndStopsTheRunningWorker) {
     }
 }
 
-// A record across two pages, one of which cannot be read: whoever first touches that one finds that
+// A record across two pages, one of which cannot be read: the first access to that page finds that
 // the worker has just ended the phase.
 class TornRecord {
 public:

@@ -22,7 +22,7 @@ if(way STREQUAL pkg-config)
         message("skipped: there is no pkg-config")
         return()
     endif()
-    # The prefix alone, so that a copy that is installed on this system can not help.
+    # The prefix alone, so that a copy installed on this system is not found.
     set(ENV{PKG_CONFIG_LIBDIR} ${prefix}/${libdir}/pkgconfig)
     execute_process(COMMAND ${pkg_config} --cflags --libs vantry
         OUTPUT_VARIABLE options COMMAND_ERROR_IS_FATAL ANY)

@@ -12,7 +12,7 @@ extern std::atomic<std::size_t> largest;
 /// How many allocations succeed before one fails, once, with std::bad_alloc; negative: all do.
 extern std::atomic<long> untilFailure;
 
-/// Sees every block on its way back to the heap, when it is set.
+/// If set, is called with every block before it is freed.
 extern void (*onDelete)(const void* block);
 
 }  // namespace Allocations

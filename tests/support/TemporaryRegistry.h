@@ -8,7 +8,7 @@
 #include "tests/support/Bytes.h"
 #include "tests/support/TempFolder.h"
 
-/// A test with a registry of its own, in a folder that goes with the test.
+/// A test with a registry of its own, in a folder that is removed with the test.
 class TemporaryRegistry : public ::testing::Test {
 protected:
     TemporaryRegistry() { Use(folder / "store/registry"); }
@@ -21,7 +21,7 @@ protected:
 
     using Records = std::map<std::string, std::string>;
 
-    /// All records of the registry. @return false when it can not be read to its end
+    /// All records of the registry. @return false if it cannot be read to its end
     static bool ReadAll(Records& records, UnixRegistry& store) {
         return store.ForEach([&](const qtString& key, const char* data, unsigned length) {
             EXPECT_TRUE(records.emplace(key, std::string(data, length)).second);
