@@ -36,7 +36,7 @@ bool SortedEntries::Load(std::string_view block, std::uint32_t expected) {
             newMarks.push_back(static_cast<std::uint32_t>(at));
         }
         ascending = ascending && (number == 0 || Ascend(last, entry.key));
-        at += IndexEntrySize(entry.key.size());
+        at += static_cast<std::size_t>(IndexEntrySize(entry.key.size()));
         last = entry.key;
     }
     entries = block.data();
