@@ -1,4 +1,4 @@
-// Poly_Hash beside other checks of a string, and beside reading the same memory. VANTRY_CPU
+// Poly_Hash, other checks of a string, and reading the same memory. VANTRY_CPU
 // caps the kernels that the library selects.
 #include <benchmark/benchmark.h>
 #include <isa-l/crc.h>

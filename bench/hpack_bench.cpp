@@ -1,4 +1,4 @@
-// Packages beside other keyed stores, on the same items in the same run. See bench/README.md.
+// Packages and other keyed stores, on the same items in the same run. See bench/README.md.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 #include <sys/wait.h>

@@ -1,4 +1,4 @@
-// One update of each progress record in a tight loop, beside an atomic increment, relaxed and
+// One update of each progress record in a tight loop, next to an atomic increment, relaxed and
 // under a lock. An update that the header inlines, one called through the shared library.
 
 #include <benchmark/benchmark.h>

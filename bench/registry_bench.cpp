@@ -1,6 +1,6 @@
-// One registry parameter of 20 bytes, among 50 others, beside what else such values are kept in.
+// One registry parameter of 20 bytes, among 50 others, next to other stores for such values.
 // Everything is opened and closed each time, as the parameter functions do. Each store writes with
-// the durability that it is used with, which its label tells: all sync, and some are whole again
+// the durability that it is used with, which its label tells: all sync, and some are intact again
 // after a stop in the middle of a write. Run it where the disk is the one in question (TMPDIR),
 // with
 // --benchmark_enable_random_interleaving=true --benchmark_repetitions=9.

@@ -1,4 +1,4 @@
-// LpTokenize beside what else splits a text into views: three kinds of separators, a large text
+// LpTokenize and other ways to split a text into views: three kinds of separators, a large text
 // and its lines cut to 200 bytes. VANTRY_CPU caps the kernels that the library selects.
 #include <absl/strings/str_split.h>
 #include <benchmark/benchmark.h>

@@ -1,4 +1,4 @@
-// A mapped package beside other mapped stores: bodies are read where they lie. See bench/README.md.
+// A mapped package and other mapped stores: bodies are read where they lie. See bench/README.md.
 #include <benchmark/benchmark.h>
 
 #include <cstring>

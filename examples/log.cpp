@@ -10,7 +10,7 @@
 #include "lpstring/LpString.h"
 #include "lpstring/LpStringHash.h"
 
-// The hash goes on from word to word: the shape is never put together.
+// Extends the hash word by word, without assembling the shape.
 static unsigned int HashShape(const std::vector<LpCString>& words) {
     const Poly_Hash<32>& hash = LpStringHash::s_polyHash;
     unsigned int value = hash.InitialValue();

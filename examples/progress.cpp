@@ -55,7 +55,7 @@ int main(int argc, char** argv) {
     }
     worker.join();
     std::fputs("\r\033[K", stderr);
-    // Whoever saw the run end also sees its outcome.
+    // After IsRunning() returned false, the outcome is set.
     std::puts(progress.GetFinishState() ? "done" : "stopped");
     return progress.GetFinishState() ? 0 : 1;
 }

@@ -1,4 +1,4 @@
-// A large item goes in and out in segments: no block of its whole size is ever needed.
+// Stores and reads a large item in segments: no block of its full size is ever needed.
 //
 //     stream put PKG KEY < body        a new package with this one item
 //     stream get PKG KEY > body
@@ -20,7 +20,7 @@ static void ReadAll(std::FILE* in, SegBuf& body) {
         const std::size_t count = std::fread(run, 1, length, in);
         filled += static_cast<unsigned int>(count);
         if (count < length) {
-            body.size = filled;  // the room behind stays for the next use
+            body.size = filled;  // the rest of the buffer is for the next use
             return;
         }
     }

@@ -1,5 +1,5 @@
 # Sourced by the other scripts: the Debian packages that the project needs, and their installation.
-# Nothing is asked of a mirror when all of them are there.
+# Contacts no mirror if everything is installed.
 # shellcheck shell=bash disable=SC2034
 
 packages_build=(g++ cmake ninja-build pkgconf libdb5.3-dev libsodium-dev
@@ -21,8 +21,8 @@ packages_i386=(g++-multilib libdb5.3:i386 libsodium-dev:i386
     libarchive-dev:i386 libgtest-dev:i386)
 packages_debian=(dpkg-dev lintian debootstrap)
 # Runs 32-bit programs where the kernel does not, and those of other processors. The compilers for
-# those and g++-multilib can not be installed together: each pushes the other aside, and scripts/test
-# takes back what it needs.
+# those and g++-multilib cannot be installed together: each removes the other, and scripts/test
+# reinstalls what it needs.
 packages_emulator=(qemu-user)
 packages_arm64=(g++-12-aarch64-linux-gnu libstdc++6:arm64 libdb5.3:arm64 libsodium-dev:arm64
     libgtest-dev:arm64)
@@ -86,9 +86,9 @@ packages_install() {
     return 1
 }
 
-# packages_install_foreign ARCHITECTURE PACKAGE...: what builds programs for another machine beside
-# the native ones. A mirror may not have it, so it is tried once, and the system's list of
-# architectures is left as it was.
+# packages_install_foreign ARCHITECTURE PACKAGE...: installs what builds programs for another machine
+# alongside the native ones. A mirror may not have it, so there is one attempt, and on failure the
+# system's list of architectures is restored.
 packages_install_foreign() {
     local architecture=$1 added=0
     shift

@@ -147,7 +147,7 @@ VANTRY_EXPORT vantry_result vantry_hpack_next(vantry_hpack_walk* walk, const voi
 /// Releases a walk; does nothing for null.
 VANTRY_EXPORT void vantry_hpack_walk_free(vantry_hpack_walk* walk);
 
-/// Saves changes and goes on: the file then holds a complete package. From mode 'w' the handle
+/// Saves changes and stays open: the file then holds a complete package. From mode 'w' the handle
 /// changes to mode 'u'. Nothing is synced to the disk.
 /// @return VANTRY_OK, also if there was nothing to save; VANTRY_FAILED, in mode 'r' too
 VANTRY_EXPORT vantry_result vantry_hpack_save(vantry_hpack* package);

@@ -52,7 +52,7 @@ public:
         const std::string index = ReadIndex(in);
         const Entry* found = nullptr;
         std::size_t at = 0;
-        // All of it: nothing but the lengths tells where an entry is, and a later one would count.
+        // All of it: only the lengths locate an entry, and a later one would count.
         for (const Entry& entry : entries) {
             std::uint32_t length = 0;
             std::memcpy(&length, index.data() + at, sizeof length);

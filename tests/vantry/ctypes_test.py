@@ -97,7 +97,7 @@ class CInterface(unittest.TestCase):
         self.path = os.fsencode(os.path.join(folder.name, "a.hpk"))
 
     def change(self, package):
-        """What a new package goes through; it holds a, ab and an empty key afterwards."""
+        """Fills a new package; it holds a, ab and an empty key afterwards."""
         self.assertEqual(c.rename(package, b"a", 1, b"b", 1), FAILED)
         self.assertEqual(error(), (PACKAGE, 5, "File is not open in update mode"))
         self.assertEqual(c.delete(package, b"a", 1), FAILED)
