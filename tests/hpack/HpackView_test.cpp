@@ -124,7 +124,7 @@ TEST(HpackView, PackageInsideAFile) {
     const qtString name = folder / "file";
     const qtString inner = NumberedPackage(50);
     for (const std::size_t offset : {1, 4095, 4096, 4097}) {
-        WriteFile(name, qtString(offset, '#') + inner + "behind");
+        WriteFile(name, qtString(offset, '#') + inner + "after it");
         const HpackView view = HpackView::Map(name, offset, inner.size());
         qtPtr<qtBuffer> buffer = NewBuffer(inner);
         Hpack package;
@@ -132,7 +132,7 @@ TEST(HpackView, PackageInsideAFile) {
         RequireSameItems(view, package);
 
         const qtString cut = HioErrors::readFailed + name;
-        const std::size_t size = offset + inner.size() + 6;
+        const std::size_t size = offset + inner.size() + 8;
         EXPECT_EQ(HpackView::Map(name, offset, size - offset).Count(), 50u);
         for (const auto& [from, length] : std::vector<std::pair<std::uint64_t, std::uint64_t>>{
                  {offset, size - offset + 1},
