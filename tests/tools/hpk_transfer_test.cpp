@@ -148,4 +148,65 @@ TEST_F(HpkTransferTest, FilesAreChosen) {
     Fails("hpk create q -0 d", "--null requires --files-from (see hpk create --help)", 2);
 }
 
+TEST_F(HpkTransferTest, SyncFollowsAFolder) {
+    const std::string large(600'000, 'x');
+    MakePackage({{"a", "1"}, {"b", large + "1"}, {"c", ""}, {"gone/x", "3"}, {"z", "4"}});
+    WriteTree({{"d/a", "2"}, {"d/b", large + "2"}, {"d/c", ""}, {"d/new/y", "5"}, {"d/z", "44"}},
+              ".");
+    const std::string differences = "~ a\n~ b\n- gone/x\n+ new/y\n~ z\n";
+    Run("hpk diff p d", 1, differences, "");
+    Done("cp p q; hpk sync -n --delete p d; cmp p q", differences);
+    Done("hpk sync -n p d", "~ a\n~ b\n+ new/y\n~ z\n");
+    fs::create_symlink("a", "d/link");
+    Run("hpk sync p d", 0, "", "skipped d/link: a symbolic link");
+    Run("hpk diff p d", 1, "- gone/x\n", "");
+    Done("hpk sync -q p d --delete; hpk diff p d; hpk check p; hpk list p", "a\nb\nc\nnew/y\nz\n");
+    // Nothing to do: not even the file is replaced. Nor is an equal body written again.
+    Done(
+        "stat -c %i p >before; hpk sync -q --delete p d; stat -c %i p | cmp before -; "
+        "hpk list -l p b | cut -c12-21 >before; echo 6 >d/a; hpk sync -q p d; hpk get p a; "
+        "hpk list -l p b | cut -c12-21 | cmp before -",
+        "6\n");
+    Done("mv p d/p; hpk sync -q --delete d/p d; hpk list d/p a", "a\n");
+    Fails("hpk sync d/p d/a", "cannot read d/a: not a folder");
+    Run("hpk list d/p p", 1, "", "d/p: no item matches p");
+}
+
+TEST_F(HpkTransferTest, CopyTakesItemsOver) {
+    const std::string binary("\0\n\xff", 3);
+    const Files items = {{"", "empty key"}, {binary, std::string(600'000, 'b')}, {"s/x", ""}};
+    MakePackage(items);
+    Done(
+        "hpk copy p q; hpk diff p q; stat -c %i q >before; hpk copy p q; stat -c %i q | cmp before "
+        "-");
+    Done("hpk copy p r s/; hpk list r", "s/x\n");
+    Done(
+        "hpk put r other before; printf new | hpk put p s/x; hpk copy p r 's/*'; hpk get r s/x; "
+        "hpk copy p r; hpk rm r other; hpk diff p r; hpk check r",
+        "new");
+    Fails("hpk copy p none k", "p: no item matches k");
+    EXPECT_FALSE(fs::exists("none"));
+}
+
+TEST_F(HpkTransferTest, PageHasTheMapAsData) {
+    MakePackage({{"</script><b>", "1"}, {"b", std::string(1100, 'b')}, {"c\n", "3"}});
+    WriteFile("read.py", R"py(import re, sys
+page = open("p.html").read()
+data = dict(re.findall(r'<script type="text/plain" id="(\w+)">\n(.*?)</script>', page, re.S))
+at = 0
+for size, kind, name in zip(data["sizes"].split(), data["kinds"], data["names"].split("\n")):
+    print(at, int(size, 36), data["titles"].split("\n")[int(kind)], name.replace("\1", "<"))
+    at += int(size, 36)
+print(page.count("<b>"), re.findall(r'(?:src|href)=|https?:', page))
+)py");
+    Done("hpk map p --html p.html; python3 read.py",
+         "0 16 header \n"
+         "16 25 item up to 1K </script><b>\n"
+         "41 1113 item up to 64K b\n"
+         "1154 15 item up to 1K \"c\\n\"\n"
+         "1169 47 index \n"
+         "0 []\n");
+    Fails("hpk map p --html x --svg y", "--svg excludes --html (see hpk map --help)", 2);
+}
+
 }  // namespace

@@ -18,6 +18,7 @@ void AddImportCommands(CLI::App& app);    // import
 void AddExportCommands(CLI::App& app);    // export
 void AddSumCommands(CLI::App& app);       // sum
 void AddSignCommands(CLI::App& app);      // keygen, sign, verify
+void AddSyncCommands(CLI::App& app);      // sync, copy
 void AddMapCommands(CLI::App& app);       // map
 void AddIdentityCommands(CLI::App& app);  // id, state
 void AddRepairCommands(CLI::App& app);    // check, recover, compact

@@ -1,8 +1,11 @@
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstdio>
 
 #include "tools/common/KeyText.h"
 #include "tools/common/Terminal.h"
+#include "tools/hpk/Bodies.h"
 #include "tools/hpk/Commands.h"
 #include "tools/hpk/PackageFile.h"
 
@@ -14,6 +17,14 @@ struct DiffOptions : PackageOptions {
     std::string other;
     Colors colors;
 };
+
+void Print(const DiffOptions& options, char what, const qtString& key) {
+    if (!options.quiet) {
+        const char* const color = what == '-' ? "31" : what == '+' ? "32" : "33";
+        const std::string line = std::string(1, what) + ' ' + QuoteKey(key);
+        std::puts(options.colors.Paint(color, line).c_str());
+    }
+}
 
 // Two packages, item by item.
 class Comparison {
@@ -32,12 +43,12 @@ public:
         auto r = right.begin();
         while (l != left.end() || r != right.end()) {
             if (r == right.end() || (l != left.end() && *l < *r)) {
-                Report("31", '-', *l++);
+                Report('-', *l++);
             } else if (l == left.end() || *r < *l) {
-                Report("32", '+', *r++);
+                Report('+', *r++);
             } else {
                 if (!SameBody(*l)) {
-                    Report("33", '~', *l);
+                    Report('~', *l);
                 }
                 ++l, ++r;
             }
@@ -46,12 +57,9 @@ public:
     }
 
 private:
-    void Report(const char* color, char what, const qtString& key) {
+    void Report(char what, const qtString& key) {
         differs = true;
-        if (!options.quiet) {
-            const std::string line = std::string(1, what) + ' ' + QuoteKey(key);
-            std::puts(options.colors.Paint(color, line).c_str());
-        }
+        Print(options, what, key);
     }
 
     bool SameBody(const qtString& key) {
@@ -86,10 +94,31 @@ private:
 
 }  // namespace
 
+static bool DiffWithFolder(const DiffOptions& options) {
+    PackageReader package(options.package);
+    package.RequireIndex();
+    Sources sources;
+    std::vector<Difference> differences;
+    RunLongWork(options.quiet, [&](CTProgress& progress) {
+        sources.Exclude(OpenRegular(options.package, O_RDONLY).Get());
+        sources.Collect({options.other}, progress);
+        differences = CompareWithFiles(package, options.package, sources, progress);
+    });
+    for (const Difference& difference : differences) {
+        Print(options, difference.kind, difference.key);
+    }
+    return !differences.empty();
+}
+
+static bool IsFolder(const std::string& path) {
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 static void Diff(const DiffOptions& options) {
     bool differs = false;
     try {
-        differs = Comparison(options).Run();
+        differs = IsFolder(options.other) ? DiffWithFolder(options) : Comparison(options).Run();
     } catch (const std::exception&) {
         PrintError(DescribeException());
         throw ReportedFailure{exitUsage};  // to scripts, 1 is a difference
@@ -101,16 +130,19 @@ static void Diff(const DiffOptions& options) {
 
 void AddCompareCommands(CLI::App& app) {
     const auto [diffCommand, diff] = AddPackageCommand(
-        app, "diff", "Show how the items of two packages differ",
+        app, "diff", "Show how the items of two packages, or a package and a folder, differ",
         "A line for each: - only in PKG, + only in OTHER, ~ different body. Offsets and\n"
-        "identity are not compared.\n"
+        "identity are not compared. If OTHER is a folder, its files have keys as for\n"
+        "create.\n"
         "Exit status: 0 same, 1 different, 2 a package could not be read.\n"
         "\n"
         "Example:\n"
-        "  hpk diff old.hpk new.hpk",
+        "  hpk diff old.hpk new.hpk\n"
+        "  hpk diff include.hpk /usr/include",
         &Diff);
     diffCommand.alias("cmp");
-    AddPackageArgument(diffCommand, "OTHER", diff.other, "The package to compare with")->required();
+    AddPackageArgument(diffCommand, "OTHER", diff.other, "The package or folder to compare with")
+        ->required();
     diffCommand.add_flag("-q,--quiet", diff.quiet, "Print nothing; only the exit status counts");
     diff.colors.AddTo(diffCommand);
 }

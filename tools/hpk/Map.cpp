@@ -10,6 +10,7 @@ namespace {
 
 struct MapOptions : PackageOptions {
     std::string svg;
+    std::string html;
     unsigned int width = 0;
     Colors colors;
 };
@@ -26,23 +27,28 @@ static std::string Title(const std::string& path, const Layout& layout) {
            (items == 1 ? " item, " : " items, ") + std::to_string(layout.Size()) + " bytes";
 }
 
+static void WriteDrawing(const std::string& path, const std::string& drawing) {
+    if (path == "-") {
+        WriteAll(STDOUT_FILENO, drawing.data(), drawing.size(), "standard output");
+        return;
+    }
+    AtomicFile file(path, AtomicFile::Existing::replace);
+    WriteAll(file.Descriptor(), drawing.data(), drawing.size(), path);
+    file.Commit();
+}
+
 static void Map(const MapOptions& options) {
     PackageReader reader(options.package);
     const Layout layout(reader);
     const std::string title = Title(options.package, layout);
-    if (options.svg.empty()) {
+    if (!options.svg.empty()) {
+        WriteDrawing(options.svg, DrawMapAsSvg(layout, title));
+    } else if (!options.html.empty()) {
+        WriteDrawing(options.html, DrawMapAsHtml(layout, title));
+    } else {
         const unsigned int width =
             options.width != 0 ? options.width : TerminalWidth(STDOUT_FILENO);
         DrawMapAsText(layout, title, options.colors, width);
-    } else {
-        const std::string picture = DrawMapAsSvg(layout, title);
-        if (options.svg == "-") {
-            WriteAll(STDOUT_FILENO, picture.data(), picture.size(), "standard output");
-        } else {
-            AtomicFile file(options.svg, AtomicFile::Existing::replace);
-            WriteAll(file.Descriptor(), picture.data(), picture.size(), options.svg);
-            file.Commit();
-        }
     }
     if (layout.damaged) {
         throw ReportedFailure();
@@ -57,10 +63,15 @@ void AddMapCommands(CLI::App& app) {
         "\n"
         "Examples:\n"
         "  hpk map include.hpk\n"
-        "  hpk map include.hpk --svg include.svg",
+        "  hpk map include.hpk --html include.html",
         &Map);
+    CLI::Option* const svg =
+        mapCommand
+            .add_option("--svg", map.svg, "Write a picture with item names; - is standard output")
+            ->type_name("FILE");
     mapCommand
-        .add_option("--svg", map.svg, "Write a picture with item names; - is standard output")
+        .add_option("--html", map.html, "Write a page to zoom in and search; - is standard output")
+        ->excludes(svg)
         ->type_name("FILE");
     mapCommand.add_option("--width", map.width, "Columns (default: the terminal's)")
         ->type_name("N");

@@ -15,4 +15,7 @@ void DrawMapAsText(const Layout& layout, const std::string& title, const Colors&
 /// Draws a package as an SVG picture; the pointer shows the names of items.
 std::string DrawMapAsSvg(const Layout& layout, const std::string& title);
 
+/// Draws a package as a page to look into, with zoom and a list of items, without other files.
+std::string DrawMapAsHtml(const Layout& layout, const std::string& title);
+
 }  // namespace vantry_tools

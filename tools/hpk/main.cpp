@@ -37,6 +37,7 @@ int main(int argc, char** argv) {
     AddExportCommands(app);
     AddSumCommands(app);
     AddSignCommands(app);
+    AddSyncCommands(app);
     AddMapCommands(app);
     AddIdentityCommands(app);
     AddRepairCommands(app);
