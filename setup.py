@@ -3,6 +3,7 @@
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 
@@ -17,8 +18,9 @@ class CMakeBuild(build_ext):
         target = pathlib.Path(self.get_ext_fullpath(extension.name)).resolve()
         build = pathlib.Path(self.build_temp).resolve()
         build.mkdir(parents=True, exist_ok=True)
+        generator = ["-G", "Ninja"] if shutil.which("ninja") else []
         subprocess.run(
-            ["cmake", "-S", root, "-B", build, "-DCMAKE_BUILD_TYPE=Release",
+            ["cmake", "-S", root, "-B", build, *generator, "-DCMAKE_BUILD_TYPE=Release",
              "-DVANTRY_DEVELOPER=OFF", "-DVANTRY_SHARED=OFF", "-DVANTRY_PYTHON=ON",
              f"-DPython_EXECUTABLE={sys.executable}", "-DCMAKE_MODULE_LINKER_FLAGS=-s",
              f"-DVANTRY_PYTHON_OUTPUT={target.parent}"], check=True)

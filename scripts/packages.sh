@@ -9,6 +9,7 @@ packages_bench=(python3 libbenchmark-dev libsqlite3-dev liblmdb-dev libgdbm-dev 
     libxxhash-dev zlib1g-dev libabsl-dev libboost-dev python3-lmdb python3-gdbm)
 packages_check=(clang-format clang-tidy mypy abigail-tools strace valgrind python3-distributed
     python3-fsspec python3-zarr fish)
+packages_pip=(python3-pip python3-venv python3-setuptools python3-wheel)
 # Clang for the fuzz targets: its run-time library has the fuzzer and the sanitizers.
 packages_fuzz=(clang libclang-rt-dev)
 packages_coverage=(gcovr)
