@@ -487,7 +487,7 @@ def open(where: Union[Path, Buffer, Source], mode: Mode = "r") -> Package:
     ...     package.name, package.mode, list(package)
     ('visits.hpk', 'r', [b'visit 0', b'visit 1'])
 
-    In mode "r" a file is mapped into memory: threads read it at the same time. Another program must
+    In mode "r" a file is mapped into memory, and reading it takes no lock. Another program must
     not cut it short meanwhile, which would end this one; programs that replace it, as mode "w" and
     hpk do, are no danger. Where a file may be cut, read vantry.Buffer(bytes).
     """
