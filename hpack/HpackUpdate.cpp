@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -21,13 +22,40 @@ using vantry_internal::SystemError;
 
 namespace {
 
-/// The copy, whose errors name the package.
+/// The copy, whose errors name the package. It keeps the first one: the change may have caught it.
 class CopyStream : public Hfile32 {
 public:
     CopyStream(const qtString& path, const qtString& shown) {
         Open(path, 'u');
         name = shown;
     }
+
+    void Write(char* data, unsigned int count) override {
+        Keep([&] { Hfile32::Write(data, count); });
+    }
+    void Close() override {
+        Keep([&] { Hfile32::Close(); });
+    }
+
+    /// Throws the first error of writing, if there was one.
+    void RequireWritten() const {
+        if (failure) {
+            std::rethrow_exception(failure);
+        }
+    }
+
+private:
+    template <class Work>
+    void Keep(const Work& work) {
+        try {
+            work();
+        } catch (...) {
+            failure = failure ? failure : std::current_exception();
+            throw;
+        }
+    }
+
+    std::exception_ptr failure;
 };
 
 class Copier {
@@ -111,10 +139,13 @@ void HpackUpdate(const qtString& fileName, const std::function<void(Hpack&)>& ch
     Copier copier(lock, file, options);
     copier.Run();
     {
+        auto* const copy = new CopyStream(file.Path(), fileName);
+        const qtPtrLight<Generic32> stream(copy);
         Hpack package;
-        package.Open(qtPtrLight<Generic32>(new CopyStream(file.Path(), fileName)), 'u');
+        package.Open(stream, 'u');
         change(package);
         package.Close();
+        copy->RequireWritten();
     }
     copier.Step();
     file.Commit(options.sync ? AtomicFile::Sync::yes : AtomicFile::Sync::no);

@@ -43,7 +43,7 @@ struct HpackUpdateOptions {
 ///
 /// @param fileName of a package that exists; the folder must permit creating files
 /// @param change called once with the package open in mode 'u'; it need not close it. Whatever it
-///        throws is passed on.
+///        throws is passed on, and so is an error of writing that it catches.
 /// @throws std::system_error if the file cannot be opened, copied, synced or replaced, with the
 ///         text "cannot write letters.hpk: No space left on device"; with code() ETIMEDOUT if
 ///         another program has held the lock for too long

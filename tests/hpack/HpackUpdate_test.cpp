@@ -1,8 +1,10 @@
 #include "hpack/HpackUpdate.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <random>
 #include <system_error>
 #include <thread>
@@ -102,6 +104,22 @@ TEST_F(HpackUpdateTest, AFailureAnywhereLeavesThePackageAsItWas) {
         EXPECT_EQ(error.Arguments(), (std::vector<qtString>{path, "none"}));
     }
     EXPECT_EQ(Content(), Contents());
+    // A failed write counts even if the change catches its error.
+    const Contents large = {{"a", qtString(200000, 'a')}};
+    WriteFile(path, Package(large));
+    std::signal(SIGXFSZ, SIG_IGN);
+    const auto caught = [](Hpack& package) {
+        rlimit former;
+        ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &former), 0);
+        const rlimit room = {1000, former.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &room), 0);
+        EXPECT_THROW(package.AddOrUpdate("a", qtString(200000, 'b')), qtX<HioErr>);
+        setrlimit(RLIMIT_FSIZE, &former);
+    };
+    EXPECT_THROW(HpackUpdate(path, caught), qtX<HioErr>);
+    EXPECT_EQ(Content(), large);
+    ExpectTidy();
+
     WriteFile(path, "This is no package.");
     EXPECT_THROW(HpackUpdate(path, change), qtX<Hpack>);
     EXPECT_EQ(FileBytes(path), "This is no package.");
