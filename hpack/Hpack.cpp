@@ -49,7 +49,8 @@ static void RequireTarget(bool exists, const char* name) {
 void Hpack::Open(qtPtr<qtBuffer>& buffer, char mode) {
     RequireTarget(static_cast<bool>(buffer), "qtBuffer");
     auto* const memory = new Hmemory;
-    Core().Replace(qtPtrLight<Generic32>(memory));
+    const qtPtrLight<Generic32> stream(memory);
+    Core().Replace(stream);
     try {
         memory->Open(*buffer, mode);
         VerifyOpen(mode);

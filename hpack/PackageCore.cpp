@@ -92,7 +92,7 @@ HpackRecord PackageCore::FindBody(const qtString& key) {
     const std::size_t headSize = HeadSize(key);
     const std::optional<std::uint32_t> offset = index.Find(key);
     // One read, if the record is what it should be. Otherwise PositionOnKey() reports why not.
-    if (offset && Holds(*offset + headSize)) {
+    if (offset && Holds(std::uint64_t{*offset} + headSize)) {
         SeekTo(*offset);
         recordHead.resize(headSize);
         io.stream->Read(recordHead.data(), static_cast<unsigned int>(headSize));
