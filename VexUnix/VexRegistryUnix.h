@@ -40,8 +40,7 @@ VANTRY_EXPORT int SetPopRegParam(char* name, unsigned long ignored, unsigned cha
 /// Copies the value of the section's parameter `name` to `buffer`, followed by a NUL if there is
 /// room.
 /// @param[in,out] length the buffer's size in bytes. It changes only if the value is longer: then
-/// it
-///        becomes the value's length, the buffer is unchanged and the result is -1.
+///        it becomes the value's length, the buffer is unchanged and the result is -1.
 /// @return 0, or -1 if there is no such value or it does not fit
 VANTRY_EXPORT int GetDbMonitorRegParam(char* name, unsigned char* buffer, unsigned long* length);
 /// As GetDbMonitorRegParam(), for the section "Trace".
@@ -78,8 +77,8 @@ public:
     /// Encrypts the password for a database logon (basekit/qtEncryptor.h) and stores it. The plain
     /// password is wiped from the memory that the call used.
     /// @param keshName null or empty for the logon that belongs to no kesh; otherwise a kesh that
-    /// has
-    ///        a user name: without one, false with "Kesh NAME does not exist. Can not set password"
+    ///        has a user name: without one, false with "Kesh NAME does not exist. Can not set
+    ///        password"
     /// @return true with "Password set", or false with "Cannot set password" and the reason in
     ///         UnixRegistry::LastError(); the former password stays
     bool SetPassword(const char* password, const char* keshName);
@@ -99,11 +98,9 @@ public:
     /// lines after a NUL, an empty key or a key that begins with white space are lost, and text
     /// after a line end can replace another key's value.
     /// @param file the path of a file to create or replace; null for standard output. A regular
-    /// file
-    ///        is replaced once all records are written, if the folder permits it.
+    ///        file is replaced once all records are written, if the folder permits it.
     /// @return true with "exported 12 keys"; false with "can't open file PATH"; false with "can't
-    /// read
-    ///         DB" if the registry is damaged, and a regular file is then unchanged. Errors of
+    ///         read DB" if the registry is damaged, and a regular file is then unchanged. Errors of
     ///         writing, such as a full disk, are not reported.
     bool Export(const char* file);
 

@@ -40,9 +40,8 @@ using TraceSink = void (*)(const Trace_file& file, int line, const char* text);
 
 /// Sets the receiver of trace lines. Thread-safe.
 /// @param sink null for the default, which drops lines unless the environment variable
-/// BASEKIT_TRACE
-///        is set: "stderr" prints to standard error, any other value is the path of a file to
-///        append to. Programs with raised privileges (set-user-id) ignore the variable.
+///        BASEKIT_TRACE is set: "stderr" prints to standard error, any other value is the path of a
+///        file to append to. Programs with raised privileges (set-user-id) ignore the variable.
 /// @return the former sink, null for the default
 VANTRY_EXPORT TraceSink SetTraceSink(TraceSink sink);
 

@@ -56,8 +56,7 @@ public:
 
     /// Opens the database, closing a former one.
     /// @param readWrite true to allow writing; this creates what is missing: the database (mode
-    /// 0600)
-    ///        and the folders above it (mode 0700)
+    ///        0600) and the folders above it (mode 0700)
     /// @return true if the store is open, otherwise false with the reason in LastError()
     bool Open(bool readWrite);
 

@@ -40,8 +40,7 @@ public:
 
     /// Decrypts a result of Encrypt(). The result is a secret: the caller should wipe it.
     /// @throws qtxEncryptor if `encrypted` was altered or encrypted with another key, and if there
-    /// is
-    ///         no key
+    ///         is no key
     qtString Decrypt(const qtString& encrypted) const;
 
     /// Overwrites the text in memory, up to its capacity, and leaves it empty.

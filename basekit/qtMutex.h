@@ -8,8 +8,7 @@
 class VANTRY_EXPORT qtMutex {
 public:
     /// @param recursive true if the thread that holds the lock may lock it again; it must then
-    /// unlock
-    ///        it as many times
+    ///        unlock it as many times
     /// @throws std::system_error if the system cannot create the lock
     explicit qtMutex(bool recursive);
     ~qtMutex();

@@ -245,8 +245,7 @@ public:
     /// Owner-defined values that the library does not interpret. They are written at once, in every
     /// mode whose stream accepts writes, and need no save.
     /// @throws qtX<HioErr> what the stream throws. SetFileID() and SetState() have then stored
-    /// their
-    ///         values in the object; SetOldID() has not.
+    ///         their values in the object; SetOldID() has not.
     /// @{
 
     /// Sets the identity.

@@ -65,7 +65,7 @@ struct HpackRecoverReport {
     std::uint32_t items = 0;       ///< items in the new package
     std::uint32_t listed = 0;      ///< of them, those that the index led to
     std::uint32_t superseded = 0;  ///< complete records left out because another version was taken
-    std::uint32_t unnoted = 0;     ///< notes beyond the first 65,536, left out
+    std::uint32_t unnoted = 0;     ///< notes beyond 65,536, left out unless they are `lost`
     std::vector<HpackRecoverNote> notes;  ///< by offset
 };
 

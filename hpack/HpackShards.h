@@ -28,8 +28,7 @@ public:
     /// @param pattern the set's name, "words"; or the name of a shard, or a pattern for those, in
     ///        which a "*" stands for a number: "words-*-of-00004.hpk"
     /// @throws qtX<Hpack> 7 "No shards: PATTERN"; "Missing shard: NAME"; "Foreign shard: NAME" for
-    /// a
-    ///         file of another number of shards that the pattern matches, for a number too high,
+    ///         a file of another number of shards that the pattern matches, for a number too high,
     ///         and for a file whose keys belong to other shards (only some of its keys are looked
     ///         at)
     /// @throws as HpackView::Map()

@@ -190,8 +190,7 @@ void AtomicFile::Commit(Sync sync) {
     }
 }
 
-// Names the file like its target or, where a former file has that name, temporarily
-// one.
+// Names the file like its target or, where a former file has that name, gives it a temporary name.
 void AtomicFile::LinkUnnamed() {
     const std::string path = Path();
     const auto link = [&](const std::string& to) {

@@ -31,8 +31,7 @@ public:
     /// Locks the file that `path` leads to, which is found through links once and is never mistaken
     /// for one that has lost its name meanwhile.
     /// @param missing create: a file that does not exist is created, mode 0600, and the folders
-    /// above
-    ///        it, mode 0700
+    ///        above it, mode 0700
     /// @throws SystemError when the file cannot be opened for writing or locked; of the number
     ///         ETIMEDOUT when somebody else held the lock for too long
     explicit FileLock(const std::string& path, const LockWait& wait = {},

@@ -124,8 +124,7 @@ VANTRY_EXPORT vantry_result vantry_hpack_delete(vantry_hpack* package, const voi
 
 /// Renames an item, in mode 'u' or after the first save. An item that has the new key is lost.
 /// @return VANTRY_OK; VANTRY_ABSENT if there is no item with the old key; VANTRY_FAILED, after
-/// which
-///         the item has its old key
+///         which the item has its old key
 VANTRY_EXPORT vantry_result vantry_hpack_rename(vantry_hpack* package, const void* old_key,
                                                 size_t old_key_length, const void* new_key,
                                                 size_t new_key_length);

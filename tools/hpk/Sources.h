@@ -38,8 +38,7 @@ public:
 
     /// @throws SystemError for what cannot be read
     /// @throws ToolFailure for two files with one key, for files that no package can hold, and for
-    /// a
-    ///         path that is to be kept and names no file below a folder
+    ///         a path that is to be kept and names no file below a folder
     void Collect(const std::vector<std::string>& paths, CTProgress& progress);
 
     /// Leaves a file out that may be found all the same: the package itself.
