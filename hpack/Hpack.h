@@ -242,8 +242,8 @@ public:
     /// @}
 
     /// @name Identity and state
-    /// Owner-defined values that the library does not interpret. They are written at once, in every
-    /// mode whose stream accepts writes, and need no save.
+    /// Owner-defined values that the library does not interpret. They are written to the stream at
+    /// once, in every mode whose stream accepts writes, and need no change of the index.
     /// @throws qtX<HioErr> what the stream throws. SetFileID() and SetState() have then stored
     ///         their values in the object; SetOldID() has not.
     /// @{

@@ -314,6 +314,7 @@ void PackageCore::WriteIndex(unsigned int offset) {
 void PackageCore::SaveIndex() {
     RequireUpdateMode();
     if (!modified) {
+        SeekTo(0);  // identity and state may wait in a file stream's buffer
         return;
     }
     index.Arrange();

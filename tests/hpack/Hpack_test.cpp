@@ -285,6 +285,14 @@ TEST_F(HpackTest, IdentityAndState) {
     expect({5, 6, 7, 8, false});
     Open("", 'w');
     expect({0, 0, 0, 0, false});
+
+    // Saving brings them to the file, even if the index has not changed.
+    const TempFolder folder;
+    WriteFile(folder / "p", example);
+    package.Open(folder / "p", 'u');
+    package.SetState(9);
+    package.SaveIndex();
+    EXPECT_EQ(FileBytes(folder / "p")[13], 9);
 }
 
 TEST_F(HpackTest, OldHeadersOfEightBytesWorkInEveryWay) {
