@@ -180,38 +180,4 @@ TEST(HpackCheck, TextsAreThoseOfTheDocuments) {
         [](int kind) { return HpackRecoverNote::Text(static_cast<HpackRecoverNote::Kind>(kind)); });
 }
 
-TEST(HpackCompact, KeepsAllButDeadSpace) {
-    const qtString bytes = Updated(Package({{"c", qtString(50000, 'c')}, {"", ""}, {"b", "body"}}),
-                                   [&](Hpack& package) {
-                                       package.AddOrUpdate("c", qtString(60000, 'd'));
-                                       package.Rename("b", "a");
-                                       package.AddOrUpdate("a", "behind c");
-                                       package.SetFileID(1, 2, 3);
-                                       package.SetState(4);
-                                   });
-    Opened package(bytes);
-    for (const HpackOrder order : {HpackOrder::key, HpackOrder::offset}) {
-        const auto fill = [&](Hpack& target) { HpackCompact(package, target, order); };
-        const qtString compact = Updated("", fill, 'w');
-        EXPECT_TRUE(Check(compact).Good());
-        Opened copy(compact, 'u');
-        EXPECT_TRUE(HpackSame(package, copy));
-        EXPECT_EQ(DeadSpace(copy).second, 0U);
-        const bool ascends = Place(copy, "a") < Place(copy, "c");
-        EXPECT_EQ(ascends, order == HpackOrder::key);
-        EXPECT_LT(Place(copy, ""), std::min(Place(copy, "a"), Place(copy, "c")));
-        for (const std::function<void(Hpack&)>& change : std::vector<std::function<void(Hpack&)>>{
-                 [](Hpack& changed) { changed.AddOrUpdate("c", qtString(60000, 'e')); },
-                 [](Hpack& changed) { changed.AddOrUpdate("c", "d"); },
-                 [](Hpack& changed) { changed.Rename("c", "d"); },
-                 [](Hpack& changed) { changed.Delete("a"); },
-                 [](Hpack& changed) { changed.SetState(9); },
-                 [](Hpack& changed) { changed.SetOldID(true); },
-             }) {
-            Opened changed(Updated(compact, change));
-            EXPECT_FALSE(HpackSame(package, changed));
-        }
-    }
-}
-
 }  // namespace

@@ -169,11 +169,6 @@ TEST_F(HpackTest, ReadsIntoSegments) {
     package.GetItem("k", reserved);
     EXPECT_EQ(reserved.segments.size(), 2u);
     EXPECT_EQ(reserved.size, 16400u);
-    EXPECT_THROW(reserved.Grow(0xffffffff), std::bad_alloc);
-    char* where = nullptr;
-    unsigned int run = 0;
-    ExpectThrow<qtxSegBuf>([&] { reserved.Locate(16400, 16401, where, run); }, "qtxSegBuf",
-                           "Locate error in SegBuf", 9, 2, "QtInclude/SegBuf.cpp");
 }
 
 TEST_F(HpackTest, EntriesThatLeadAstray) {
@@ -293,19 +288,6 @@ TEST_F(HpackTest, IdentityAndState) {
     package.SetState(9);
     package.SaveIndex();
     EXPECT_EQ(FileBytes(folder / "p")[13], 9);
-}
-
-TEST_F(HpackTest, OldHeadersOfEightBytesWorkInEveryWay) {
-    const qtString rest = example.substr(16, 17);
-    const qtString old =
-        Hex("4a5b6c70 00000019") + rest + Hex("4a5b6c72 00000001 00000002 6162 00000008");
-    Open(old, 'u');
-    EXPECT_EQ(DeadSpace(package), Extent(old.size(), 0));
-    package.AddOrUpdate("c", "new");
-    Reopen('u');
-    EXPECT_EQ(Get(package, "ab"), "xyz");
-    EXPECT_EQ(Get(package, "c"), "new");
-    EXPECT_EQ(DeadSpace(package).second, 18u);
 }
 
 // Records and index end below 2^31; a sparse file gets there without its bytes.

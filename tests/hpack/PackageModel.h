@@ -1,14 +1,11 @@
 #pragma once
 
-#include <map>
 #include <random>
-#include <string>
-#include <vector>
 
-#include "tests/support/Bytes.h"
+#include "tests/support/Items.h"
 
-/// A writer of packages that is independent of the library, and remembers what it wrote where: the
-/// oracle of the tests of recovery.
+/// A writer of packages that is independent of the library, and remembers what it wrote where. It
+/// writes the same bytes as the library, and is the oracle of the tests of recovery.
 class PackageModel {
 public:
     using Random = std::mt19937;
@@ -33,6 +30,7 @@ public:
                 Change(random, depth, session != 0);
             }
             Save();
+            OpenForUpdate();
         }
         bytes.replace(8, 8, qtString("\1\2\3\4\7\3\0\5", 8));
         saved = index;
@@ -50,6 +48,18 @@ public:
     std::size_t IndexSize() const { return BlockSize(saved); }
     /// The records as they are now, by offset, live or dead.
     const std::map<std::size_t, Written>& Records() const { return records; }
+    /// The offsets of the items as they are now.
+    const Live& Items() const { return index; }
+    /// The bytes that an index of the items as they are now takes.
+    std::size_t IndexSpace() const { return BlockSize(index); }
+    /// The bytes that nothing uses, once it is saved.
+    std::size_t Dead() const {
+        std::size_t live = 16 + IndexSpace();
+        for (const auto& item : index) {
+            live += records.at(item.second).Size();
+        }
+        return bytes.size() - live;
+    }
 
     void AddOrUpdate(const qtString& key, const qtString& body) {
         const auto former = index.find(key);
@@ -57,14 +67,33 @@ public:
             former != index.end() && body.size() <= records.at(former->second).body.size();
         Put(key, body, fits ? former->second : 0);
     }
-    void Delete(const qtString& key) { index.erase(key); }
+    void Delete(const qtString& key) {
+        index.erase(key);
+        modified = true;
+    }
     void Rename(const qtString& key, const qtString& other) {
         const std::size_t offset = index.at(key);
         const qtString body = records.at(offset).body;
         index.erase(key);
         Put(other, body, other.size() <= key.size() ? offset : 0);
     }
+    /// Writes a record: over that at `offset`, or at the end for 0.
+    void Put(const qtString& key, const qtString& body, std::size_t offset) {
+        const bool over = offset != 0;
+        offset = over ? offset : bytes.size();
+        Overwrite(offset, Word(0x4a5b6c73) + Word(key.size()) + key + Word(body.size()) + body);
+        records[offset] = {key, body, ++writes, over};
+        index[key] = offset;
+        modified = true;
+    }
+    void OpenForUpdate() {
+        indexSpace = BlockSize(index);
+        modified = false;
+    }
     void Save() {
+        if (!modified) {
+            return;
+        }
         if (BlockSize(index) > indexSpace) {
             indexOffset = bytes.size();
             indexSpace = BlockSize(index);
@@ -75,8 +104,8 @@ public:
         }
         Overwrite(indexOffset, block);
         Overwrite(4, Word(indexOffset));
-        indexSpace = BlockSize(index);
         saved = index;
+        modified = false;
     }
 
 private:
@@ -93,29 +122,16 @@ private:
         bytes.replace(offset, with.size(), with);
     }
 
-    void Put(const qtString& key, const qtString& body, std::size_t offset) {
-        const bool over = offset != 0;
-        offset = over ? offset : bytes.size();
-        Overwrite(offset, Word(0x4a5b6c73) + Word(key.size()) + key + Word(body.size()) + body);
-        records[offset] = {key, body, ++writes, over};
-        index[key] = offset;
-    }
-
     void Change(Random& random, int depth, bool reopened) {
-        const qtString key = Key(random);
+        const qtString key = RandomKey(random);
         const auto kind = reopened ? random() % 5 : 4;
         if (kind == 0) {
             Delete(key);
         } else if (kind == 1 && index.count(key) != 0) {
-            Rename(key, Key(random));
+            Rename(key, RandomKey(random));
         } else {
             AddOrUpdate(key, Body(random, depth));
         }
-    }
-
-    static qtString Key(Random& random) {
-        const auto length = random() % 4;
-        return qtString(length, "abcd\0\xff"[random() % 6]);
     }
 
     static qtString Body(Random& random, int depth) {
@@ -177,4 +193,5 @@ private:
     std::size_t indexSpace = 0;
     std::map<std::size_t, Written> records;
     int writes = 0;
+    bool modified = true;
 };
