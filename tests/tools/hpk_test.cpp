@@ -422,44 +422,6 @@ TEST_F(HpkToolTest, ChangesAtOnceAreAllKept) {
     }
 }
 
-TEST_F(HpkToolTest, KilledCommandsLoseNothingAndLeaveNothing) {
-    MakePackage({});
-    WriteTree({{"tree/t", std::string(30'000, 't')}}, ".");
-    const int rounds = KillRounds(60);
-    std::mt19937 random(std::random_device{}());
-    const auto start = std::chrono::steady_clock::now();
-    Done("hpk put p first tree/t");
-    const auto typical = std::chrono::duration_cast<std::chrono::microseconds>(
-        std::chrono::steady_clock::now() - start);
-    Contents done = {{"first", FileBytes("tree/t")}};
-    for (int round = 0; round < rounds; ++round) {
-        const std::string key = std::to_string(round);
-        const std::string words = round % 3 == 0   ? "add p tree"
-                                  : round % 3 == 1 ? "compact p"
-                                                   : "put p " + key + " tree/t";
-        const pid_t child = Start(
-            [&] { execl("/bin/sh", "sh", "-c", ("exec " COMMAND " " + words).c_str(), nullptr); });
-        usleep(static_cast<useconds_t>(random() % (2 * typical.count())));
-        const int status = End(child, SIGKILL);
-        const bool reported = status == 0;
-        ASSERT_TRUE(reported || WIFSIGNALED(status)) << status;
-        if (round % 3 == 2 && reported) {
-            done[key] = FileBytes("tree/t");
-        }
-        Hpack package;
-        package.Open("p", 'r');
-        Contents items = Items(package);
-        for (const auto& [item, body] : done) {
-            EXPECT_EQ(items[item], body);
-        }
-        for (const auto& [item, body] : items) {
-            EXPECT_EQ(body.size(), 30'000U) << item;
-        }
-    }
-    Done("hpk put p last tree/t; hpk check p; ls -A", "p\nstderr\nstdout\ntree\n");
-    std::printf("%d kills, %zu of %d puts in time: ", rounds, done.size(), rounds / 3);
-}
-
 TEST_F(HpkToolTest, ALockIsWaitedForAloud) {
     MakePackage({{"a", "1"}});
     Run("flock p sleep 1.3 & sleep 0.1; hpk put -q p b p; wait", 0, "", "");
