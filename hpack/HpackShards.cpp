@@ -67,8 +67,7 @@ std::vector<ShardName> FindShards(const ShardName& wanted) {
          entry.increment(error)) {
         const std::string name = entry->path().filename().string();
         const std::optional<ShardName> shard = ParseShardName(name);
-        if (shard && shard->set == set &&
-            name == HpackShards::FileName(set, shard->number, shard->shardCount) &&
+        if (shard && name == HpackShards::FileName(set, shard->number, shard->shardCount) &&
             (wanted.shardCount == 0 || wanted.shardCount == shard->shardCount)) {
             found.push_back({wanted.set, shard->number, shard->shardCount});
         }

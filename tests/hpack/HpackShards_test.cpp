@@ -58,7 +58,7 @@ TEST_F(HpackShardsSet, FindsEveryKeyByEveryNameOfTheSet) {
     WriteSet(folder / "words-of", 1);
     WriteSet(folder / "more words", 2);
     WriteFile(folder / "words-00000-of-00003.hpk.tmp", "");
-    WriteFile(folder / "words-000000-of-00003.hpk", "");
+    WriteFile(folder / "words-000007-of-00003.hpk", "");
     WriteFile(folder / "words-0000x-of-00003.hpk", "");
     for (const char* const pattern :
          {"words", "words-*-of-*.hpk", "words-*-of-00003.hpk", "words-00002-of-00003.hpk"}) {
@@ -87,8 +87,10 @@ TEST_F(HpackShardsSet, MissingShardsAreNamed) {
         ExpectRefused(set, HpackErrors::missingShard, name);
         WriteFile(name, bytes);
     }
-    ExpectRefused(folder / "words-*-of-00004.hpk", HpackErrors::noShards,
-                  folder / "words-*-of-00004.hpk");
+    for (const char* const other :
+         {"words-*-of-00004.hpk", "words-1-of-3.hpk", "words-00001x-of-00003.hpk"}) {
+        ExpectRefused(folder / other, HpackErrors::noShards, folder / other);
+    }
     ExpectError<HioErr>([&] { HpackShards(folder / "none/words"); }, HioErrors::open,
                         HioErrors::cannotOpen + (folder / "none"), {folder / "none"});
 }

@@ -65,6 +65,31 @@ TEST(HpackView, ItemsAndErrorsAreThoseOfPackages) {
     }
 }
 
+// A record that is cut at each of its bytes, and a header.
+TEST(HpackView, CutsAreReportedAsPackagesReportThem) {
+    const qtString record = Record("ab", "x");
+    for (std::size_t length = 0; length <= record.size(); ++length) {
+        for (const qtString& tail : {qtString(record.substr(0, length)), qtString(length, '#')}) {
+            for (const qtString key : {"ab", "cd", "abc"}) {
+                const qtString entry = Word(key.size()) + key;
+                qtString bytes = Header(16) + Word(HpackFormat::IndexMagic) + Word(1) + entry;
+                bytes += Word(bytes.size() + 4) + tail;
+                qtPtr<qtBuffer> buffer = NewBuffer(bytes);
+                TryView(buffer);
+            }
+            qtPtr<qtBuffer> header = NewBuffer(tail);
+            TryView(header);
+        }
+    }
+}
+
+TEST(HpackView, ShortKeysAreNotComparedWithTheBytesAfterThem) {
+    qtPtr<qtBuffer> buffer =
+        NewBuffer(Header(16) + Word(HpackFormat::IndexMagic) + Word(2) + Word(9) + "ab\1cdefgh" +
+                  Word(0) + Word(2) + "ab" + Word(0xffffffff));
+    TryView(buffer);
+}
+
 // What another program does to the bytes of an open view leads to any result, but nowhere else.
 TEST(HpackView, BytesThatChangeLeadNowhere) {
     const qtString intact = NumberedPackage(20);
@@ -119,6 +144,24 @@ TEST(HpackView, FilesOfOtherKindsFailAsPackagesDo) {
     }
 }
 
+// A record that a mapping reaches and a file stream does not.
+TEST(HpackView, RecordsEndWhereFileStreamsDo) {
+    if (sizeof(void*) == 4) {
+        GTEST_SKIP() << "no room for the mapping";
+    }
+    const TempFolder folder;
+    qtString name = folder / "sparse";
+    const std::size_t last = 0x7fffffff;
+    for (const std::size_t offset : {last, last + 1}) {
+        WriteFile(name, Header(16) + Word(HpackFormat::IndexMagic) + Word(1) + Word(2) + "ab" +
+                            Word(offset));
+        std::filesystem::resize_file(std::string(name), offset);
+        std::ofstream(name, std::ios::binary | std::ios::app) << Record("ab", "x");
+        TryView(name);
+        EXPECT_EQ(FindOutcome(HpackView::Map(name), "ab") == "returned x", offset == last);
+    }
+}
+
 TEST(HpackView, PackageInsideAFile) {
     const TempFolder folder;
     const qtString name = folder / "file";
@@ -138,6 +181,7 @@ TEST(HpackView, PackageInsideAFile) {
                  {offset, size - offset + 1},
                  {size, 1},
                  {size + 1, 0},
+                 {size + 8192, 100},
                  {offset, inner.size() - 1},  // the index is cut
                  {UINT64_MAX, inner.size()},
                  {offset, UINT64_MAX - 1}}) {

@@ -147,7 +147,8 @@ class CInterface(unittest.TestCase):
         package = c.open_memory(content, len(content), b"u")
         self.check(package)
         add(package, b"more", b"body")
-        self.assertGreater(len(found(c.bytes, package)), len(content))
+        record, index = 12 + 4 + 4, 8 + (8 + 0) + (8 + 1) + (8 + 2) + (8 + 4)
+        self.assertEqual(len(found(c.bytes, package)), len(content) + record + index)
         self.assertEqual(item(package, b"more"), b"body")
         c.discard(package)
 
