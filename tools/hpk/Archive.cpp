@@ -17,7 +17,7 @@
 
 namespace vantry_tools {
 
-static constexpr std::size_t pieceSize = 64 * 1024;
+static constexpr std::size_t pieceSize = std::size_t{64} * 1024;
 
 Utf8Locale::Utf8Locale() : own(newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)), former(nullptr) {
     if (own != nullptr) {

@@ -18,7 +18,7 @@ std::string ReadInputText(const std::string& path) {
         throw SystemError(errno, "cannot open", path);
     }
     std::string text;
-    std::string piece(64 * 1024, '\0');
+    std::string piece(std::size_t{64} * 1024, '\0');
     while (const std::size_t count = ReadSome(file.Get(), piece.data(), piece.size(),
                                               isInput ? "standard input" : path)) {
         text.append(piece, 0, count);

@@ -114,7 +114,7 @@ private:
         }
         CTProgress never;
         const PieceReader read = Reader(never);
-        std::vector<char> piece(256 * 1024);
+        std::vector<char> piece(std::size_t{256} * 1024);
         while (const std::size_t count = read(piece.data(), piece.size())) {
             WriteAll(spool.Get(), piece.data(), count, shown);
         }
