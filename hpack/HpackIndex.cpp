@@ -5,13 +5,13 @@
 #endif
 
 #include <algorithm>
-#include <functional>
 #include <iterator>
 #include <limits>
 #include <new>
 #include <utility>
 
 #include "hpack/HpackCodec.h"
+#include "hpack/KeySlots.h"
 #include "hpack/ReadPastEnd.h"
 
 namespace vantry_internal {
@@ -66,8 +66,7 @@ bool Ascend(std::string_view key, std::string_view next) {
 }
 
 std::uint32_t Hash(std::string_view key) {
-    const std::uint64_t hash = std::hash<std::string_view>()(key);
-    return static_cast<std::uint32_t>(hash ^ hash >> 32);
+    return static_cast<std::uint32_t>(HashKey(key, HashSeed()));
 }
 
 }  // namespace

@@ -17,6 +17,17 @@ static void AskForHugePages(void* memory, std::size_t size) {
     }
 }
 
+static std::uint64_t RandomSeed() {
+    std::uint64_t seed = 0;
+    // Without random bytes it is 0, and tables work as well.
+    return getrandom(&seed, sizeof seed, GRND_NONBLOCK) == sizeof seed ? seed : 0;
+}
+
+std::uint64_t HashSeed() {
+    static const std::uint64_t seed = RandomSeed();
+    return seed;
+}
+
 KeySlots::KeySlots(std::uint32_t count) {
     std::size_t size = 16;
     while (size < count + std::size_t{count} / 2) {
@@ -26,10 +37,6 @@ KeySlots::KeySlots(std::uint32_t count) {
     slots.reset(new Slot[size]);
     AskForHugePages(slots.get(), size * sizeof(Slot));
     std::fill_n(slots.get(), size, Slot{0, 0});
-    // Without random bytes the seed stays 0, and the table works as well.
-    if (getrandom(&seed, sizeof seed, GRND_NONBLOCK) != sizeof seed) {
-        seed = 0;
-    }
 }
 
 void KeySlots::Add(std::uint64_t hash, std::uint32_t number) {

@@ -8,10 +8,16 @@
 
 namespace vantry_internal {
 
+/// A random number for HashKey(), the same during the life of the process.
+std::uint64_t HashSeed();
+
+/// A hash of the key: the low bits choose a slot, and the highest bit is set, so that no high half
+/// is 0. Without knowing the seed, nobody can prepare keys that collide.
+inline std::uint64_t HashKey(std::string_view key, std::uint64_t seed);
+
 /// A hash table from keys to numbers that keeps 31 bits of each key's hash, not the key.
 ///
-/// A slot is 8 bytes, so a lookup mostly touches one cache line. The hash depends on a random seed:
-/// keys that collide on purpose cannot be prepared beforehand.
+/// A slot is 8 bytes, so a lookup mostly touches one cache line.
 class KeySlots {
 public:
     /// An empty table with room for `count` keys.
@@ -19,7 +25,7 @@ public:
     explicit KeySlots(std::uint32_t count);
 
     /// The hash of a key in this table.
-    std::uint64_t Hash(std::string_view key) const;
+    std::uint64_t Hash(std::string_view key) const { return HashKey(key, seed); }
     /// Starts to load the slot that Add() of this hash needs.
     void Prefetch(std::uint64_t hash) const { __builtin_prefetch(&slots[First(hash)], 1); }
     /// Adds a key by its hash. At most `count` may be added, each once.
@@ -45,7 +51,7 @@ private:
 
     std::size_t First(std::uint64_t hash) const { return static_cast<std::size_t>(hash) & mask; }
 
-    std::uint64_t seed = 0;
+    std::uint64_t seed = HashSeed();
     std::size_t mask;
     std::unique_ptr<Slot[]> slots;
 };
@@ -67,8 +73,7 @@ inline std::uint64_t Mix(std::uint64_t a, std::uint64_t b) {
 #endif
 }
 
-// Low bits choose the slot. The highest bit is set, so that no high half is 0.
-inline std::uint64_t KeySlots::Hash(std::string_view key) const {
+inline std::uint64_t HashKey(std::string_view key, std::uint64_t seed) {
     constexpr std::uint64_t multiplier = 0x9e3779b97f4a7c15;
     constexpr std::uint64_t highest = std::uint64_t{1} << 63;
     const auto load = [](const char* bytes) {
