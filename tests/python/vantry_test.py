@@ -6,6 +6,7 @@ import concurrent.futures
 import doctest
 import errno
 import fcntl
+import http.server
 import importlib
 import importlib.metadata
 import importlib.util
@@ -25,6 +26,7 @@ import tempfile
 import threading
 import time
 import unittest
+import urllib.request
 import warnings
 
 import vantry
@@ -492,14 +494,42 @@ class Packages(unittest.TestCase):
         self.assertEqual(vantry.tokenize(b"a,b;\0", ",;"), [b"a", b"b", b"\0"])
 
 
-class CountingFile(io.BytesIO):
-    """A file object that counts what a remote one would ask its server for."""
+class RangeServer(http.server.BaseHTTPRequestHandler):
+    """Serves ranges of `content`, and counts the requests."""
 
+    content = b""
     requests = 0
 
+    def do_GET(self):
+        first, last = map(int, self.headers["Range"][len("bytes="):].split("-"))
+        RangeServer.requests += 1
+        self.send_response(206)
+        self.end_headers()
+        self.wfile.write(self.content[first:last + 1])
+
+    def log_message(self, *_):
+        pass
+
+
+class RemoteFile:
+    """A file object without a buffer: each read is a request."""
+
+    def __init__(self, url, size):
+        self.url, self.size, self.position = url, size, 0
+
+    def seek(self, offset, whence=0):
+        self.position = offset + (self.size if whence == 2 else 0)
+        return self.position
+
     def readinto(self, into):
-        self.requests += 1
-        return super().readinto(into)
+        last = self.position + len(into) - 1
+        request = urllib.request.Request(
+            self.url, headers={"Range": f"bytes={self.position}-{last}"})
+        with urllib.request.urlopen(request) as answer:
+            data = answer.read()
+        into[:len(data)] = data
+        self.position += len(data)
+        return len(data)
 
 
 class Sources(unittest.TestCase):
@@ -513,24 +543,33 @@ class Sources(unittest.TestCase):
         self.content = bytes(buffer)
 
     def test_requests(self):
-        remote = CountingFile(self.content)
+        server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), RangeServer)
+        serving = threading.Thread(target=server.serve_forever)
+        serving.start()
 
         def requests(action, *arguments):
-            before = remote.requests
+            before = RangeServer.requests
             action(*arguments)
-            return remote.requests - before
+            return RangeServer.requests - before
 
-        with vantry.open(remote) as package:
-            self.assertEqual(remote.requests, 2)  # the header and the index
-            self.assertEqual(requests(lambda: (list(package), len(package), "x" in package)), 0)
-            for key in b"0000", b"0007", b"0499":
-                self.assertEqual(requests(
-                    lambda: self.assertEqual(package[key], self.items[key])), 1)
-            self.assertEqual(requests(package.get, "none"), 0)
-            file = package.file("0499")
-            self.assertEqual(requests(file.read, 9), 2)
-            self.assertEqual(requests(file.read), 0)
-            self.assertEqual((package.identity[:3], package.state), ((7, 1, 0), 4))
+        try:
+            RangeServer.content = self.content
+            url = "http://127.0.0.1:%d/" % server.server_port
+            with vantry.open(RemoteFile(url, len(self.content))) as package:
+                self.assertEqual(RangeServer.requests, 2)  # the header and the index
+                self.assertEqual(requests(lambda: (list(package), len(package), "x" in package)), 0)
+                for key in b"0000", b"0007", b"0499":
+                    self.assertEqual(requests(
+                        lambda: self.assertEqual(package[key], self.items[key])), 1)
+                self.assertEqual(requests(package.get, "none"), 0)
+                file = package.file("0499")
+                self.assertEqual(requests(file.read, 9), 2)
+                self.assertEqual(requests(file.read), 0)
+                self.assertEqual((package.identity[:3], package.state), ((7, 1, 0), 4))
+        finally:
+            server.shutdown()
+            serving.join()
+            server.server_close()
 
     def test_equal_to_a_package_in_a_file(self):
         def outcome(where, key):
@@ -750,8 +789,8 @@ class Shards(unittest.TestCase):
 
 
 def square_once_killed(item, flag):
-    """What a worker does with an item; the first to reach one item is killed."""
-    if item[0] == b"7":
+    """What a worker does with an item; the first to come to one item is killed."""
+    if item[0] == b"7" and flag:
         try:
             os.close(os.open(flag, os.O_CREAT | os.O_EXCL))
         except FileExistsError:
@@ -767,21 +806,29 @@ class Dask(unittest.TestCase):
         import dask
         import distributed
         import vantry.dask
-        items = [(b"%d" % i, random.Random(i).randbytes(20)) for i in range(2000)]
-        vantry.create_shards("in", 4, items)
-        expected = {key: b"%d" % (int(key) ** 2) for key, _ in items}
+        count = int(os.environ.get("VANTRY_TEST_ITEMS", 2000))
+        shards = 16 if count > 2000 else 4
+        items = [(b"%d" % i, random.Random(i).randbytes(20)) for i in range(count)]
+        vantry.create_shards("in", shards, items)
+        expected = {key: square_once_killed((key, b""), None)[1] for key, _ in items}
         folder = os.getcwd()
         dask.config.set({"distributed.worker.daemon": False, "temporary-directory": folder})
-        with distributed.LocalCluster(2, threads_per_worker=1, dashboard_address=None,
-                                      silence_logs=50) as cluster, cluster.get_client():
-            bag = vantry.dask.bag_from_shards(f"{folder}/in")
-            self.assertEqual(bag.npartitions, 4)
-            flag = f"{folder}/killed"
-            files = vantry.dask.to_shards(bag.map(square_once_killed, flag), f"{folder}/out", 2)
-            self.assertEqual(len(files), 2)
-            with vantry.open_shards("out") as out:
-                self.assertEqual(dict(out.items()), expected)
-            self.assertTrue(os.path.exists(flag))
+        for workers in (1, 2) if count > 2000 else (2,):
+            with distributed.LocalCluster(workers, threads_per_worker=1, dashboard_address=None,
+                                          silence_logs=50) as cluster, cluster.get_client():
+                killed = f"{folder}/killed{workers}"
+                for flag in (None, killed) if count > 2000 else (killed,):
+                    bag = vantry.dask.bag_from_shards(f"{folder}/in")
+                    self.assertEqual(bag.npartitions, shards)
+                    start = time.perf_counter()
+                    files = vantry.dask.to_shards(
+                        bag.map(square_once_killed, flag), f"{folder}/out", shards // 2)
+                    print(f"{count} items, {workers} workers, {'one' if flag else 'none'} killed: "
+                          f"{time.perf_counter() - start:.2f} s")
+                    self.assertEqual(len(files), shards // 2)
+                    with vantry.open_shards("out") as out:
+                        self.assertEqual(dict(out.items()), expected)
+                    self.assertTrue(flag is None or os.path.exists(flag))
 
     def test_file_systems_of_fsspec(self):
         import dask.bag
