@@ -496,6 +496,9 @@ TEST_F(HpkToolTest, DamageCostsNoNeighbor) {
 }
 
 TEST_F(HpkToolTest, LargeItemsNeedLittleMemory) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer needs more memory";
+#endif
     // 24 MB in 20, of which a thread's stack takes 8.
     Done(
         "head -c 24000000 /dev/zero >big; printf end >>big; mkdir tree; ln big tree/t; ulimit -d "
