@@ -13,9 +13,9 @@ const char* qtxGeneric::BaseString() const {
     return "qtxGeneric";
 }
 
-// Empty until the directory is decided.
+// Empty until the directory is decided. Never destroyed: destructors of static objects may ask, too.
 static qtString& get_s_tempdir() {
-    static qtString s_tempdir;
+    static qtString& s_tempdir = *new qtString;
     return s_tempdir;
 }
 

@@ -22,8 +22,14 @@ using namespace vantry_internal;
 
 namespace {
 
-constexpr std::uint64_t wholeFile = std::numeric_limits<std::uint64_t>::max();
 constexpr std::uint64_t maxSize = std::numeric_limits<std::uint32_t>::max();
+
+// A FIFO is not waited for, because it cannot be mapped; a lease is, as Hpack does.
+int OpenToMap(const char* path) {
+    constexpr int flags = O_RDONLY | O_CLOEXEC;
+    const int file = open(path, flags | O_NONBLOCK);
+    return file < 0 && errno == EWOULDBLOCK ? open(path, flags) : file;
+}
 
 // The length of what can be mapped; 0 for other things than files.
 std::uint64_t SizeToMap(int file) {
@@ -71,6 +77,9 @@ struct VANTRY_LOCAL HpackView::Package {
         ReadHeader();
         ReadIndex();
     }
+    /// @param wanted the length; none: up to the end of the file
+    static std::unique_ptr<const Package> Map(const qtString& fileName, std::uint64_t offset,
+                                              std::optional<std::uint64_t> wanted);
     ~Package() { delete slots.load(std::memory_order_relaxed); }
     Package(const Package&) = delete;
     Package& operator=(const Package&) = delete;
@@ -274,27 +283,29 @@ HpackView::HpackView(std::string_view bytes) {
 }
 
 HpackView HpackView::Map(const qtString& fileName) {
-    return Map(fileName, 0, wholeFile);
+    return HpackView(Package::Map(fileName, 0, std::nullopt));
 }
 
 HpackView HpackView::Map(const qtString& fileName, std::uint64_t offset, std::uint64_t length) {
-    // As Hfile32 opens it: a FIFO without a peer fails later.
-    const FileDescriptor file(open(fileName.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    return HpackView(Package::Map(fileName, offset, length));
+}
+
+std::unique_ptr<const HpackView::Package> HpackView::Package::Map(
+    const qtString& fileName, std::uint64_t offset, std::optional<std::uint64_t> wanted) {
+    const FileDescriptor file(OpenToMap(fileName.c_str()));
     if (!file) {
         throw qtX<HioErr>((HioErrors::cannotOpen + fileName).c_str(), HioErrors::open, fileName);
     }
     const std::uint64_t size = SizeToMap(file.Get());
-    if (length == wholeFile) {
-        length = size;
-    } else if (offset > size || length > size - offset) {
+    const std::uint64_t length = wanted.value_or(size);
+    if (offset > size || length > size - offset) {
         throw qtX<HioErr>((HioErrors::readFailed + fileName).c_str(), HioErrors::read, fileName);
     }
     try {
         FileMapping mapping(file.Get(), offset, static_cast<std::size_t>(std::min(length, maxSize)),
                             fileName);
         const std::string_view bytes = mapping.Bytes();
-        return HpackView(
-            std::make_unique<Package>(std::move(mapping), bytes, fileName, true, length));
+        return std::make_unique<Package>(std::move(mapping), bytes, fileName, true, length);
     } catch (const SystemError& error) {
         if (error.Number() == ENOMEM) {
             throw std::bad_alloc();

@@ -49,7 +49,13 @@ bool SortedEntries::Load(std::string_view block, std::uint32_t expected) {
     return true;
 }
 
+// The bytes of a mapped file may change at any time: sorting them, and adding up their lengths,
+// needs a copy that does not.
 void SortedEntries::Sort() {
+    std::unique_ptr<char[]> copy(new char[size]);
+    std::copy_n(entries, size, copy.get());
+    entries = copy.get();
+    sorted = std::move(copy);
     std::vector<Position> order;
     order.reserve(count);
     for (Position position = Begin(); position.number != count; position = Next(position)) {
@@ -59,7 +65,7 @@ void SortedEntries::Sort() {
         const int compared = At(a).key.compare(At(b).key);
         return compared != 0 ? compared < 0 : a.number < b.number;
     });
-    std::unique_ptr<char[]> copy(new char[size]);
+    std::unique_ptr<char[]> inOrder(new char[size]);
     std::vector<std::uint32_t> newMarks;
     std::uint32_t copied = 0;
     std::uint32_t used = 0;
@@ -72,10 +78,10 @@ void SortedEntries::Sort() {
             newMarks.push_back(used);
         }
         const auto length = static_cast<std::uint32_t>(IndexEntrySize(key.size()));
-        std::copy_n(entries + order[i].at, length, copy.get() + used);
+        std::copy_n(entries + order[i].at, length, inOrder.get() + used);
         used += length;
     }
-    sorted = std::move(copy);
+    sorted = std::move(inOrder);
     marks = std::move(newMarks);
     entries = sorted.get();
     size = used;

@@ -17,6 +17,10 @@ FileMapping::FileMapping(int file, std::uint64_t offset, std::size_t length,
     }
     const std::uint64_t inPage = offset % static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
     size = static_cast<std::size_t>(inPage) + length;
+    if (size < length) {
+        size = 0;
+        throw SystemError(ENOMEM, "cannot map", shown);
+    }
     start = mmap(nullptr, size, PROT_READ, MAP_SHARED, file, static_cast<off_t>(offset - inPage));
     if (start == MAP_FAILED) {
         throw SystemError(errno, "cannot map", shown);

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "hpack/Hpack.h"
@@ -30,19 +31,19 @@ struct vantry_hpack_walk {
 
 namespace {
 
+// An array needs no destruction: a string would be gone when functions for the end of the process
+// run.
 struct LastError {
     vantry_error error{VANTRY_NO_ERROR, 0, ""};
-    std::string text;
+    char text[4608] = "";  // room for the longest path
 
-    void Set(vantry_error_family family, int number, const char* newText) noexcept {
-        try {
-            text = newText;
-            error = {family, number, text.c_str()};
-        } catch (...) {
-            error = {family, number, "no memory for the text of an error"};
-        }
+    void Set(vantry_error_family family, int number, std::string_view newText) noexcept {
+        text[newText.copy(text, sizeof text - 1)] = '\0';
+        error = {family, number, text};
     }
 };
+
+static_assert(std::is_trivially_destructible_v<LastError>);
 
 thread_local LastError lastError;
 

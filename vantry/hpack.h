@@ -58,7 +58,7 @@ typedef enum vantry_error_family {
 typedef struct vantry_error {
     vantry_error_family family;
     int number;
-    const char* text;  ///< for people, without a line end; never null
+    const char* text;  ///< for people, without a line end, cut at 4607 bytes; never null
 } vantry_error;
 
 /// The calling thread's latest error. Calls that succeed leave it as it is.

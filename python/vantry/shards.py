@@ -127,8 +127,9 @@ class Shards(Mapping[bytes, bytes]):
         self.close()
 
     def __reduce__(self) -> Any:
-        name = self._files[0][:-len("-00000-of-00001.hpk")]
-        return open_shards, (name,)
+        # A pattern of this set alone: the folder may have others of that name.
+        name = glob.escape(self._files[0][:-len("-00000-of-00001.hpk")])
+        return open_shards, (f"{name}-{_digits}-of-{len(self._files):05}.hpk",)
 
     def shard(self, key: Key) -> Package:
         """The shard that has the key, if any has."""

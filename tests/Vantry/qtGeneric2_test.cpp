@@ -1,5 +1,7 @@
 #include "Vantry/qtGeneric2.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 
 #include "tests/support/Errors.h"
@@ -19,6 +21,16 @@ TEST(qtGeneric2, DecidesOnceFromTheEnvironment) {
     }
     unsetenv("TMPDIR");
     EXPECT_EXIT(child("/tmp"), testing::ExitedWithCode(0), "");
+}
+
+TEST(qtGeneric2, OutlivesStaticObjects) {
+    const auto child = [] {
+        std::atexit(
+            [] { _exit(generic_get_tempdir().find_first_not_of('x') == qtString::npos ? 0 : 1); });
+        generic_set_tempdir(qtString(100, 'x'));
+        std::exit(2);
+    };
+    EXPECT_EXIT(child(), testing::ExitedWithCode(0), "");
 }
 
 TEST(qtGeneric2, SetTakesOneTo1023Bytes) {

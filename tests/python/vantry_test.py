@@ -776,11 +776,13 @@ class Shards(unittest.TestCase):
         shutil.copy("wrong-00000-of-00003.hpk", "wrong-00001-of-00003.hpk")
         refused(f"Foreign shard: {os.getcwd()}/wrong-00001-of-00003.hpk", "wrong")
         os.rename("other", "wrong-00001-of-00003.hpk")
-        vantry.open_shards("wrong-00002-of-00003.hpk").close()
+        with vantry.open_shards("wrong-00002-of-00003.hpk") as shards:
+            copy = pickle.dumps(shards)
         shutil.copy("wrong-00000-of-00003.hpk", "wrong-00003-of-00003.hpk")
         refused("Foreign shard: wrong-00003-of-00003.hpk", "wrong")
         os.rename("wrong-00003-of-00003.hpk", "wrong-00000-of-00004.hpk")
         refused("Foreign shard: wrong-00000-of-00004.hpk", "wrong-*.hpk")
+        self.assertEqual(len(pickle.loads(copy)), 20)  # of the same set, whatever else is there
         for count in 0, 100000:
             self.assertRaises(ValueError, vantry.create_shards, "wrong", count, [])
         with self.assertRaises(vantry.PackageError):

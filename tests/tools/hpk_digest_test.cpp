@@ -30,7 +30,9 @@ TEST_F(HpkDigestTest, ListsAreThoseOfOtherTools) {
         "q: e: listed, but not in the package\n"
         "q: z: listed, but not in the package\n",
         "");
-    Done("hpk sum q zz 'l*' >part; hpk sum q --check part zz line*");
+    Run("hpk sum q zz 'l*' >part; hpk sum q --check part zz line* && hpk sum q --check list 'l*' e "
+        "x",
+        1, "q: e: listed, but not in the package\n", "q: no item matches x");
     const std::string nul("\0\r", 2);
     MakePackage({{nul, "x"}});
     Done("hpk sum p | tee list | cut -c 1,66-; hpk sum p --check list; hpk sum p | head -c 9 >bad",

@@ -148,6 +148,7 @@ bool ArchiveReader::Next(Entry& entry) {
     entry.name = name != nullptr ? name : "";  // it is not in the encoding that its flag claims
     entry.kind = KindOf(found);
     entry.linkTarget = entry.kind == Kind::hardLink ? archive_entry_hardlink(found) : "";
+    entry.hasOwnData = archive_entry_size(found) > 0;
     // A zip file has the modes at its end, which a pipe delivers too late.
     const bool hasMode = isSeekable || (archive_format(handle.get()) & ARCHIVE_FORMAT_BASE_MASK) !=
                                            ARCHIVE_FORMAT_ZIP;

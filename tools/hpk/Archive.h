@@ -40,7 +40,8 @@ public:
     struct Entry {
         std::string name;
         Kind kind = Kind::other;
-        std::string linkTarget;  ///< of a hard link
+        std::string linkTarget;   ///< of a hard link
+        bool hasOwnData = false;  ///< of a hard link: cpio has the data with the last one
         unsigned int permissions = 0;
         bool hasForeignOwner = false;  ///< other than root
         bool hasAttributes = false;    ///< extended attributes or access lists

@@ -99,18 +99,25 @@ private:
         if (const char* const reason = WhyNotPath(key)) {
             Refuse(key, reason);
         } else if (entry.kind == Kind::file) {
-            OnPackage(options.package, [&] {
-                store->Put(
-                    key, [&](char* data, std::size_t count) { return archive.Read(data, count); });
-            });
+            PutBody(archive, key);
             Stored(key, entry);
         } else if (const std::string target = KeyOf(entry.linkTarget); taken.count(target) == 0) {
             Refuse(key, "a hard link to " + QuoteKey(target) + ", which is not in the archive");
         } else {
+            if (entry.hasOwnData) {
+                PutBody(archive, target);
+            }
             OnPackage(options.package, [&] { store->Copy(target, key); });
             ++lost["hard links, now copies"];
             Stored(key, entry);
         }
+    }
+
+    void PutBody(ArchiveReader& archive, const std::string& key) {
+        OnPackage(options.package, [&] {
+            store->Put(key,
+                       [&](char* data, std::size_t count) { return archive.Read(data, count); });
+        });
     }
 
     void Refuse(const std::string& key, const std::string& reason) {
@@ -191,7 +198,7 @@ static void ImportArchive(const ImportOptions& options) {
 void AddImportCommands(CLI::App& app) {
     const auto [importCommand, import] = AddPackageCommand(
         app, "import", "Add the files of an archive to a package",
-        "The archive is tar or zip, compressed or not, from a file or standard input.\n"
+        "The archive is tar, cpio or zip, compressed or not; - is standard input.\n"
         "PKG is created if it does not exist. Names become keys. Names that extract\n"
         "would refuse are refused; the rest is imported. Modes, owners, times and links\n"
         "are not kept. A broken archive changes nothing.\n"

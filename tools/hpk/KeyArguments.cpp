@@ -136,18 +136,19 @@ bool KeyChoice::Matches(const qtString& key) {
 
 std::vector<qtString> KeyChoice::Choose(const std::vector<qtString>& keys) {
     Prepare();
-    if (exact.empty() && patterns.empty()) {
-        return keys;
-    }
     std::vector<qtString> chosen;
     std::copy_if(keys.begin(), keys.end(), std::back_inserter(chosen),
-                 [this](const qtString& key) { return Matches(key); });
+                 [this](const qtString& key) { return Selects(key); });
     for (auto& [key, use] : exact) {
         if (!use.used) {
             use.hint = FolderHint(keys, key);
         }
     }
     return chosen;
+}
+
+bool KeyChoice::Selects(const qtString& key) {
+    return (exact.empty() && patterns.empty()) || Matches(key);
 }
 
 std::string FolderHint(const std::vector<qtString>& keys, const std::string& key) {

@@ -53,6 +53,8 @@ public:
 
     /// Returns the selected ones of `keys`, in order; all if there are no words.
     std::vector<qtString> Choose(const std::vector<qtString>& keys);
+    /// Whether a key, perhaps one that no item has, is selected. Call Choose() first.
+    bool Selects(const qtString& key);
     /// Reports each word that selected nothing. @throws ReportedFailure if there is one
     void FailIfUnused(const std::string& package) const;
 

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdio>
 
 #include "tools/common/KeyText.h"
@@ -55,7 +56,13 @@ static void CheckSums(const SumOptions& options) {
         StartPhase(progress, "digesting", keys.size());
         faults = CompareWithList(package, keys, list, options.check, Step(progress));
     });
+    // Other keys of the list are not asked about.
+    faults.erase(
+        std::remove_if(faults.begin(), faults.end(),
+                       [&choice](const DigestFault& fault) { return !choice.Selects(fault.key); }),
+        faults.end());
     PrintFaults(options.package, faults);
+    choice.FailIfUnused(options.package);
     if (!faults.empty()) {
         throw ReportedFailure();
     }
