@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <map>
 #include <numeric>
+#include <set>
 
 #include "QtInclude/Poly_Hash.h"
 #include "hpack/Hpack.h"
@@ -94,9 +95,15 @@ unsigned int MostFrequentCount(const std::vector<ShardName>& shards) {
 // many that do.
 bool Belongs(const HpackView& shard, unsigned int number, unsigned int shardCount) {
     int left = 32;
-    return std::all_of(shard.begin(), shard.end(), [&](const HpackView::Item& item) {
-        return left-- <= 0 || HpackShards::ShardOf(item.Key(), shardCount) == number;
-    });
+    for (const HpackView::Item item : shard) {
+        if (HpackShards::ShardOf(item.Key(), shardCount) != number) {
+            return false;
+        }
+        if (--left == 0) {
+            break;
+        }
+    }
+    return true;
 }
 
 }  // namespace
@@ -111,17 +118,18 @@ HpackShards::HpackShards(const qtString& pattern) {
         FailShard(HpackErrors::noShards, pattern);
     }
     const unsigned int shardCount = MostFrequentCount(found);
-    std::vector<bool> present(shardCount);
+    // Not an array by number: a file name may claim any number of shards.
+    std::set<unsigned int> present;
     for (const ShardName& shard : found) {
         if (shard.shardCount != shardCount || shard.number >= shardCount) {
             FailShard(HpackErrors::foreignShard,
                       FileName(shard.set, shard.number, shard.shardCount));
         }
-        present[shard.number] = true;
+        present.insert(shard.number);
     }
     for (unsigned int number = 0; number < shardCount; ++number) {
         const qtString name = FileName(wanted.set, number, shardCount);
-        if (!present[number]) {
+        if (present.count(number) == 0) {
             FailShard(HpackErrors::missingShard, name);
         }
         shards.push_back(HpackView::Map(name));

@@ -98,6 +98,10 @@ void ItemStore::PutSmall(const qtString& key) {
 }
 
 void ItemStore::Move(const qtString& oldKey, const qtString& newKey) {
+    if (oldKey == newKey) {
+        package.PositionOnKey(oldKey);  // an item that is absent or damaged is an error
+        return;
+    }
     unsigned int length = 0;
     if (newKey.size() > oldKey.size() || IsSound(oldKey, length)) {
         package.Rename(oldKey, newKey);
