@@ -116,6 +116,9 @@ with open("links.cpio", "wb") as archive:  # the data is with the last link
           "the archive must end in .tar, .tar.gz, .tgz, .tar.bz2, .tar.xz, .tar.zst or .zip, or "
           "be -: x.rar (see hpk export --help)",
           2);
+    Done("mkfifo pipe; timeout -k 5 0.3 " COMMAND
+         " import p pipe 2>err; [ $? -eq 124 ]");  // not killed
+    Done("(sleep 0.3; cat x.tar >pipe) & hpk import -q piped pipe; hpk get piped f", "3");
     // A damaged item is left out before its entry begins.
     std::string damaged = FileBytes("p");
     damaged[damaged.find("J[ls\0\0\0\1g"s)] ^= 1;

@@ -42,9 +42,19 @@ void ArchiveReader::Closer::operator()(archive* opened) const {
 }
 
 static FileDescriptor OpenInput(const std::string& path) {
-    FileDescriptor file(path == "-" ? dup(STDIN_FILENO)
-                                    : open(path.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC));
-    if (!file) {
+    if (path == "-") {
+        FileDescriptor input(dup(STDIN_FILENO));
+        if (!input) {
+            throw SystemError(errno, "cannot open", path);
+        }
+        return input;
+    }
+    // Opening a pipe would wait for a writer through an interrupt; AwaitInput() waits instead.
+    struct stat status;
+    const bool isPipe = stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
+    FileDescriptor file(
+        open(path.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC | (isPipe ? O_NONBLOCK : 0)));
+    if (!file || (isPipe && fcntl(file.Get(), F_SETFL, 0) != 0)) {
         throw SystemError(errno, "cannot open", path);
     }
     return file;
