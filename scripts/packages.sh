@@ -18,8 +18,8 @@ packages_docs=(doxygen mandoc libjs-lunr)
 # Looks at the site.
 packages_browser=(chromium)
 # amd64's libdb5.3-dev has the header for both.
-packages_i386=(g++-multilib libdb5.3:i386 libsodium-dev:i386
-    libarchive-dev:i386 libgtest-dev:i386)
+packages_i386=(g++-multilib libdb5.3:i386 libsodium-dev:i386 libgtest-dev:i386)
+packages_i386_tools=(libarchive-dev:i386)
 packages_debian=(dpkg-dev lintian debootstrap)
 # Runs 32-bit programs where the kernel does not, and those of other processors. The compilers for
 # those and g++-multilib cannot be installed together: each removes the other, and scripts/test

@@ -430,7 +430,7 @@ TEST(HpackRecover, WorkIsBoundedOnHostileBytes) {
 }
 
 TEST(HpackRecover, CanBeCanceledAtAnyPoint) {
-    const qtString bytes = three + PackageModel::Hostile(2, 1 << 18);
+    const qtString bytes = three + PackageModel::Hostile(2, 1 << 19);
     int polls = 0;
     const auto recover = [&](int stopAt) {
         Reading stream(bytes);
