@@ -13,7 +13,7 @@ const char* qtxGeneric::BaseString() const {
     return "qtxGeneric";
 }
 
-// Empty until the directory is decided. Never destroyed: destructors of static objects may ask, too.
+// Empty until the directory is decided. Never destroyed: static destructors may ask, too.
 static qtString& get_s_tempdir() {
     static qtString& s_tempdir = *new qtString;
     return s_tempdir;

@@ -190,7 +190,7 @@ void AtomicFile::Commit(Sync sync) {
     }
 }
 
-// Names the file like its target or, where a former file has that name, gives it a temporary name.
+// Names the file like its target or, where a former file has that name, by a temporary name.
 void AtomicFile::LinkUnnamed() {
     const std::string path = Path();
     const auto link = [&](const std::string& to) {
