@@ -20,7 +20,7 @@ PieceReader ReadItem(PackageReader& package, const std::string& shown, const qtS
 
 // Readers may return fewer bytes than there are.
 static void Fill(const PieceReader& read, std::string& piece) {
-    piece.resize(256 * 1024);
+    piece.resize(std::size_t{256} * 1024);
     std::size_t length = 0;
     while (const std::size_t count = read(&piece[length], piece.size() - length)) {
         length += count;
