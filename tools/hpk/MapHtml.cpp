@@ -173,14 +173,6 @@ filter(); draw();
 </body></html>
 )";
 
-static std::string Escape(const std::string& text) {
-    std::string out;
-    for (const char c : text) {
-        out += c == '<' ? "&lt;" : c == '&' ? "&amp;" : std::string(1, c);
-    }
-    return out;
-}
-
 static std::string Base36(std::uint64_t number) {
     std::string digits;
     do {
@@ -210,8 +202,8 @@ std::string DrawMapAsHtml(const Layout& layout, const std::string& title) {
     for (const char* const kind : Layout::kindNames) {
         titles += std::string(kind) + '\n';
     }
-    return std::string(head) + "<title>" + Escape(title) + "</title></head>\n<body><h1>" +
-           Escape(title) + "</h1>\n" + body + Data("sizes", sizes) + Data("kinds", kinds) +
+    return std::string(head) + "<title>" + EscapeMarkup(title) + "</title></head>\n<body><h1>" +
+           EscapeMarkup(title) + "</h1>\n" + body + Data("sizes", sizes) + Data("kinds", kinds) +
            Data("titles", titles) + Data("names", names) + script;
 }
 

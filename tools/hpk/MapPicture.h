@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "tools/common/Terminal.h"
 #include "tools/hpk/Layout.h"
@@ -17,5 +18,8 @@ std::string DrawMapAsSvg(const Layout& layout, const std::string& title);
 
 /// Draws a package as a page to look into, with zoom and a list of items, without other files.
 std::string DrawMapAsHtml(const Layout& layout, const std::string& title);
+
+/// Escapes text for XML and HTML, between tags and in quotes.
+std::string EscapeMarkup(std::string_view text);
 
 }  // namespace vantry_tools

@@ -46,7 +46,7 @@ static constexpr const char* style = R"(<style>
 </style>
 )";
 
-static std::string Escape(std::string_view text) {
+std::string EscapeMarkup(std::string_view text) {
     std::string out;
     for (std::size_t at = 0; at < text.size(); ++at) {
         const char c = text[at];
@@ -72,14 +72,14 @@ static std::string Number(double value) {
 
 static std::string Text(double x, double y, const char* kind, const std::string& text) {
     return "<text x=\"" + Number(x) + "\" y=\"" + Number(y) + "\" class=\"" + kind + "\">" +
-           Escape(text) + "</text>\n";
+           EscapeMarkup(text) + "</text>\n";
 }
 
 static std::string Rectangle(double x, double y, double width, Layout::Kind kind,
                              const std::string& title) {
     return "<rect x=\"" + Number(x) + "\" y=\"" + Number(y) + "\" width=\"" + Number(width) +
            "\" height=\"" + Number(rowHeight) + "\" class=\"k" + std::to_string(kind) +
-           "\"><title>" + Escape(title) + "</title></rect>\n";
+           "\"><title>" + EscapeMarkup(title) + "</title></rect>\n";
 }
 
 static std::string TitleOf(const Layout::Region& region) {
@@ -161,7 +161,7 @@ std::string DrawMapAsSvg(const Layout& layout, const std::string& title) {
     const std::string height = Number(legendAt + 2 * rowStep + 12);
     std::string svg = "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " + width + " " +
                       height + "\" width=\"" + width + "\" height=\"" + height +
-                      "\" role=\"img\">\n<title>" + Escape(title) + "</title>\n" + style +
+                      "\" role=\"img\">\n<title>" + EscapeMarkup(title) + "</title>\n" + style +
                       "<rect class=\"page\" width=\"100%\" height=\"100%\"/>\n" +
                       Text(left, 30, "title", title);
     for (std::uint64_t row = 0; row < rows; ++row) {
